@@ -1,0 +1,341 @@
+#include "Corvane/Pellin/DataChunk.h"
+
+#include <unistd.h>
+#include <xxhash.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace Corvane::Pellin {
+
+using Time::TimePoint;
+
+namespace {
+
+using FieldMap = std::map<std::string, std::string>;
+
+static_assert(std::endian::native == std::endian::little, "words are copied as they lie in memory");
+
+// The record: head, directory, values.
+//
+// Head       0 mark 4 | 4 record size 4 | 8 time point 8 | 16 directory size 4 | 20 number of fields 4 |
+//            24 checksum of the directory 8 | 32 checksum of bytes 0 to 31 8
+// Directory  for each field, in byte order of the names: name size 4 | value size 4 | checksum of the value 8 | name
+// Values     back to back, in the directory's order
+constexpr std::uint32_t kMark = 0x31435643;  // "CVC1"
+constexpr std::size_t kSizePosition = 4;
+constexpr std::size_t kTimePosition = 8;
+constexpr std::size_t kDirectorySizePosition = 16;
+constexpr std::size_t kFieldNumberPosition = 20;
+constexpr std::size_t kDirectoryChecksumPosition = 24;
+constexpr std::size_t kHeadChecksumPosition = 32;
+constexpr std::size_t kHeadSize = 40;
+
+constexpr std::size_t kValueSizePosition = 4;
+constexpr std::size_t kValueChecksumPosition = 8;
+constexpr std::size_t kNamePosition = 16;
+
+struct Head {
+    std::uint64_t recordSize = 0;
+    std::int64_t nanoseconds = 0;
+    std::uint64_t directorySize = 0;
+    std::uint64_t fieldNumber = 0;
+    std::uint64_t directoryChecksum = 0;
+};
+
+struct Entry {
+    std::string name;
+    std::uint64_t valueSize = 0;
+    std::uint64_t checksum = 0;
+};
+
+template <typename Word>
+Word LoadWord(const unsigned char* bytes)
+{
+    Word word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+template <typename Word>
+void StoreWord(unsigned char* bytes, Word word)
+{
+    std::memcpy(bytes, &word, sizeof word);
+}
+
+// Fuzzers find no bug behind a checksum that they cannot forge: in their builds every checksum is right.
+bool HasChecksum(const unsigned char* bytes, std::uint64_t size, std::uint64_t checksum)
+{
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+    return (static_cast<void>(bytes), static_cast<void>(size), static_cast<void>(checksum), true);
+#else
+    return XXH3_64bits(bytes, size) == checksum;
+#endif
+}
+
+std::uint64_t EntrySize(const std::string& name)
+{
+    return kNamePosition + name.size();
+}
+
+bool ParseHead(const unsigned char* bytes, Head& head)
+{
+    if (LoadWord<std::uint32_t>(bytes) != kMark ||
+        !HasChecksum(bytes, kHeadChecksumPosition, LoadWord<std::uint64_t>(bytes + kHeadChecksumPosition))) {
+        return false;
+    }
+    head.recordSize = LoadWord<std::uint32_t>(bytes + kSizePosition);
+    head.nanoseconds = LoadWord<std::int64_t>(bytes + kTimePosition);
+    head.directorySize = LoadWord<std::uint32_t>(bytes + kDirectorySizePosition);
+    head.fieldNumber = LoadWord<std::uint32_t>(bytes + kFieldNumberPosition);
+    head.directoryChecksum = LoadWord<std::uint64_t>(bytes + kDirectoryChecksumPosition);
+    return head.recordSize <= DataChunk::kMaxSizeOnFile && head.recordSize >= kHeadSize &&
+           head.directorySize <= head.recordSize - kHeadSize;
+}
+
+// The names must ascend, so that none comes twice, and the sizes must add up to the record's.
+bool ParseDirectory(const unsigned char* bytes, const Head& head, std::vector<Entry>& entries)
+{
+    if (!HasChecksum(bytes, head.directorySize, head.directoryChecksum)) {
+        return false;
+    }
+    std::uint64_t rest = head.directorySize;
+    std::uint64_t values = head.recordSize - kHeadSize - head.directorySize;
+    while (rest != 0) {
+        if (rest < kNamePosition || LoadWord<std::uint32_t>(bytes) > rest - kNamePosition) {
+            return false;
+        }
+        const auto* const name = reinterpret_cast<const char*>(bytes + kNamePosition);
+        const Entry entry = {{name, LoadWord<std::uint32_t>(bytes)},
+                             LoadWord<std::uint32_t>(bytes + kValueSizePosition),
+                             LoadWord<std::uint64_t>(bytes + kValueChecksumPosition)};
+        if (entry.valueSize > values || (!entries.empty() && entry.name <= entries.back().name)) {
+            return false;
+        }
+        values -= entry.valueSize;
+        bytes += EntrySize(entry.name);
+        rest -= EntrySize(entry.name);
+        entries.push_back(entry);
+    }
+    return values == 0 && entries.size() == head.fieldNumber;
+}
+
+// A record's bytes in memory.
+class MemorySource {
+public:
+    explicit MemorySource(const unsigned char* bytes) : bytes_(bytes) {}
+
+    const unsigned char* Next(std::uint64_t size) { return std::exchange(bytes_, bytes_ + size); }
+    bool Skip(std::uint64_t size) { return Next(size) != nullptr; }
+    bool IsWhole() const { return bytes_ != nullptr; }
+
+private:
+    const unsigned char* bytes_;
+};
+
+// A record's bytes behind a descriptor. What Next returns is good until the next call; null at the end of the file.
+class DescriptorSource {
+public:
+    explicit DescriptorSource(int fd) : fd_(fd) {}
+
+    const unsigned char* Next(std::uint64_t size)
+    {
+        std::uint64_t have = 0;
+        while (have < size) {
+            // Step by step: a size that the file cannot satisfy shall not cost its memory.
+            bytes_.resize(std::min(size, std::max(kFirstStep, 2 * have)));
+            const std::uint64_t count = Read(bytes_.data() + have, bytes_.size() - have);
+            if (count == 0) {
+                return nullptr;
+            }
+            have += count;
+        }
+        lastSkipped_ = lastSkipped_ && size == 0;
+        bytes_.resize(std::max<std::size_t>(bytes_.size(), 1));  // never null for no bytes
+        return bytes_.data();
+    }
+
+    bool Skip(std::uint64_t size)
+    {
+        lastSkipped_ = lastSkipped_ || size != 0;
+        return ::lseek(fd_, static_cast<off_t>(size), SEEK_CUR) != -1;
+    }
+
+    // Seeking succeeds behind the end of the file too: so what was skipped last is touched at its last byte.
+    bool IsWhole() { return !lastSkipped_ || (::lseek(fd_, -1, SEEK_CUR) != -1 && Next(1) != nullptr); }
+
+private:
+    static constexpr std::uint64_t kFirstStep = 65536;
+
+    // Bytes read; 0 at the end of the file and on an error.
+    std::uint64_t Read(unsigned char* bytes, std::uint64_t size) const
+    {
+        ssize_t count = 0;
+        do {
+            count = ::read(fd_, bytes, size);
+        } while (count == -1 && errno == EINTR);
+        return count == -1 ? 0 : static_cast<std::uint64_t>(count);
+    }
+
+    int fd_;
+    std::vector<unsigned char> bytes_;
+    bool lastSkipped_ = false;
+};
+
+// What stands behind the head. Of the fields, those in `names` are added to `fields`; all of them if that is null.
+template <typename Source>
+bool ParseBody(Source& source, const Head& head, const std::set<std::string>* names, FieldMap& fields)
+{
+    const unsigned char* const directory = source.Next(head.directorySize);
+    std::vector<Entry> entries;
+    if (directory == nullptr || !ParseDirectory(directory, head, entries)) {
+        return false;
+    }
+    for (Entry& entry : entries) {
+        if (names != nullptr && names->find(entry.name) == names->end()) {
+            if (!source.Skip(entry.valueSize)) {
+                return false;
+            }
+            continue;
+        }
+        const unsigned char* const value = source.Next(entry.valueSize);
+        if (value == nullptr || !HasChecksum(value, entry.valueSize, entry.checksum)) {
+            return false;
+        }
+        fields.emplace_hint(fields.end(), std::move(entry.name),
+                            std::string(reinterpret_cast<const char*>(value), entry.valueSize));
+    }
+    return source.IsWhole();
+}
+
+}  // namespace
+
+DataChunk::DataChunk() : DataChunk(TimePoint(0)) {}
+
+DataChunk::DataChunk(TimePoint timePoint) : timePoint_(timePoint), sizeOnFile_(kHeadSize), complete_(true) {}
+
+TimePoint DataChunk::GetTimePoint() const
+{
+    return timePoint_;
+}
+
+std::uint64_t DataChunk::GetSizeOnFile() const
+{
+    return sizeOnFile_;
+}
+
+unsigned char* DataChunk::Write(unsigned char* record) const
+{
+    if (!complete_) {
+        throw std::logic_error("a chunk of which fields were skipped has no record to write");
+    }
+    unsigned char* const directory = record + kHeadSize;
+    unsigned char* entry = directory;
+    for (const auto& [name, value] : fields_) {
+        StoreWord(entry, static_cast<std::uint32_t>(name.size()));
+        StoreWord(entry + kValueSizePosition, static_cast<std::uint32_t>(value.size()));
+        StoreWord(entry + kValueChecksumPosition, std::uint64_t{XXH3_64bits(value.data(), value.size())});
+        std::copy(name.begin(), name.end(), entry + kNamePosition);
+        entry += EntrySize(name);
+    }
+    const auto directorySize = static_cast<std::size_t>(entry - directory);
+    unsigned char* end = entry;
+    for (const auto& field : fields_) {
+        end = std::copy(field.second.begin(), field.second.end(), end);
+    }
+    StoreWord(record, kMark);
+    StoreWord(record + kSizePosition, static_cast<std::uint32_t>(sizeOnFile_));
+    StoreWord(record + kTimePosition, timePoint_.Nanoseconds());
+    StoreWord(record + kDirectorySizePosition, static_cast<std::uint32_t>(directorySize));
+    StoreWord(record + kFieldNumberPosition, static_cast<std::uint32_t>(fields_.size()));
+    StoreWord(record + kDirectoryChecksumPosition, std::uint64_t{XXH3_64bits(directory, directorySize)});
+    StoreWord(record + kHeadChecksumPosition, std::uint64_t{XXH3_64bits(record, kHeadChecksumPosition)});
+    return end;
+}
+
+std::uint64_t DataChunk::ReadFrom(const unsigned char* record)
+{
+    Head head;
+    FieldMap fields;
+    if (!ParseHead(record, head)) {
+        return 0;
+    }
+    MemorySource body(record + kHeadSize);
+    if (!ParseBody(body, head, nullptr, fields)) {
+        return 0;
+    }
+    return Become(TimePoint(head.nanoseconds), std::move(fields), head.recordSize, true);
+}
+
+std::uint64_t DataChunk::ReadFrom(int fd)
+{
+    DescriptorSource source(fd);
+    Head head;
+    FieldMap fields;
+    const unsigned char* bytes = source.Next(kHeadSize);
+    if (bytes == nullptr || !ParseHead(bytes, head)) {
+        return 0;
+    }
+    bytes = source.Next(head.recordSize - kHeadSize);  // all that is left, at once
+    if (bytes == nullptr) {
+        return 0;
+    }
+    MemorySource body(bytes);
+    if (!ParseBody(body, head, nullptr, fields)) {
+        return 0;
+    }
+    return Become(TimePoint(head.nanoseconds), std::move(fields), head.recordSize, true);
+}
+
+std::uint64_t DataChunk::ReadFrom(int fd, const std::set<std::string>& names)
+{
+    DescriptorSource source(fd);
+    Head head;
+    FieldMap fields;
+    const unsigned char* const bytes = source.Next(kHeadSize);
+    if (bytes == nullptr || !ParseHead(bytes, head) || !ParseBody(source, head, &names, fields)) {
+        return 0;
+    }
+    const bool complete = fields.size() == head.fieldNumber;
+    return Become(TimePoint(head.nanoseconds), std::move(fields), head.recordSize, complete);
+}
+
+std::uint64_t DataChunk::Become(TimePoint timePoint, FieldMap fields, std::uint64_t sizeOnFile, bool complete)
+{
+    timePoint_ = timePoint;
+    fields_ = std::move(fields);
+    sizeOnFile_ = sizeOnFile;
+    complete_ = complete;
+    return sizeOnFile;
+}
+
+void DataChunk::Set(const std::string& name, std::string value)
+{
+    if (!complete_) {
+        throw std::logic_error("a chunk of which fields were skipped cannot be changed");
+    }
+    const auto found = fields_.find(name);
+    const std::uint64_t before = found == fields_.end() ? 0 : EntrySize(name) + found->second.size();
+    const std::uint64_t others = sizeOnFile_ - before;
+    if (name.size() > kMaxSizeOnFile || value.size() > kMaxSizeOnFile ||
+        EntrySize(name) + value.size() > kMaxSizeOnFile - others) {
+        throw std::length_error("the record would be longer than 1073741824 bytes");
+    }
+    const std::uint64_t size = others + EntrySize(name) + value.size();
+    fields_.insert_or_assign(name, std::move(value));
+    sizeOnFile_ = size;
+}
+
+const std::string* DataChunk::Get(const std::string& name) const
+{
+    const auto found = fields_.find(name);
+    return found == fields_.end() ? nullptr : &found->second;
+}
+
+}  // namespace Corvane::Pellin

@@ -1,0 +1,124 @@
+#include <array>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <sstream>
+#include <utility>
+
+#include "Corvane/Time/TimePoint.h"
+#include "tarn/cv/logging/Logger.h"
+#include "tarn/cv/logging/LoggingManager.h"
+
+namespace tarn::cv::logging {
+
+namespace {
+
+constexpr std::int32_t kFirstLevel = 40;
+
+struct Registry {
+    std::shared_mutex mutex;
+    std::map<std::string, Logger> loggers;
+    std::shared_ptr<const Sink> sink = std::make_shared<const Sink>(LoggingManager::WriteToStderr);
+};
+
+// Never destroyed: what runs at the end of the process may still log.
+Registry& TheRegistry()
+{
+    static auto* const registry = new Registry;
+    return *registry;
+}
+
+Logger& Find(const std::string& name)
+{
+    Registry& registry = TheRegistry();
+    {
+        const std::shared_lock lock(registry.mutex);
+        const auto found = registry.loggers.find(name);
+        if (found != registry.loggers.end()) {
+            return found->second;
+        }
+    }
+    const std::unique_lock lock(registry.mutex);
+    return registry.loggers.try_emplace(name, name).first->second;
+}
+
+bool NeedsEscape(unsigned char byte)
+{
+    return byte < 0x20 || byte == 0x7f || byte == '\\';
+}
+
+std::string Escaped(const std::string& text)
+{
+    std::string escaped;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (!NeedsEscape(byte)) {
+            escaped += character;
+            continue;
+        }
+        std::array<char, 5> code = {};
+        std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned>(byte));
+        escaped += code.data();
+    }
+    return escaped;
+}
+
+}  // namespace
+
+Logger::Logger(std::string name) : name_(std::move(name)), level_(kFirstLevel) {}
+
+Logger::~Logger() = default;
+
+void Logger::Log(std::int32_t level, const std::string& message, const char* file, std::int32_t line)
+{
+    std::shared_ptr<const Sink> sink;
+    {
+        const std::shared_lock lock(TheRegistry().mutex);
+        sink = TheRegistry().sink;
+    }
+    (*sink)({level, name_, message, file, line});  // unlocked: a sink may log, or look up loggers, itself
+}
+
+std::int32_t Logger::GetCurrentLevel()
+{
+    return level_;
+}
+
+Logger& LoggingManager::GetLogger(const std::string& name)
+{
+    return Find(name);
+}
+
+Logger* LoggingManager::GetLoggerPtr(const std::string& name)
+{
+    Logger& logger = Find(name);
+    return logger.GetCurrentLevel() == Logger::kOff ? nullptr : &logger;
+}
+
+void LoggingManager::SetLevel(const std::string& name, std::int32_t level)
+{
+    Find(name).SetLevel(level);
+}
+
+void LoggingManager::SetSink(Sink sink)
+{
+    if (!sink) {
+        sink = WriteToStderr;
+    }
+    auto next = std::make_shared<const Sink>(std::move(sink));
+    const std::unique_lock lock(TheRegistry().mutex);
+    TheRegistry().sink.swap(next);
+}
+
+void LoggingManager::WriteToStderr(const Record& record)
+{
+    std::ostringstream line;
+    line << Corvane::Time::TimePoint::Now() << ' ' << record.level << ' ' << Escaped(record.logger) << ' '
+         << Escaped(record.message) << ' ' << record.file << ':' << record.line << '\n';
+    const std::string text = line.str();
+    std::fwrite(text.data(), 1, text.size(), stderr);  // one call, so that lines of several threads do not mix
+}
+
+}  // namespace tarn::cv::logging
