@@ -1,0 +1,300 @@
+#include "Corvane/File/DataChunkFileAppender.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/Descriptor.h"
+#include "Corvane/File/FileImage.h"
+#include "Corvane/File/Records.h"
+#include "Corvane/File/XattrNames.h"
+#include "tarn/cv/logging/LoggingManager.h"
+
+namespace Corvane::File {
+
+using Pellin::DataChunk;
+using tarn::cv::logging::LoggingManager;
+using Time::TimePoint;
+
+namespace {
+
+constexpr mode_t kFileMode = 0664;
+
+// A header word; an image too short to hold all of it gets the bytes that it can hold.
+void StoreWord(FileImage& image, std::uint64_t position, std::uint64_t word)
+{
+    std::memcpy(image.Data() + position, &word, std::min(sizeof word, image.Size() - position));
+}
+
+std::uint64_t LoadWord(const FileImage& image, std::uint64_t position)
+{
+    std::uint64_t word = 0;
+    std::memcpy(&word, image.Data() + position, sizeof word);
+    return word;
+}
+
+// One read that signals do not interrupt: bytes read, 0 at the end of the file, -1 on an error.
+ssize_t ReadOnce(int fd, unsigned char* bytes, std::uint64_t size)
+{
+    ssize_t count = 0;
+    do {
+        count = ::read(fd, bytes, size);
+    } while (count == -1 && errno == EINTR);
+    return count;
+}
+
+// Takes an image back to what it was before an Append, unless that keeps its record.
+class Attempt {
+public:
+    explicit Attempt(FileImage& image) : image_(image), imageSize_(image.Size()) {}
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
+    ~Attempt()
+    {
+        if (!kept_) {
+            std::fill_n(std::copy(loaded_.begin(), loaded_.end(), image_.Data() + at_), size_ - loaded_.size(), 0);
+            image_.Shrink(imageSize_);
+        }
+    }
+
+    // Before [at, at + size) is written to: only what came from a file, below loadedSize, can be other than zero.
+    void Save(std::uint64_t at, std::uint64_t size, std::uint64_t loadedSize)
+    {
+        if (at < loadedSize) {
+            loaded_.assign(image_.Data() + at, image_.Data() + at + std::min(size, loadedSize - at));
+        }
+        at_ = at;
+        size_ = size;
+    }
+
+    void Keep() { kept_ = true; }
+
+private:
+    FileImage& image_;
+    std::uint64_t imageSize_;
+    std::uint64_t at_ = 0;
+    std::uint64_t size_ = 0;
+    std::vector<unsigned char> loaded_;
+    bool kept_ = false;
+};
+
+}  // namespace
+
+DataChunkFileAppender::DataChunkFileAppender(std::string filename, bool reopen, std::uint64_t maxSize)
+    : filename_(std::move(filename)),
+      maxSize_(maxSize),
+      data_(std::make_unique<FileImage>()),
+      currentSize_(kHeaderSize),
+      chunkNumber_(0),
+      fd_(-1),
+      chunkNumberAttribute_("user.numberChunksInFile"),
+      flushDisabled_(false),
+      logger_(LoggingManager::GetLoggerPtr("DataChunkFileAppender")),
+      loadedSize_(0)
+{
+    if (maxSize_ != 0) {
+        data_->Cover(0, maxSize_);
+        StoreWord(*data_, kVersionPosition, kFormatVersion);
+    }
+    if (reopen) {
+        Reopen();
+    }
+    fd_ = ::open(filename_.c_str(), O_WRONLY | O_CREAT | O_NOATIME, kFileMode);
+    if (fd_ == -1) {
+        const std::string reason = std::strerror(errno);
+        throw std::runtime_error(Join("DataChunkFileAppender could not open file ", filename_, ": ", reason));
+    }
+}
+
+DataChunkFileAppender::~DataChunkFileAppender()
+{
+    if (!flushDisabled_) {
+        Flush();
+    }
+    if (fd_ != -1) {
+        ::close(fd_);
+    }
+}
+
+bool DataChunkFileAppender::Append(const DataChunk& chunk)
+{
+    const std::uint64_t chunkSize = chunk.GetSizeOnFile();
+    Attempt attempt(*data_);
+    if (!MakeRoom(chunkSize)) {
+        return false;
+    }
+
+    // Chunks mostly come in the order of their time points: then the last one is all that needs to be looked at.
+    const TimePoint timePoint = chunk.GetTimePoint();
+    auto next = timePoints_.end();
+    if (!timePoints_.empty() && !(*timePoints_.rbegin() < timePoint)) {
+        next = timePoints_.lower_bound(timePoint);
+        if (!(timePoint < *next)) {
+            Log(logger_, kFatalLevel, [&] { return Join("TimePoint ", timePoint, " has already been appended"); });
+            attempt.Keep();  // an unbounded image stays grown
+            return false;
+        }
+    }
+
+    attempt.Save(currentSize_, chunkSize, loadedSize_);
+    chunk.Write(data_->Data() + currentSize_);
+    timePoints_.insert(next, timePoint);
+    attempt.Keep();
+    currentSize_ += chunkSize;
+    ++chunkNumber_;
+    StoreWord(*data_, kChunkNumberPosition, chunkNumber_);
+    return true;
+}
+
+// Sees to it that a chunk of this size has its place behind the last one; false if the file may not hold it.
+bool DataChunkFileAppender::MakeRoom(std::uint64_t chunkSize)
+{
+    if (maxSize_ == 0) {
+        data_->Cover(currentSize_, chunkSize);
+        return true;
+    }
+    if (currentSize_ > maxSize_ || chunkSize > maxSize_ - currentSize_) {
+        Log(logger_, kFatalLevel, [&] {
+            return Join("Current file size ", currentSize_, " + chunkSize ", chunkSize, " > maxSize ", maxSize_);
+        });
+        return false;
+    }
+    if (!data_->Holds(currentSize_, chunkSize)) {
+        Log(logger_, kFatalLevel, [&] {
+            return Join("Data size ", data_->Size(), " is lower than currentSize_ ", currentSize_, " + chunkSize ",
+                        chunkSize, ": Cannot Append chunk");
+        });
+        return false;
+    }
+    return true;
+}
+
+void DataChunkFileAppender::Flush()
+{
+    if (data_->Empty()) {
+        return;
+    }
+    data_->PopulateForReading(std::max(currentSize_, loadedSize_));
+    const ssize_t written = ::write(fd_, data_->Data(), data_->Size());
+    if (static_cast<std::uint64_t>(written) != data_->Size()) {
+        Log(logger_, kFatalLevel,
+            [&] { return Join("Could not write ", data_->Size(), "B. Wrote instead: ", written); });
+    }
+}
+
+std::string DataChunkFileAppender::GetFilename() const
+{
+    return filename_;
+}
+
+const std::set<TimePoint>& DataChunkFileAppender::GetTimePoints() const
+{
+    return timePoints_;
+}
+
+void DataChunkFileAppender::Reopen()
+{
+    loadedSize_ = Load();
+    if (loadedSize_ < kHeaderSize) {
+        throw std::runtime_error(Join("DataChunkFileAppender: file ", filename_, " has content of only ", loadedSize_,
+                                      " bytes. ", kHeaderSize, "is the minimum expected"));
+    }
+    if (maxSize_ != 0 && loadedSize_ > maxSize_) {
+        throw std::runtime_error(Join("DataChunkFileAppender: content size ", loadedSize_,
+                                      " is greater than specified size ", maxSize_, " when reading file ", filename_));
+    }
+    const std::uint64_t version = LoadWord(*data_, kVersionPosition);
+    if (version != kFormatVersion) {
+        throw std::runtime_error(Join("DataChunkFileAppender: file ", filename_, " is stored with version ", version,
+                                      " instead of version ", kFormatVersion, ": we don't know how to read this file"));
+    }
+    chunkNumber_ = LoadWord(*data_, kChunkNumberPosition);
+    Log(logger_, kInfoLevel, [&] {
+        return Join("In file ", filename_, ": we discovered ", chunkNumber_, " chunks from version ", kFormatVersion);
+    });
+    if (chunkNumber_ == 0) {
+        return;
+    }
+    if (data_->Empty()) {
+        throw std::runtime_error("data_ is empty while chunkNumber is > 0");
+    }
+    data_->AttachTail();
+    Walk();
+    data_->DetachTail();
+}
+
+// Reads the file to its end into the image and returns its length in bytes. A bounded image takes its maxSize_ bytes,
+// and the rest is only counted; an unbounded one becomes exactly as long as the file. A file that can't be read to its
+// end, for whatever reason, counts as empty: half of it must not pass for all of it.
+std::uint64_t DataChunkFileAppender::Load()
+{
+    const Descriptor file(::open(filename_.c_str(), O_RDONLY));
+    struct stat status = {};
+    if (file.Get() == -1 || ::fstat(file.Get(), &status) == -1) {
+        return 0;
+    }
+    if (maxSize_ == 0) {
+        data_->Cover(0, static_cast<std::uint64_t>(status.st_size));  // a first guess: 0 under /proc
+    }
+    std::array<unsigned char, 4096> more = {};  // what lies behind the image's end, mostly nothing
+    std::uint64_t length = 0;
+    for (;;) {
+        const bool full = length >= data_->Size();
+        const ssize_t count = full ? ReadOnce(file.Get(), more.data(), more.size())
+                                   : ReadOnce(file.Get(), data_->Data() + length, data_->Size() - length);
+        if (count == -1) {
+            return 0;
+        }
+        if (count == 0) {
+            break;
+        }
+        if (full && maxSize_ == 0) {
+            data_->Cover(length, static_cast<std::uint64_t>(count));
+            std::copy_n(more.data(), count, data_->Data() + length);
+        }
+        length += static_cast<std::uint64_t>(count);
+    }
+    if (maxSize_ == 0) {
+        data_->Shrink(length);
+    }
+    return length;
+}
+
+// Finds the good records from the header on. What a record claims is believed only as far as the image goes.
+void DataChunkFileAppender::Walk()
+{
+    for (std::uint64_t i = 0; i < chunkNumber_; ++i) {
+        DataChunk chunk;
+        // A file holds no more records than it has bytes: this ends the walk where records claim to have no length.
+        if (i >= data_->Size() - kHeaderSize || !IsGoodRecord(chunk)) {
+            Log(logger_, kErrorLevel, [&] {
+                return Join("Chunk ", i, " in file ", filename_, " of ", chunkNumber_,
+                            " chunks is not good. We skip the remaining ", chunkNumber_ - 1 - i, " chunks");
+            });
+            chunkNumber_ = i;
+            return;
+        }
+        const TimePoint timePoint = chunk.GetTimePoint();
+        timePoints_.insert(timePoints_.end(), timePoint);
+        currentSize_ += chunk.GetSizeOnFile();
+    }
+}
+
+// Fills the chunk with the record at currentSize_; false if it does not parse or does not lie within the image.
+bool DataChunkFileAppender::IsGoodRecord(DataChunk& chunk) const
+{
+    const unsigned char* const record = data_->Data() + currentSize_;
+    return currentSize_ < data_->Size() && chunk.ReadFrom(record) != 0 &&
+           data_->Holds(currentSize_, chunk.GetSizeOnFile());
+}
+
+}  // namespace Corvane::File
