@@ -1,0 +1,116 @@
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+namespace support {
+
+TemporaryFolder::TemporaryFolder()
+{
+    const char* const chosen = std::getenv("CORVANE_TEST_FOLDER");
+    path_ = (chosen != nullptr ? std::string(chosen) : std::filesystem::temp_directory_path().string()) +
+            "/chunkfiles-XXXXXX";
+    if (::mkdtemp(path_.data()) == nullptr) {
+        throw std::runtime_error("cannot make the folder " + path_ + ": " + std::strerror(errno));
+    }
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::set<std::string> TemporaryFolder::Names() const
+{
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream bytes;
+    if (!file || (file.peek() != std::ifstream::traits_type::eof() && !(bytes << file.rdbuf()))) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    return bytes.str();
+}
+
+void WriteFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    if (!file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush()) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::string Word(std::uint64_t value)
+{
+    std::string bytes(sizeof value, '\0');
+    std::memcpy(bytes.data(), &value, sizeof value);
+    return bytes;
+}
+
+std::uint64_t WordAt(const std::string& bytes, std::size_t position)
+{
+    std::uint64_t value = 0;
+    std::memcpy(&value, bytes.substr(position, sizeof value).data(), sizeof value);
+    return value;
+}
+
+std::set<int> OpenDescriptors()
+{
+    std::set<int> descriptors;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::stoi(entry.path().filename().string());
+        if (entry.is_symlink() &&
+            std::filesystem::read_symlink(entry.path()).string().find("/fd") == std::string::npos) {
+            descriptors.insert(fd);  // not the one that lists them
+        }
+    }
+    return descriptors;
+}
+
+int RunInChild(const std::function<void()>& function)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        int result = 1;
+        try {
+            function();
+            result = testing::Test::HasFailure() ? 1 : 0;
+        } catch (const std::exception& error) {
+            std::cerr << error.what() << '\n';
+        }
+        std::cout.flush();
+        ::_exit(result);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void BecomeUnprivileged()
+{
+    constexpr id_t kNobody = 65534;
+    if (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) {
+        throw std::runtime_error("cannot give up root");
+    }
+}
+
+}  // namespace support

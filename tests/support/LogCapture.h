@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace support {
+
+// One log record, copied.
+struct LogRecord {
+    std::int32_t level;
+    std::string logger;
+    std::string message;
+    std::string file;
+    std::int32_t line;
+};
+
+// While it lives, the platform's log records are kept here instead of printed, and the library's three loggers have
+// this level. Afterwards the default sink is back, and their level is 40.
+class LogCapture {
+public:
+    explicit LogCapture(std::int32_t level = 0);
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    ~LogCapture();
+
+    static void SetLevel(std::int32_t level);
+
+    std::vector<LogRecord> Records() const;
+
+    // Each record as "<level> <message>".
+    std::vector<std::string> Lines() const;
+
+    void Clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<LogRecord> records_;
+};
+
+}  // namespace support
