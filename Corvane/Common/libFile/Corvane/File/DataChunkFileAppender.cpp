@@ -110,7 +110,7 @@ DataChunkFileAppender::DataChunkFileAppender(std::string filename, bool reopen, 
     }
     fd_ = ::open(filename_.c_str(), O_WRONLY | O_CREAT | O_NOATIME, kFileMode);
     if (fd_ == -1) {
-        const std::string reason = std::strerror(errno);
+        const std::string reason = SystemReason();
         throw std::runtime_error(Join("DataChunkFileAppender could not open file ", filename_, ": ", reason));
     }
 }

@@ -28,7 +28,7 @@ DataChunkFileReader::DataChunkFileReader(std::string filename)
     Descriptor file(::open(filename_.c_str(), O_RDONLY | O_NOATIME));
     if (file.Get() == -1) {
         const std::string message = Join("DataChunkFileReader could not open file ", filename_);
-        Log(logger_, kFatalLevel, [&] { return message; });
+        Log(logger_, kFatalLevel, [&]() -> const std::string& { return message; });
         throw std::runtime_error(message);
     }
     // A short header is no error: what is missing stays zero.
@@ -44,12 +44,14 @@ DataChunkFileReader::~DataChunkFileReader()
     ::close(fd_);
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): it moves the descriptor
 std::uint64_t DataChunkFileReader::GetChunk(DataChunk& chunk, std::uint64_t position)
 {
     ::lseek64(fd_, static_cast<off64_t>(position), SEEK_SET);
     return chunk.ReadFrom(fd_);
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): it moves the descriptor
 std::uint64_t DataChunkFileReader::GetChunk(DataChunk& chunk, std::uint64_t position,
                                             const std::set<std::string>& names)
 {

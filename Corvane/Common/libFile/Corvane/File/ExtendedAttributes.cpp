@@ -3,8 +3,6 @@
 #include <sys/xattr.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <source_location>
 #include <stdexcept>
 #include <string_view>
@@ -35,7 +33,7 @@ void Report(std::int32_t level, const MakeText& makeText, const source_location&
 template <typename MakeText>
 void Fail(bool& success, const MakeText& makeText, const source_location& where = source_location::current())
 {
-    const std::string reason = std::strerror(errno);
+    const std::string reason = SystemReason();
     Report(kDebugLevel, [&] { return Join(makeText(), ": ", reason); }, where);
     success = false;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <locale>
 #include <source_location>
 #include <sstream>
@@ -15,6 +17,12 @@ constexpr std::int32_t kDebugLevel = 10;
 constexpr std::int32_t kInfoLevel = 20;
 constexpr std::int32_t kErrorLevel = 40;
 constexpr std::int32_t kFatalLevel = 50;
+
+// The system's reason for the call that has just failed. Called before anything else can change errno.
+inline std::string SystemReason()
+{
+    return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): glibc keeps a text for each thread
+}
 
 // The parts printed one after the other; numbers come out the same whatever locale the program has set.
 template <typename... Parts>
