@@ -1,0 +1,26 @@
+#include <Corvane/File/ChunkFileLayout.h>
+#include <Corvane/File/DataChunkFileAppender.h>
+#include <Corvane/File/DataChunkFileReader.h>
+
+#include <iostream>
+
+using Corvane::Pellin::DataChunk;
+using Corvane::Time::TimePoint;
+
+int main(int count, char** arguments)
+{
+    const std::string name = count > 1 ? arguments[1] : "/tmp/ten_lines.chunks";
+    {
+        Corvane::File::DataChunkFileAppender file(name, /* reopen = */ false, /* maxSize = */ 4096);
+        DataChunk chunk(TimePoint::Now());
+        chunk.Set("temperature", "21.5");
+        file.Append(chunk);  // false, and a log record, if it does not fit or its time point is already there
+    }  // here the whole file is written
+    Corvane::File::DataChunkFileReader file(name);
+    DataChunk chunk;
+    std::uint64_t position = Corvane::File::kHeaderSize;
+    for (std::uint64_t i = 0; i < file.GetNumberOfChunks() && file.GetChunk(chunk, position) != 0; ++i) {
+        std::cout << chunk.GetTimePoint() << ' ' << *chunk.Get("temperature") << '\n';
+        position += chunk.GetSizeOnFile();
+    }
+}
