@@ -1,0 +1,110 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "Corvane/Time/TimePoint.h"
+
+namespace Corvane::Pellin {
+
+// A chunk that says and does what a test tells it. Its record: a mark, the size and the time, 8 bytes each, then bytes
+// of 0x5a; a record shorter than 24 bytes is cut off, and can't be read back.
+class DataChunk {
+public:
+    static constexpr std::uint64_t kMark = 0x6b72616d;
+    static constexpr std::uint64_t kHeadSize = 24;
+
+    DataChunk() : DataChunk(0, 0) {}
+    DataChunk(std::int64_t time, std::uint64_t size) : time_(time), size_(size) {}
+    DataChunk(const DataChunk&) = delete;
+    DataChunk& operator=(const DataChunk&) = delete;
+    ~DataChunk() = default;
+
+    Time::TimePoint GetTimePoint() const
+    {
+        Call(onGetTimePoint);
+        return Time::TimePoint(time_);
+    }
+
+    std::uint64_t GetSizeOnFile() const
+    {
+        Call(onGetSizeOnFile);
+        return size_;
+    }
+
+    // With onWrite set, half of the record is there when it is called.
+    void Write(unsigned char* record) const
+    {
+        const std::uint64_t head[] = {kMark, size_, static_cast<std::uint64_t>(time_)};
+        std::memset(record, 0x5a, size_ / 2);
+        Call(onWrite);
+        std::memset(record, 0x5a, size_);
+        std::memcpy(record, head, size_ < kHeadSize ? size_ : kHeadSize);
+    }
+
+    // With parse set, what it returns; else 0 where there is no mark.
+    std::uint64_t ReadFrom(const unsigned char* record)
+    {
+        Call(onReadFrom);
+        if (parse) {
+            return parse(*this, record);
+        }
+        std::uint64_t head[3] = {};
+        std::memcpy(head, record, sizeof head);
+        return Take(head);
+    }
+
+    std::uint64_t ReadFrom(int fd)
+    {
+        Call(onReadFrom);
+        std::uint64_t head[3] = {};
+        return ::read(fd, head, sizeof head) == static_cast<ssize_t>(sizeof head) ? Take(head) : 0;
+    }
+
+    std::uint64_t ReadFrom(int fd, const std::set<std::string>& names)
+    {
+        lastNames = &names;
+        return ReadFrom(fd);
+    }
+
+    void Become(std::int64_t time, std::uint64_t size)
+    {
+        time_ = time;
+        size_ = size;
+    }
+
+    // Called when the chunk is; empty: nothing.
+    static inline std::function<void()> onGetTimePoint;
+    static inline std::function<void()> onGetSizeOnFile;
+    static inline std::function<void()> onWrite;
+    static inline std::function<void()> onReadFrom;
+    static inline std::function<std::uint64_t(DataChunk&, const unsigned char*)> parse;
+    static inline const std::set<std::string>* lastNames = nullptr;
+
+private:
+    static void Call(const std::function<void()>& function)
+    {
+        if (function) {
+            function();
+        }
+    }
+
+    std::uint64_t Take(const std::uint64_t* head)
+    {
+        if (head[0] != kMark) {
+            return 0;
+        }
+        Become(static_cast<std::int64_t>(head[2]), head[1]);
+        return 1;
+    }
+
+    std::int64_t time_;
+    std::uint64_t size_;
+};
+
+}  // namespace Corvane::Pellin

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <ostream>
+
+namespace Corvane::Time {
+
+// A time point whose copying and comparing a test can watch, and make throw.
+class TimePoint {
+public:
+    explicit TimePoint(std::int64_t value) : value_(value) {}
+    TimePoint(const TimePoint& other) : value_(other.value_)
+    {
+        if (onCopy) {
+            onCopy();
+        }
+    }
+    TimePoint& operator=(const TimePoint&) = delete;
+    ~TimePoint() = default;
+
+    std::int64_t Value() const { return value_; }
+    bool operator<(const TimePoint& other) const
+    {
+        if (onCompare) {
+            onCompare();
+        }
+        return value_ < other.value_;
+    }
+
+    static inline std::function<void()> onCopy;
+    static inline std::function<void()> onCompare;
+
+private:
+    std::int64_t value_;
+};
+
+inline std::ostream& operator<<(std::ostream& stream, const TimePoint& timePoint)
+{
+    return stream << timePoint.Value();
+}
+
+}  // namespace Corvane::Time

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tarn::cv::logging {
+
+// A logger that keeps its records and does what a test tells it.
+class Logger {
+public:
+    struct Record {
+        std::int32_t level;
+        std::string message;
+        std::string file;
+        std::int32_t line;
+    };
+
+    Logger() = default;
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+    virtual ~Logger() = default;
+
+    virtual void Log(std::int32_t recordLevel, const std::string& message, const char* file, std::int32_t line)
+    {
+        if (onLog) {
+            onLog();
+        }
+        records.push_back({recordLevel, message, file, line});
+    }
+
+    virtual std::int32_t GetCurrentLevel()
+    {
+        if (onLevel) {
+            onLevel();
+        }
+        return level;
+    }
+
+    // Each record as "<level> <message>".
+    std::vector<std::string> Lines() const
+    {
+        std::vector<std::string> lines;
+        for (const Record& record : records) {
+            lines.push_back(std::to_string(record.level) + " " + record.message);
+        }
+        return lines;
+    }
+
+    std::int32_t level = 0;
+    std::vector<Record> records;
+    std::function<void()> onLog;
+    std::function<void()> onLevel;
+};
+
+}  // namespace tarn::cv::logging
