@@ -1,5 +1,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
 
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Allocations.h"
@@ -16,6 +24,17 @@ using Lines = std::vector<std::string>;
 
 class AppenderCalls : public testing::Test {
 protected:
+    // The text of the exception that a new appender throws.
+    std::string TextOfFailedOpen()
+    {
+        try {
+            DataChunkFileAppender(path_, false, 64);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "none";
+    }
+
     support::TemporaryFolder folder_;
     std::string path_ = folder_ / "a";
     support::LogCapture log_;
@@ -28,10 +47,61 @@ TEST_F(AppenderCalls, NewFileTakesOneOpenOneWriteOneClose)
         DataChunkFileAppender appender(path_, false, 512);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     }
-    EXPECT_EQ(calls.Names(), (Lines{"open", "write", "close"}));
-    EXPECT_EQ(calls.Calls("open").at(0).flags, 0x40041);
-    EXPECT_EQ(calls.Calls("open").at(0).mode, 0664U);
-    EXPECT_EQ(calls.Calls("write").at(0).size, 512U);
+    ASSERT_EQ(calls.Names(), (Lines{"open", "write", "close"}));
+    EXPECT_EQ(calls.Calls()[0].path, path_);
+    EXPECT_EQ(calls.Calls()[0].flags, 0x40041);  // O_WRONLY | O_CREAT | O_NOATIME
+    EXPECT_EQ(calls.Calls()[0].mode, 0664U);
+    EXPECT_EQ(calls.Calls()[1].size, 512U);
+    EXPECT_EQ(calls.Calls()[1].fd, calls.Calls()[0].result);
+    EXPECT_EQ(calls.Calls()[2].fd, calls.Calls()[0].result);
+}
+
+TEST_F(AppenderCalls, EmptyUnboundedImageIsNotWritten)
+{
+    support::SystemCalls calls;
+    {
+        const DataChunkFileAppender appender(path_, false, 0);
+    }
+    EXPECT_EQ(calls.Names(), (Lines{"open", "close"}));
+}
+
+TEST_F(AppenderCalls, LargeImageIsWrittenInOneCallToo)
+{
+    support::SystemCalls calls;
+    {
+        DataChunkFileAppender appender(path_, false, 64'000'000);
+        EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
+    }
+    ASSERT_EQ(calls.Calls("write").size(), 1U);
+    EXPECT_EQ(calls.Calls("write")[0].result, 64'000'000);
+}
+
+TEST_F(AppenderCalls, AppendMakesNoCall)
+{
+    DataChunkFileAppender appender(path_, false, 512);
+    const auto chunk = ChunkOfSize(1, 100);
+    const support::SystemCalls calls;
+    EXPECT_TRUE(appender.Append(chunk));
+    EXPECT_EQ(calls.Names(), Lines{});
+}
+
+TEST_F(AppenderCalls, AppendAllocatesTheTimePointsNodeOnly)
+{
+    DataChunkFileAppender appender(path_, false, 512);
+    const auto chunk = ChunkOfSize(1, 100);
+    const support::Allocations allocations;
+    EXPECT_TRUE(appender.Append(chunk));
+    EXPECT_EQ(allocations.Count(), 1U);
+}
+
+TEST_F(AppenderCalls, RefusalThatIsNotLoggedAllocatesNothing)
+{
+    DataChunkFileAppender appender(path_, false, 16);
+    const auto chunk = ChunkOfSize(1, 100);
+    support::LogCapture::SetLevel(51);
+    const support::Allocations allocations;
+    EXPECT_FALSE(appender.Append(chunk));
+    EXPECT_EQ(allocations.Count(), 0U);
 }
 
 TEST_F(AppenderCalls, FailedWriteIsLoggedWithMinusOne)
@@ -39,10 +109,162 @@ TEST_F(AppenderCalls, FailedWriteIsLoggedWithMinusOne)
     support::SystemCalls calls;
     calls.Fail("write", ENOSPC);
     {
-        DataChunkFileAppender appender(path_, false, 512);
+        const DataChunkFileAppender appender(path_, false, 512);
     }
     EXPECT_EQ(calls.Fired(), 1U);
-    EXPECT_EQ(log_.Lines(), (Lines{"50 Could not write 512B. Wrote instead: -1"}));
+    EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: -1"});
+    EXPECT_EQ(calls.Names(), (Lines{"open", "write", "close"}));
+}
+
+TEST_F(AppenderCalls, ShortWriteIsLoggedAndNotRepeated)
+{
+    for (const std::uint64_t moved : {0U, 1U, 511U}) {
+        log_.Clear();
+        support::SystemCalls calls;
+        calls.Shorten("write", moved);
+        {
+            const DataChunkFileAppender appender(path_, false, 512);
+        }
+        EXPECT_EQ(calls.Fired(), 1U);
+        EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: " + std::to_string(moved)});
+        EXPECT_EQ(calls.Calls("write").size(), 1U);
+    }
+}
+
+TEST_F(AppenderCalls, FailedCloseIsIgnoredAndNotRepeated)
+{
+    support::SystemCalls calls;
+    calls.On("close", 0, [](const support::SystemCall& call) {
+        ::close(call.fd);
+        errno = EIO;
+        return -1;
+    });
+    {
+        const DataChunkFileAppender appender(path_, false, 512);
+    }
+    EXPECT_EQ(calls.Calls("close").size(), 1U);
+    EXPECT_EQ(log_.Lines(), Lines{});
+}
+
+TEST_F(AppenderCalls, EveryReasonOfAFailedOpenIsTold)
+{
+    for (const int error : {EACCES, EPERM, EMFILE, EISDIR, ENOSPC, EROFS, ELOOP}) {
+        support::SystemCalls calls;
+        calls.Fail("open", error);
+        EXPECT_EQ(TextOfFailedOpen(),
+                  "DataChunkFileAppender could not open file " + path_ + ": " + std::strerror(error));
+    }
+    EXPECT_EQ(log_.Lines(), Lines{});
+}
+
+TEST_F(AppenderCalls, ReasonIsRightWhereAllocatingChangesErrno)
+{
+    path_ = folder_ / "none/a";
+    support::Allocations allocations;
+    allocations.DisturbErrno(EDOM);
+    EXPECT_EQ(TextOfFailedOpen(), "DataChunkFileAppender could not open file " + path_ + ": No such file or directory");
+}
+
+TEST_F(AppenderCalls, FailedConstructionLeavesNoDescriptor)
+{
+    const auto before = support::OpenDescriptors();
+    path_ = folder_ / "none/a";
+    EXPECT_NE(TextOfFailedOpen(), "none");
+    EXPECT_EQ(support::OpenDescriptors(), before);
+    EXPECT_TRUE(folder_.Names().empty());
+}
+
+TEST_F(AppenderCalls, FailedAllocationInConstructionLeavesNeitherFileNorDescriptor)
+{
+    const auto before = support::OpenDescriptors();
+    std::uint64_t nth = 0;
+    for (bool constructed = false; !constructed; ++nth) {
+        EXPECT_TRUE(folder_.Names().empty());
+        support::Allocations allocations;
+        allocations.FailAt(nth);
+        try {
+            const DataChunkFileAppender appender(path_, false, 512);
+            constructed = true;
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(allocations.Failed(), 1U);
+        }
+    }
+    EXPECT_GE(nth, 3U);
+    EXPECT_EQ(support::OpenDescriptors(), before);
+}
+
+TEST_F(AppenderCalls, RefusedMappingIsAFailedAllocation)
+{
+    for (const std::uint64_t maxSize : {std::uint64_t{2} << 20U, std::uint64_t{64} << 20U}) {
+        support::SystemCalls calls;
+        calls.Fail("mmap", ENOMEM);
+        EXPECT_THROW(DataChunkFileAppender(path_, false, maxSize), std::bad_alloc);
+        EXPECT_EQ(calls.Fired(), 1U);
+    }
+    EXPECT_TRUE(folder_.Names().empty());
+}
+
+TEST_F(AppenderCalls, RefusedGrowthLeavesAMappedImageAsItWas)
+{
+    const auto first = ChunkOfSize(1, 3'000'000);
+    const auto second = ChunkOfSize(2, 5'000'000);
+    for (const char* const call : {"mmap", "mremap"}) {
+        {
+            DataChunkFileAppender appender(path_, false, 0);
+            EXPECT_TRUE(appender.Append(first));
+            support::SystemCalls calls;
+            calls.Fail(call, ENOMEM);
+            EXPECT_THROW(appender.Append(second), std::bad_alloc);
+            EXPECT_EQ(calls.Fired(), 1U);
+        }
+        EXPECT_TRUE(support::ReadFile(path_) == support::FileOf({first}, 0));
+    }
+}
+
+TEST_F(AppenderCalls, FullDeviceIsLogged)
+{
+    {
+        const DataChunkFileAppender appender("/dev/full", false, 512);
+    }
+    EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: -1"});
+}
+
+TEST_F(AppenderCalls, LimitOfTheFileSizeCutsTheImageOff)
+{
+    const int result = support::RunInChild([this] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit = {300, 300};
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+        {
+            const DataChunkFileAppender appender(path_, false, 512);
+        }
+        EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: 300"});
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(AppenderCalls, ImageLongerThanOneWriteMovesIsCutOffThere)
+{
+    {
+        const DataChunkFileAppender appender("/dev/null", false, 3'000'000'000);
+    }
+    EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 3000000000B. Wrote instead: 2147479552"});
+}
+
+TEST_F(AppenderCalls, AnotherUsersWritableFileIsNotPermitted)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to make another user's file";
+    }
+    support::WriteFile(path_, "");
+    ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
+    ASSERT_EQ(::chmod(folder_.Path().c_str(), 0777), 0);
+    const int result = support::RunInChild([this] {
+        support::BecomeUnprivileged();
+        EXPECT_EQ(TextOfFailedOpen(),
+                  "DataChunkFileAppender could not open file " + path_ + ": Operation not permitted");
+    });
+    EXPECT_EQ(result, 0);
 }
 
 }  // namespace
