@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include <new>
+#include <stdexcept>
+
+#include "Corvane/File/DataChunkFileReader.h"
+#include "platforms/scripted/ScriptedPlatform.h"
+#include "support/Allocations.h"
+#include "support/Files.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileReader;
+using Corvane::Pellin::DataChunk;
+using tarn::cv::logging::LoggingManager;
+
+struct Thrown {};
+
+void Throw()
+{
+    throw Thrown();
+}
+
+class ReaderExceptions : public testing::Test {
+protected:
+    ReaderExceptions() { support::WriteFile(path_, support::Word(2) + support::Word(0)); }
+    ~ReaderExceptions() override { EXPECT_EQ(support::OpenDescriptors(), descriptors_); }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::ScriptedPlatform platform_;
+    std::set<int> descriptors_ = support::OpenDescriptors();
+};
+
+TEST_F(ReaderExceptions, ThrowingRecordOfAnOpenedFileLeavesNoDescriptor)
+{
+    platform_.logger.onLog = Throw;
+    EXPECT_THROW(DataChunkFileReader{path_}, Thrown);
+}
+
+TEST_F(ReaderExceptions, ThrowingLevelLeavesNoDescriptor)
+{
+    platform_.logger.onLevel = Throw;
+    EXPECT_THROW(DataChunkFileReader{path_}, Thrown);
+}
+
+TEST_F(ReaderExceptions, ThrowingRecordOfAMissingFileReplacesItsException)
+{
+    platform_.logger.onLog = Throw;
+    EXPECT_THROW(DataChunkFileReader{folder_ / "none"}, Thrown);
+}
+
+TEST_F(ReaderExceptions, ThrowingRegistryKeepsTheFileUntouched)
+{
+    LoggingManager::onLookUp = Throw;
+    const support::SystemCalls calls;
+    EXPECT_THROW(DataChunkFileReader{path_}, Thrown);
+    EXPECT_TRUE(calls.Names().empty());
+}
+
+TEST_F(ReaderExceptions, EveryFailedAllocationLeavesNoDescriptor)
+{
+    std::uint64_t nth = 0;
+    for (bool constructed = false; !constructed; ++nth) {
+        support::Allocations allocations;
+        allocations.FailAt(nth);
+        try {
+            const DataChunkFileReader reader(path_);
+            constructed = true;
+        } catch (const std::bad_alloc&) {
+            EXPECT_EQ(allocations.Failed(), 1U);
+        }
+    }
+    EXPECT_GE(nth, 3U);
+}
+
+TEST_F(ReaderExceptions, LoggerIsLookedUpOnceByName)
+{
+    DataChunkFileReader reader(path_);
+    DataChunk chunk;
+    EXPECT_EQ(reader.GetChunk(chunk, 16), 0U);
+    EXPECT_EQ(LoggingManager::names, std::vector<std::string>{"DataChunkFileReader"});
+}
+
+TEST_F(ReaderExceptions, SetIsPassedToTheChunkUntouched)
+{
+    const std::set<std::string> names = {"x", "y"};
+    DataChunkFileReader reader(path_);
+    DataChunk chunk;
+    EXPECT_EQ(reader.GetChunk(chunk, 16, names), 0U);
+    EXPECT_EQ(DataChunk::lastNames, &names);
+}
+
+TEST_F(ReaderExceptions, ThrowingChunkLeavesTheReaderUsable)
+{
+    DataChunkFileReader reader(path_);
+    DataChunk chunk;
+    DataChunk::onReadFrom = Throw;
+    EXPECT_THROW(reader.GetChunk(chunk, 16), Thrown);
+    DataChunk::onReadFrom = nullptr;
+    EXPECT_EQ(reader.GetChunk(chunk, 16), 0U);
+}
+
+}  // namespace

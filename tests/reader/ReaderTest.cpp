@@ -1,0 +1,221 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <type_traits>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "Corvane/File/DataChunkFileReader.h"
+#include "support/Chunks.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using Corvane::File::DataChunkFileReader;
+using support::ChunkOfSize;
+using support::DataChunk;
+using support::Word;
+using Lines = std::vector<std::string>;
+
+static_assert(!std::is_copy_constructible_v<DataChunkFileReader>);
+static_assert(!std::is_copy_assignable_v<DataChunkFileReader>);
+static_assert(!std::is_move_constructible_v<DataChunkFileReader>);
+static_assert(!std::is_move_assignable_v<DataChunkFileReader>);
+static_assert(std::has_virtual_destructor_v<DataChunkFileReader>);
+
+class Reader : public testing::Test {
+protected:
+    void Write(std::uint64_t maxSize, const std::vector<DataChunk>& chunks)
+    {
+        DataChunkFileAppender appender(path_, false, maxSize);
+        for (const DataChunk& chunk : chunks) {
+            EXPECT_TRUE(appender.Append(chunk));
+        }
+    }
+
+    std::string TextOfFailedOpen()
+    {
+        try {
+            const DataChunkFileReader reader(path_);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "none";
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::LogCapture log_;
+};
+
+TEST_F(Reader, WalkGivesEveryChunkBack)
+{
+    Write(4096, {ChunkOfSize(3, 100), ChunkOfSize(1, 40), ChunkOfSize(2, 200)});
+    DataChunkFileReader reader(path_);
+    EXPECT_EQ(reader.GetVersion(), 2U);
+    ASSERT_EQ(reader.GetNumberOfChunks(), 3U);
+    std::uint64_t position = Corvane::File::kHeaderSize;
+    for (const auto& expected : {ChunkOfSize(3, 100), ChunkOfSize(1, 40), ChunkOfSize(2, 200)}) {
+        DataChunk chunk;
+        EXPECT_EQ(reader.GetChunk(chunk, position), expected.GetSizeOnFile());
+        EXPECT_EQ(support::RecordOf(chunk), support::RecordOf(expected));
+        position += chunk.GetSizeOnFile();
+    }
+    EXPECT_EQ(position, 356U);
+}
+
+TEST_F(Reader, RecordsCanBeFetchedInAnyOrder)
+{
+    Write(4096, {ChunkOfSize(1, 100), ChunkOfSize(2, 200)});
+    DataChunkFileReader reader(path_);
+    DataChunk chunk;
+    EXPECT_EQ(reader.GetChunk(chunk, 116), 200U);
+    EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 2);
+    EXPECT_EQ(reader.GetChunk(chunk, 16), 100U);
+    EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 1);
+}
+
+TEST_F(Reader, NamesChooseTheFieldsToRead)
+{
+    DataChunk chunk{Corvane::Time::TimePoint(7)};
+    chunk.Set("a", "alpha");
+    chunk.Set("b", "beta");
+    Write(0, {chunk});
+    DataChunkFileReader reader(path_);
+    DataChunk part;
+    EXPECT_EQ(reader.GetChunk(part, 16, {"b"}), chunk.GetSizeOnFile());
+    EXPECT_EQ(part.Fields(), (std::map<std::string, std::string>{{"b", "beta"}}));
+    EXPECT_EQ(part.GetSizeOnFile(), chunk.GetSizeOnFile());
+}
+
+TEST_F(Reader, FileWrittenUnboundedHasVersionZero)
+{
+    Write(0, {ChunkOfSize(1, 100)});
+    const DataChunkFileReader reader(path_);
+    EXPECT_EQ(reader.GetVersion(), 0U);
+    EXPECT_EQ(reader.GetNumberOfChunks(), 1U);
+}
+
+TEST_F(Reader, HeaderAloneIsAnEmptyChunkFile)
+{
+    support::WriteFile(path_, Word(2) + Word(0));
+    const DataChunkFileReader reader(path_);
+    EXPECT_EQ(reader.GetVersion(), 2U);
+    EXPECT_EQ(reader.GetNumberOfChunks(), 0U);
+    EXPECT_EQ(reader.GetFilename(), path_);
+}
+
+TEST_F(Reader, AnyVersionAndCountIsAccepted)
+{
+    support::WriteFile(path_, Word(UINT64_MAX) + Word(UINT64_MAX - 1));
+    const DataChunkFileReader reader(path_);
+    EXPECT_EQ(reader.GetVersion(), UINT64_MAX);
+    EXPECT_EQ(reader.GetNumberOfChunks(), UINT64_MAX - 1);
+}
+
+TEST_F(Reader, WhatAShortFileLacksOfItsHeaderIsZero)
+{
+    const std::string header = Word(0x0102030405060708) + Word(0x1112131415161718);
+    for (std::size_t length = 0; length <= header.size(); ++length) {
+        support::WriteFile(path_, header.substr(0, length));
+        const std::string expected = header.substr(0, length) + std::string(header.size() - length, '\0');
+        const DataChunkFileReader reader(path_);
+        EXPECT_EQ(Word(reader.GetVersion()) + Word(reader.GetNumberOfChunks()), expected);
+    }
+}
+
+TEST_F(Reader, CountStaysWhatItWasWhenTheFileIsRewritten)
+{
+    Write(4096, {ChunkOfSize(1, 100)});
+    const DataChunkFileReader reader(path_);
+    Write(4096, {ChunkOfSize(1, 100), ChunkOfSize(2, 100)});
+    EXPECT_EQ(reader.GetNumberOfChunks(), 1U);
+}
+
+TEST_F(Reader, PositionsThatAreNoRecordsReadNothing)
+{
+    Write(300, {ChunkOfSize(1, 100)});
+    DataChunkFileReader reader(path_);
+    DataChunk chunk = ChunkOfSize(9, 60);
+    for (const std::uint64_t position : {0U, 15U, 17U, 116U, 299U, 300U, 100000U}) {
+        EXPECT_EQ(reader.GetChunk(chunk, position), 0U);
+        EXPECT_EQ(support::RecordOf(chunk), support::RecordOf(ChunkOfSize(9, 60)));
+    }
+}
+
+TEST_F(Reader, PositionThatCannotBeSoughtReadsWhereTheDescriptorStands)
+{
+    Write(300, {ChunkOfSize(1, 100), ChunkOfSize(2, 100)});
+    DataChunkFileReader reader(path_);
+    DataChunk chunk;
+    EXPECT_EQ(reader.GetChunk(chunk, std::uint64_t{1} << 63U), 100U);  // behind the header
+    EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 1);
+    EXPECT_EQ(reader.GetChunk(chunk, UINT64_MAX), 100U);
+    EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 2);
+}
+
+TEST_F(Reader, OpenedFileIsRecordedAtLevel10)
+{
+    Write(300, {ChunkOfSize(1, 100)});
+    log_.Clear();
+    support::LogCapture::SetLevel(11);
+    EXPECT_EQ(DataChunkFileReader(path_).GetNumberOfChunks(), 1U);
+    EXPECT_EQ(log_.Lines(), Lines{});
+    support::LogCapture::SetLevel(10);
+    EXPECT_EQ(DataChunkFileReader(path_).GetNumberOfChunks(), 1U);
+    EXPECT_EQ(log_.Lines(), Lines{"10 " + path_ + " opened, contains 1 chunks on version 2"});
+}
+
+TEST_F(Reader, MissingFileIsRecordedAtLevel50AndThrown)
+{
+    const std::string text = "DataChunkFileReader could not open file " + path_;
+    support::LogCapture::SetLevel(50);
+    EXPECT_EQ(TextOfFailedOpen(), text);
+    EXPECT_EQ(log_.Lines(), Lines{"50 " + text});
+    support::LogCapture::SetLevel(51);
+    EXPECT_EQ(TextOfFailedOpen(), text);
+    EXPECT_EQ(log_.Lines().size(), 1U);
+    EXPECT_TRUE(folder_.Names().empty());
+}
+
+TEST_F(Reader, Level11KeepsOpensOutAndFailuresIn)
+{
+    support::LogCapture::SetLevel(11);
+    EXPECT_NE(TextOfFailedOpen(), "none");
+    EXPECT_EQ(log_.Lines().size(), 1U);
+}
+
+TEST_F(Reader, RecordNamesTheLoggerAndTheIssuingLine)
+{
+    EXPECT_NE(TextOfFailedOpen(), "none");
+    support::WriteFile(path_, "");
+    EXPECT_EQ(TextOfFailedOpen(), "none");
+    const auto records = log_.Records();
+    ASSERT_EQ(records.size(), 2U);
+    for (const auto& record : records) {
+        EXPECT_EQ(record.logger, "DataChunkFileReader");
+        EXPECT_EQ(record.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileReader.cpp");
+    }
+    EXPECT_NE(records[0].line, records[1].line);
+}
+
+TEST_F(Reader, AnotherUsersReadableFileCannotBeOpened)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to make another user's file";
+    }
+    support::WriteFile(path_, Word(2) + Word(0));
+    ASSERT_EQ(::chmod(path_.c_str(), 0644), 0);
+    ASSERT_EQ(::chmod(folder_.Path().c_str(), 0755), 0);
+    const int result = support::RunInChild([this] {
+        support::BecomeUnprivileged();
+        EXPECT_EQ(TextOfFailedOpen(), "DataChunkFileReader could not open file " + path_);
+    });
+    EXPECT_EQ(result, 0);
+}
+
+}  // namespace
