@@ -35,7 +35,8 @@ public:
     SystemCalls& operator=(const SystemCalls&) = delete;
     ~SystemCalls();
 
-    // The n-th call of that name from now on, counted from 0; all later ones too if `persistently`.
+    // The n-th call of that name from now on, counted from 0; all later ones too if `persistently`. Of several rules
+    // for one call, the one made first wins.
     void On(const std::string& name, std::uint64_t nth, Action action, bool persistently = false);
 
     // The same for a call that fails with this error, or, for reads and writes, moves only so many bytes.

@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/Chunks.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using support::ChunkOfSize;
+using support::DataChunk;
+using support::FileOf;
+using support::ReadFile;
+using support::Word;
+using support::WordAt;
+using Lines = std::vector<std::string>;
+
+constexpr std::uint64_t kUnbounded = 0;
+constexpr std::int64_t kNewTime = 1000;
+
+// What is left of a file: found from the records alone, without the library.
+struct Prefix {
+    std::uint64_t chunks;
+    std::uint64_t end;  // byte position behind the last good record
+};
+
+// Reopens one damaged file after the other and checks all that a reopening promises.
+class Damage : public testing::Test {
+protected:
+    Damage()
+    {
+        for (const std::uint64_t size : {60U, 40U, 90U, 57U, 75U}) {
+            chunks_.push_back(ChunkOfSize(static_cast<std::int64_t>(chunks_.size()), size));
+        }
+        sound_ = FileOf(chunks_);
+    }
+
+    // The records of `sound_` that stand unchanged in `file`, as many as its header counts.
+    Prefix GoodPrefix(const std::string& file) const
+    {
+        Prefix prefix = {0, 16};
+        for (const DataChunk& chunk : chunks_) {
+            const std::uint64_t size = chunk.GetSizeOnFile();
+            if (prefix.chunks == WordAt(file, 8) || file.compare(prefix.end, size, sound_, prefix.end, size) != 0) {
+                break;
+            }
+            ++prefix.chunks;
+            prefix.end += size;
+        }
+        return prefix;
+    }
+
+    // The records that reopening logs.
+    Lines Expected(const std::string& file, const Prefix& prefix) const
+    {
+        const std::uint64_t count = WordAt(file, 8);
+        Lines lines = {"20 In file " + path_ + ": we discovered " + std::to_string(count) + " chunks from version 2"};
+        if (prefix.chunks != count) {
+            lines.push_back("40 Chunk " + std::to_string(prefix.chunks) + " in file " + path_ + " of " +
+                            std::to_string(count) + " chunks is not good. We skip the remaining " +
+                            std::to_string(count - 1 - prefix.chunks) + " chunks");
+        }
+        return lines;
+    }
+
+    void ExpectRecovery(const std::string& file)
+    {
+        ++cases_;
+        for (const std::uint64_t maxSize : {kUnbounded, std::uint64_t{file.size()}, std::uint64_t{file.size() + 500}}) {
+            support::WriteFile(path_, file);
+            if (file.size() < 16 || WordAt(file, 0) != 2) {
+                EXPECT_THROW(DataChunkFileAppender(path_, true, maxSize), std::runtime_error);
+                EXPECT_EQ(ReadFile(path_), file);
+            } else {
+                ExpectBytesKept(file, maxSize);
+                ExpectContinued(file, maxSize);
+            }
+        }
+    }
+
+    // Closed without an append, the file is what it was, filled up to its maximum size.
+    void ExpectBytesKept(const std::string& file, std::uint64_t maxSize)
+    {
+        log_.Clear();
+        const Prefix prefix = GoodPrefix(file);
+        {
+            const DataChunkFileAppender appender(path_, true, maxSize);
+            ASSERT_EQ(appender.GetTimePoints().size(), prefix.chunks);
+        }
+        ASSERT_EQ(log_.Lines(), Expected(file, prefix));
+        std::string kept = file;
+        kept.resize(std::max<std::size_t>(file.size(), maxSize));
+        ASSERT_TRUE(ReadFile(path_) == kept) << "a byte has changed";
+        support::WriteFile(path_, file);
+    }
+
+    // A chunk goes right behind the good prefix, and the reader finds prefix and chunk.
+    void ExpectContinued(const std::string& file, std::uint64_t maxSize)
+    {
+        const Prefix prefix = GoodPrefix(file);
+        const DataChunk chunk = ChunkOfSize(kNewTime, 40);
+        bool appended = false;
+        {
+            DataChunkFileAppender appender(path_, true, maxSize);
+            appended = appender.Append(chunk);
+        }
+        ASSERT_EQ(appended, maxSize == kUnbounded || prefix.end + 40 <= maxSize);
+        if (appended) {
+            ASSERT_EQ(ReadFile(path_).substr(prefix.end, 40), support::RecordOf(chunk));
+            std::vector<std::int64_t> times(prefix.chunks);
+            for (std::size_t i = 0; i < times.size(); ++i) {
+                times[i] = static_cast<std::int64_t>(i);
+            }
+            times.push_back(kNewTime);
+            ASSERT_EQ(support::TimesOf(support::ReadAll(path_)), times);
+        }
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::LogCapture log_{20};
+    std::vector<DataChunk> chunks_;
+    std::string sound_;
+    int cases_ = 0;
+};
+
+TEST_F(Damage, CutAtEveryByteIsRecovered)
+{
+    for (std::size_t length = 0; length <= sound_.size(); ++length) {
+        ExpectRecovery(sound_.substr(0, length));
+    }
+    EXPECT_EQ(cases_, 339);
+}
+
+TEST_F(Damage, EveryFlippedBitIsRecovered)
+{
+    for (std::size_t bit = 0; bit < 8 * sound_.size(); ++bit) {
+        std::string file = sound_;
+        file[bit / 8] = static_cast<char>(file[bit / 8] ^ (1 << bit % 8));
+        ExpectRecovery(file);
+    }
+    EXPECT_EQ(cases_, 8 * 338);
+}
+
+TEST_F(Damage, EveryByteSetToZeroOrAllOnesIsRecovered)
+{
+    for (std::size_t at = 0; at < sound_.size(); ++at) {
+        for (const char byte : {'\0', '\xff'}) {
+            std::string file = sound_;
+            file[at] = byte;
+            ExpectRecovery(file);
+        }
+    }
+    EXPECT_EQ(cases_, 2 * 338);
+}
+
+TEST_F(Damage, EveryCountIsRecovered)
+{
+    std::vector<std::uint64_t> counts = {std::uint64_t{1} << 63U, UINT64_MAX};
+    for (std::uint64_t count = 0; count <= 2 * chunks_.size(); ++count) {
+        counts.push_back(count);
+    }
+    for (const std::uint64_t count : counts) {
+        std::string file = sound_;
+        file.replace(8, 8, Word(count));
+        ExpectRecovery(file);
+        ExpectRecovery(file + std::string(100, '\0'));
+    }
+    EXPECT_EQ(cases_, 26);
+}
+
+// A new file of which only the first k bytes came to lie over the old one.
+class TornOverwrite : public Damage {
+protected:
+    static std::vector<std::int64_t> TimesKept(const std::string& file, const std::vector<DataChunk>& newer,
+                                               const std::vector<DataChunk>& older)
+    {
+        std::vector<std::int64_t> times;
+        std::size_t position = 16;
+        while (times.size() < WordAt(file, 8)) {
+            const DataChunk* found = nullptr;
+            for (const auto* const chunks : {&newer, &older}) {
+                for (const DataChunk& chunk : *chunks) {
+                    const std::string record = support::RecordOf(chunk);
+                    if (file.compare(position, record.size(), record) == 0) {
+                        found = &chunk;
+                    }
+                }
+            }
+            if (found == nullptr) {
+                break;
+            }
+            times.push_back(found->GetTimePoint().Nanoseconds());
+            position += found->GetSizeOnFile();
+        }
+        return times;
+    }
+};
+
+TEST_F(TornOverwrite, KeepsEveryRecordThatIsWhole)
+{
+    const std::vector<DataChunk> newer = {ChunkOfSize(100, 60), ChunkOfSize(101, 57), ChunkOfSize(102, 73),
+                                          ChunkOfSize(103, 40), ChunkOfSize(104, 80), ChunkOfSize(105, 60)};
+    const std::string now = FileOf(newer);
+    for (std::size_t k = 0; k <= now.size(); ++k) {
+        const std::string file = now.substr(0, k) + (k < sound_.size() ? sound_.substr(k) : "");
+        support::WriteFile(path_, file);
+        auto times = TimesKept(file, newer, chunks_);
+        {
+            DataChunkFileAppender appender(path_, true, kUnbounded);
+            ASSERT_EQ(appender.GetTimePoints().size(), times.size()) << k;
+            ASSERT_TRUE(appender.Append(ChunkOfSize(kNewTime, 40)));
+        }
+        times.push_back(kNewTime);
+        ASSERT_EQ(support::TimesOf(support::ReadAll(path_)), times) << k;
+    }
+}
+
+}  // namespace

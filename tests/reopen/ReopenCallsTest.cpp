@@ -1,0 +1,242 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <fstream>
+#include <new>
+#include <stdexcept>
+
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/Allocations.h"
+#include "support/Chunks.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using support::ChunkOfSize;
+using support::FileOf;
+using support::ReadFile;
+using support::SystemCall;
+using support::SystemCalls;
+using Lines = std::vector<std::string>;
+
+// Reopening a file whose bytes, whatever fails, are the same afterwards.
+class ReopenCalls : public testing::TestWithParam<std::uint64_t> {
+protected:
+    ReopenCalls() { Write(FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 3000), ChunkOfSize(3, 40)})); }
+    ~ReopenCalls() override
+    {
+        EXPECT_TRUE(ReadFile(path_) == file_);
+        EXPECT_EQ(support::OpenDescriptors(), descriptors_);
+        EXPECT_EQ(folder_.Names(), std::set<std::string>{"a"});
+    }
+
+    void Write(const std::string& file)
+    {
+        file_ = file;
+        support::WriteFile(path_, file_);
+        descriptors_ = support::OpenDescriptors();
+    }
+
+    // The image is bounded to exactly the file, or unbounded.
+    std::uint64_t MaxSize() const { return GetParam() == 0 ? 0 : file_.size(); }
+
+    // How many chunks reopening finds; -1 if it throws, in which case the file must not have been opened for writing.
+    int Reopen(SystemCalls& calls) const
+    {
+        try {
+            return static_cast<int>(DataChunkFileAppender(path_, true, MaxSize()).GetTimePoints().size());
+        } catch (const std::exception&) {
+            for (const SystemCall& call : calls.Calls("open")) {
+                EXPECT_EQ(call.flags, O_RDONLY);
+            }
+            return -1;
+        }
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::LogCapture log_{41};
+    std::string file_;
+    std::set<int> descriptors_;
+};
+
+TEST_P(ReopenCalls, FileIsLoadedPlainlyBeforeItIsOpenedForWriting)
+{
+    SystemCalls calls;
+    EXPECT_EQ(Reopen(calls), 3);
+    const auto opens = calls.Calls("open");
+    ASSERT_EQ(opens.size(), 2U);
+    EXPECT_EQ(opens[0].flags, O_RDONLY);
+    EXPECT_EQ(opens[1].flags, 0x40041);
+    EXPECT_EQ(calls.Calls("close").at(0).fd, opens[0].result);
+    EXPECT_EQ(calls.Calls("write").size(), 1U);
+    EXPECT_EQ(calls.Calls("read").size(), 2U);  // the file, and its end
+}
+
+TEST_P(ReopenCalls, InterruptedReadsAreRepeated)
+{
+    SystemCalls calls;
+    calls.Fail("read", EINTR, 0);
+    calls.Fail("read", EINTR, 1);
+    EXPECT_EQ(Reopen(calls), 3);
+    EXPECT_EQ(calls.Fired(), 2U);
+}
+
+TEST_P(ReopenCalls, ShortReadsAreContinued)
+{
+    for (const std::uint64_t size : {1U, 7U, 1000U}) {
+        SystemCalls calls;
+        calls.Shorten("read", size, 0, true);
+        EXPECT_EQ(Reopen(calls), 3);
+        EXPECT_GE(calls.Fired(), 4U);
+    }
+}
+
+TEST_P(ReopenCalls, ErrorOfAnyReadCountsAsAnEmptyFile)
+{
+    for (const int error : {EIO, EISDIR, EBADF, EAGAIN, ENOMEM, ESTALE}) {
+        for (std::uint64_t nth = 0; nth < 4; ++nth) {
+            SystemCalls calls;
+            calls.Fail("read", error, nth);
+            calls.Shorten("read", 1500, 0, true);  // three reads, and the end
+            std::string text;
+            try {
+                const DataChunkFileAppender appender(path_, true, MaxSize());
+            } catch (const std::runtime_error& thrown) {
+                text = thrown.what();
+            }
+            EXPECT_EQ(text, "DataChunkFileAppender: file " + path_ +
+                                " has content of only 0 bytes. 16is the minimum expected")
+                << error << " at read " << nth;
+        }
+    }
+}
+
+TEST_P(ReopenCalls, UnknownSizeCountsAsAnEmptyFile)
+{
+    SystemCalls calls;
+    calls.Fail("fstat", EIO);
+    EXPECT_EQ(Reopen(calls), -1);
+    EXPECT_EQ(calls.Fired(), 1U);
+}
+
+TEST_P(ReopenCalls, EveryRefusedMappingIsAFailedAllocationOrHarmless)
+{
+    for (const char* const name : {"mmap", "mremap", "mprotect", "munmap", "madvise"}) {
+        SystemCalls counted;
+        EXPECT_EQ(Reopen(counted), 3);
+        const std::uint64_t number = counted.Calls(name).size();
+        for (std::uint64_t nth = 0; nth < number; ++nth) {
+            SystemCalls calls;
+            calls.Fail(name, ENOMEM, nth);
+            const int found = Reopen(calls);
+            EXPECT_EQ(calls.Fired(), 1U) << name << ' ' << nth;
+            EXPECT_TRUE(found == 3 || found == -1) << name << ' ' << nth;
+        }
+    }
+}
+
+TEST_P(ReopenCalls, TailBecomesSmallerWhereAddressSpaceIsScarce)
+{
+    SystemCalls calls;
+    for (int refused = 0; refused < 5; ++refused) {
+        calls.On(
+            "mmap", 0,
+            [](const SystemCall& call) -> std::optional<std::int64_t> {
+                return call.size > 200'000'000 ? std::optional<std::int64_t>(-1) : std::nullopt;
+            },
+            true);
+    }
+    EXPECT_EQ(Reopen(calls), 3);
+    const auto mappings = calls.Calls("mmap");
+    EXPECT_GT(mappings.front().size, std::uint64_t{1} << 32U);
+    EXPECT_GT(mappings.back().size, 100'000'000U);
+}
+
+TEST_P(ReopenCalls, EveryFailedAllocationThrowsOrLoadsAll)
+{
+    std::uint64_t nth = 0;
+    for (bool unharmed = false; !unharmed; ++nth) {
+        std::size_t found = 0;
+        support::Allocations allocations;
+        allocations.FailAt(nth);
+        try {
+            const DataChunkFileAppender appender(path_, true, MaxSize());
+            found = appender.GetTimePoints().size();
+        } catch (const std::bad_alloc&) {
+            found = 3;
+        }
+        EXPECT_EQ(found, 3U);
+        unharmed = allocations.Failed() == 0;
+    }
+    EXPECT_GE(nth, 10U);
+}
+
+TEST_P(ReopenCalls, NoMappingIsLeftBehind)
+{
+    Write(FileOf({ChunkOfSize(1, 5'000'000)}));
+    const auto mappings = [] {
+        std::ifstream maps("/proc/self/maps");
+        std::uint64_t large = 0;
+        for (std::string line; std::getline(maps, line);) {
+            const auto dash = line.find('-');
+            const auto from = std::stoull(line.substr(0, dash), nullptr, 16);
+            const auto to = std::stoull(line.substr(dash + 1), nullptr, 16);
+            large += to - from > 60'000'000 && line.find("/") == std::string::npos ? 1U : 0U;
+        }
+        return large;
+    };
+    const std::uint64_t before = mappings();
+    {
+        const DataChunkFileAppender appender(path_, true, MaxSize());
+        EXPECT_EQ(mappings(), before);  // the tail is gone when the walk is over
+    }
+    EXPECT_EQ(mappings(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(BoundedAndUnbounded, ReopenCalls, testing::Values(1, 0),
+                         [](const auto& parameter) { return parameter.param == 0 ? "Unbounded" : "Bounded"; });
+
+TEST(ReopenGrowingFile, IsReadToTheEndItHasThen)
+{
+    const support::TemporaryFolder folder;
+    const std::string path = folder / "a";
+    const std::string whole = FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 9000)});
+    support::WriteFile(path, whole.substr(0, 200));
+    {
+        SystemCalls calls;
+        calls.On("read", 0, [&](const SystemCall&) -> std::optional<std::int64_t> {
+            support::WriteFile(path, whole);
+            return std::nullopt;
+        });
+        const DataChunkFileAppender appender(path, true, 0);
+        EXPECT_EQ(appender.GetTimePoints().size(), 2U);
+    }
+    EXPECT_TRUE(ReadFile(path) == whole);
+}
+
+TEST(ReopenShrinkingFile, IsAsLongAsWhatCouldBeRead)
+{
+    const support::TemporaryFolder folder;
+    const support::LogCapture log(51);
+    const std::string path = folder / "a";
+    const std::string whole = FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 9000)});
+    support::WriteFile(path, whole);
+    {
+        SystemCalls calls;
+        calls.On("read", 0, [&](const SystemCall&) -> std::optional<std::int64_t> {
+            support::WriteFile(path, whole.substr(0, 200));
+            return std::nullopt;
+        });
+        const DataChunkFileAppender appender(path, true, 0);
+        EXPECT_EQ(appender.GetTimePoints().size(), 1U);
+    }
+    EXPECT_TRUE(ReadFile(path) == whole.substr(0, 200));
+}
+
+}  // namespace

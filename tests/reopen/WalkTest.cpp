@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "platforms/scripted/ScriptedPlatform.h"
+#include "support/Files.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using Corvane::Pellin::DataChunk;
+using support::ReadFile;
+using support::Word;
+using Lines = std::vector<std::string>;
+
+struct Thrown {};
+
+// Reopening where the chunks say what a test wants.
+class Walk : public testing::Test {
+protected:
+    // A file of this many bytes whose header gives this count.
+    void WriteFile(std::size_t size, std::uint64_t count)
+    {
+        std::string file = Word(2) + Word(count);
+        file.resize(size, 'x');
+        support::WriteFile(path_, file);
+    }
+
+    std::string NotGood(std::uint64_t number, const std::string& count, const std::string& skipped) const
+    {
+        return "40 Chunk " + std::to_string(number) + " in file " + path_ + " of " + count +
+               " chunks is not good. We skip the remaining " + skipped + " chunks";
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::ScriptedPlatform platform_;
+};
+
+// Every record is good, has this size, and a time point of its own.
+void EveryRecordHasSize(std::uint64_t size)
+{
+    DataChunk::parse = [size, time = std::int64_t{0}](DataChunk& chunk, const unsigned char*) mutable {
+        chunk.Become(++time, size);
+        return std::uint64_t{1};
+    };
+}
+
+TEST_F(Walk, EndsAtTheImagesEnd)
+{
+    WriteFile(116, 50);
+    EveryRecordHasSize(10);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), 10U);
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(10, "50", "39"));
+}
+
+TEST_F(Walk, NeverParsesBehindTheImagesEnd)
+{
+    WriteFile(116, UINT64_MAX);
+    int parsed = 0;
+    DataChunk::parse = [&](DataChunk& chunk, const unsigned char* record) {
+        EXPECT_EQ(*record, 'x');
+        chunk.Become(++parsed, 50);
+        return std::uint64_t{1};
+    };
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(parsed, 2);
+}
+
+TEST_F(Walk, RecordThatEndsBehindTheImageIsNotGoodAndItsTimePointNotHeld)
+{
+    WriteFile(116, 2);
+    EveryRecordHasSize(60);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), 1U);
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(1, "2", "0"));
+}
+
+TEST_F(Walk, RecordThatEndsWithTheImageIsGood)
+{
+    WriteFile(116, 1);
+    EveryRecordHasSize(100);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), 1U);
+    EXPECT_EQ(platform_.logger.Lines().size(), 1U);
+}
+
+TEST_F(Walk, BoundedRecordMayReachIntoTheFill)
+{
+    WriteFile(116, 2);
+    EveryRecordHasSize(60);
+    const DataChunkFileAppender appender(path_, true, 136);
+    EXPECT_EQ(appender.GetTimePoints().size(), 2U);
+}
+
+TEST_F(Walk, SizeThatWouldWrapIsNotGood)
+{
+    WriteFile(116, 3);
+    EveryRecordHasSize(UINT64_MAX);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_TRUE(appender.GetTimePoints().empty());
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(0, "3", "2"));
+}
+
+TEST_F(Walk, RecordsWithoutLengthAreBoundedByTheImagesSize)
+{
+    WriteFile(116, UINT64_MAX);
+    EveryRecordHasSize(0);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), 100U);
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(100, "18446744073709551615", "18446744073709551514"));
+}
+
+TEST_F(Walk, RecordsWithoutLengthCountWhereTheHeaderIsPlausible)
+{
+    WriteFile(116, 3);
+    EveryRecordHasSize(0);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), 3U);
+    EXPECT_EQ(platform_.logger.Lines().size(), 1U);
+}
+
+TEST_F(Walk, HeaderAloneWithACountHasNoGoodRecord)
+{
+    WriteFile(16, 5);
+    EveryRecordHasSize(0);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(0, "5", "4"));
+}
+
+TEST_F(Walk, SkippedCountIsExactInSixtyFourBits)
+{
+    WriteFile(116, std::uint64_t{1} << 63U);
+    EveryRecordHasSize(100);
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(platform_.logger.Lines().at(0),
+              "20 In file " + path_ + ": we discovered 9223372036854775808 chunks from version 2");
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(1, "9223372036854775808", "9223372036854775806"));
+}
+
+TEST_F(Walk, EachChunkIsMadeFreshAndParsedOnce)
+{
+    WriteFile(116, 2);
+    std::vector<DataChunk*> parsed;
+    DataChunk::parse = [&](DataChunk& chunk, const unsigned char*) {
+        EXPECT_EQ(chunk.GetSizeOnFile(), 0U);
+        parsed.push_back(&chunk);
+        chunk.Become(static_cast<std::int64_t>(parsed.size()), 50);
+        return std::uint64_t{1};
+    };
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(parsed.size(), 2U);
+}
+
+TEST_F(Walk, AnyResultButZeroIsGood)
+{
+    WriteFile(116, 1);
+    DataChunk::parse = [](DataChunk& chunk, const unsigned char*) {
+        chunk.Become(1, 50);
+        return UINT64_MAX;
+    };
+    EXPECT_EQ(DataChunkFileAppender(path_, true, 0).GetTimePoints().size(), 1U);
+}
+
+TEST_F(Walk, WhateverThrowsLeavesFileAndDescriptorsAsTheyWere)
+{
+    WriteFile(116, 2);
+    const std::string before = ReadFile(path_);
+    const auto descriptors = support::OpenDescriptors();
+    for (auto* const function :
+         {&DataChunk::onReadFrom, &DataChunk::onGetSizeOnFile, &DataChunk::onGetTimePoint, &platform_.logger.onLog,
+          &platform_.logger.onLevel, &Corvane::Time::TimePoint::onCopy, &Corvane::Time::TimePoint::onCompare}) {
+        EveryRecordHasSize(50);
+        *function = [] { throw Thrown(); };
+        EXPECT_THROW(DataChunkFileAppender(path_, true, 0), Thrown);
+        platform_.ClearScript();
+        EXPECT_EQ(ReadFile(path_), before);
+        EXPECT_EQ(support::OpenDescriptors(), descriptors);
+    }
+}
+
+// A chunk that fails on its way into a damaged file's free space.
+class FailedAppend : public Walk, public testing::WithParamInterface<std::uint64_t> {
+protected:
+    FailedAppend()
+    {
+        WriteFile(200, 7);
+        DataChunk::parse = [good = 1](DataChunk& chunk, const unsigned char*) mutable {
+            chunk.Become(1, 50);
+            return static_cast<std::uint64_t>(good-- > 0 ? 1 : 0);
+        };
+    }
+};
+
+TEST_P(FailedAppend, LeavesTheDamagedFileAsItWas)
+{
+    const std::string before = ReadFile(path_);
+    {
+        DataChunkFileAppender appender(path_, true, 0);
+        DataChunk::onWrite = [] { throw Thrown(); };
+        EXPECT_THROW(appender.Append(DataChunk(2, GetParam())), Thrown);
+        platform_.ClearScript();
+        EXPECT_EQ(appender.GetTimePoints().size(), 1U);
+    }
+    EXPECT_EQ(ReadFile(path_), before);
+}
+
+TEST_P(FailedAppend, LeavesTheFillOfALargerImageZero)
+{
+    std::string expected = ReadFile(path_);
+    expected.resize(600);
+    {
+        DataChunkFileAppender appender(path_, true, 600);
+        DataChunk::onWrite = [] { throw Thrown(); };
+        EXPECT_THROW(appender.Append(DataChunk(2, GetParam())), Thrown);
+        platform_.ClearScript();
+    }
+    EXPECT_EQ(ReadFile(path_), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(WithinAndAcrossTheOldEnd, FailedAppend, testing::Values(40, 134, 135, 400));
+
+}  // namespace
