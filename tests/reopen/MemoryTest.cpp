@@ -15,12 +15,6 @@ using support::ChunkOfSize;
 using support::FileOf;
 using Lines = std::vector<std::string>;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr std::uint64_t kMegabyte = 1'000'000;
 
 // The most memory that this process has had, in bytes.
@@ -67,7 +61,7 @@ TEST_P(ReopenMemory, LongRecordCutOffIsNoCrash)
 
 TEST_P(ReopenMemory, ScarceAddressSpaceIsEnough)
 {
-    if (kSanitized) {
+    if (support::kSanitized) {
         GTEST_SKIP() << "sanitizers need more address space than this test leaves";
     }
     const std::string whole = FileOf({ChunkOfSize(1, 8 * kMegabyte)});
@@ -86,7 +80,7 @@ TEST_P(ReopenMemory, ScarceAddressSpaceIsEnough)
 
 TEST_P(ReopenMemory, PeakIsTheFileAndLittleMore)
 {
-    if (kSanitized) {
+    if (support::kSanitized) {
         GTEST_SKIP() << "sanitizers take memory of their own";
     }
     constexpr std::uint64_t kRecords = 256;

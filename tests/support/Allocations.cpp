@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/Bookkeeping.h"
+
 namespace support {
 
 namespace {
@@ -22,7 +24,7 @@ thread_local State state = {false, 0, 0, kNever, false, 0};
 
 void* Allocate(std::size_t size)
 {
-    if (state.active) {
+    if (state.active && !bookkeeping) {
         const std::uint64_t index = state.count++;
         if (index == state.failAt || (state.persistently && index > state.failAt)) {
             ++state.failed;
@@ -31,7 +33,7 @@ void* Allocate(std::size_t size)
         }
     }
     void* const memory = std::malloc(size != 0 ? size : 1);
-    if (state.active && state.disturbedErrno != 0) {
+    if (state.active && !bookkeeping && state.disturbedErrno != 0) {
         errno = state.disturbedErrno;
     }
     return memory;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <set>
 #include <string>
@@ -31,6 +32,13 @@ void WriteFile(const std::string& path, const std::string& bytes);
 // An unsigned 64-bit word as it lies in a file.
 std::string Word(std::uint64_t value);
 std::uint64_t WordAt(const std::string& bytes, std::size_t position);
+
+// Whether a sanitizer watches, which takes memory and address space of its own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
 
 // The numbers of this process's open descriptors.
 std::set<int> OpenDescriptors();

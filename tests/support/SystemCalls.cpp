@@ -13,6 +13,8 @@
 #include <map>
 #include <utility>
 
+#include "support/Bookkeeping.h"
+
 namespace support {
 
 namespace {
@@ -35,10 +37,14 @@ thread_local State* observed = nullptr;
 
 class Unobserved {
 public:
-    Unobserved() : state_(std::exchange(observed, nullptr)) {}
+    Unobserved() : state_(std::exchange(observed, nullptr)) { bookkeeping = true; }
     Unobserved(const Unobserved&) = delete;
     Unobserved& operator=(const Unobserved&) = delete;
-    ~Unobserved() { observed = state_; }
+    ~Unobserved()
+    {
+        observed = state_;
+        bookkeeping = false;
+    }
 
     State& Get() const { return *state_; }
 
@@ -48,45 +54,45 @@ private:
 
 std::optional<std::int64_t> ActOn(State& state, const SystemCall& call)
 {
-    std::optional<std::int64_t> result;
+    std::vector<SystemCalls::Action> actions;
     for (std::size_t i = 0; i < state.rules.size(); ++i) {
         Rule& rule = state.rules[i];
-        if (rule.name != call.name) {
+        if (rule.name != call.name || rule.nth-- != 0) {
             continue;
         }
-        if (rule.nth != 0) {
-            --rule.nth;
-            continue;
-        }
-        const SystemCalls::Action action = rule.action;
+        actions.push_back(rule.action);
+        rule.nth = 0;
         if (!rule.persistently) {
-            state.rules.erase(state.rules.begin() + static_cast<std::ptrdiff_t>(i));
-            --i;
-        }
-        ++state.fired;
-        result = action(call);
-        if (result) {
-            break;
+            state.rules.erase(state.rules.begin() + static_cast<std::ptrdiff_t>(i--));
         }
     }
-    return result;
+    for (const SystemCalls::Action& action : actions) {
+        ++state.fired;
+        if (const auto result = action(call)) {
+            return result;
+        }
+    }
+    return std::nullopt;
 }
 
-// Makes one call, or what a rule wants in its place, and records it.
-template <typename Make>
-std::int64_t Observe(SystemCall call, const Make& make)
+// Makes one call, or what a rule wants in its place, and records it as describe() tells.
+template <typename Describe, typename Make>
+std::int64_t Observe(const Describe& describe, const Make& make)
 {
     int error = errno;
+    std::int64_t result = 0;
     {
         const Unobserved guard;
+        SystemCall call = describe();
         errno = error;
         const std::optional<std::int64_t> chosen = ActOn(guard.Get(), call);
-        call.result = chosen ? *chosen : make();
+        result = chosen ? *chosen : make();
         error = errno;
+        call.result = result;
         guard.Get().calls.push_back(call);
     }
     errno = error;
-    return call.result;
+    return result;
 }
 
 template <typename Function>
@@ -189,8 +195,8 @@ static int OpenObserved(const char* path, int flags, unsigned mode)
     if (observed == nullptr) {
         return real(path, flags, mode);
     }
-    SystemCall call = {.name = "open", .path = Text(path), .flags = flags, .mode = mode};
-    return static_cast<int>(Observe(std::move(call), [&] { return real(path, flags, mode); }));
+    const auto call = [&] { return SystemCall{.name = "open", .path = Text(path), .flags = flags, .mode = mode}; };
+    return static_cast<int>(Observe(call, [&] { return real(path, flags, mode); }));
 }
 
 int open(const char* path, int flags, ...)
@@ -216,7 +222,8 @@ ssize_t read(int fd, void* buffer, size_t size)
     if (observed == nullptr) {
         return real(fd, buffer, size);
     }
-    return Observe({.name = "read", .fd = fd, .buffer = buffer, .size = size}, [&] { return real(fd, buffer, size); });
+    return Observe([&] { return SystemCall{.name = "read", .fd = fd, .buffer = buffer, .size = size}; },
+                   [&] { return real(fd, buffer, size); });
 }
 
 ssize_t write(int fd, const void* buffer, size_t size)
@@ -225,7 +232,8 @@ ssize_t write(int fd, const void* buffer, size_t size)
     if (observed == nullptr) {
         return real(fd, buffer, size);
     }
-    return Observe({.name = "write", .fd = fd, .buffer = buffer, .size = size}, [&] { return real(fd, buffer, size); });
+    return Observe([&] { return SystemCall{.name = "write", .fd = fd, .buffer = buffer, .size = size}; },
+                   [&] { return real(fd, buffer, size); });
 }
 
 off64_t lseek64(int fd, off64_t offset, int whence) noexcept
@@ -234,7 +242,7 @@ off64_t lseek64(int fd, off64_t offset, int whence) noexcept
     if (observed == nullptr) {
         return real(fd, offset, whence);
     }
-    return Observe({.name = "lseek64", .fd = fd, .flags = whence, .offset = offset},
+    return Observe([&] { return SystemCall{.name = "lseek64", .fd = fd, .flags = whence, .offset = offset}; },
                    [&] { return real(fd, offset, whence); });
 }
 
@@ -244,7 +252,7 @@ int close(int fd)
     if (observed == nullptr) {
         return real(fd);
     }
-    return static_cast<int>(Observe({.name = "close", .fd = fd}, [&] { return real(fd); }));
+    return static_cast<int>(Observe([&] { return SystemCall{.name = "close", .fd = fd}; }, [&] { return real(fd); }));
 }
 
 int fstat(int fd, struct stat* status) noexcept
@@ -253,7 +261,8 @@ int fstat(int fd, struct stat* status) noexcept
     if (observed == nullptr) {
         return real(fd, status);
     }
-    return static_cast<int>(Observe({.name = "fstat", .fd = fd, .buffer = status}, [&] { return real(fd, status); }));
+    return static_cast<int>(Observe([&] { return SystemCall{.name = "fstat", .fd = fd, .buffer = status}; },
+                                    [&] { return real(fd, status); }));
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept
@@ -263,10 +272,15 @@ void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t 
         return real(address, size, protection, flags, fd, offset);
     }
     void* mapping = MAP_FAILED;
-    Observe({.name = "mmap", .fd = fd, .flags = flags, .mode = static_cast<unsigned>(protection), .size = size}, [&] {
-        mapping = real(address, size, protection, flags, fd, offset);
-        return mapping == MAP_FAILED ? -1 : 0;
-    });
+    Observe(
+        [&] {
+            return SystemCall{
+                .name = "mmap", .fd = fd, .flags = flags, .mode = static_cast<unsigned>(protection), .size = size};
+        },
+        [&] {
+            mapping = real(address, size, protection, flags, fd, offset);
+            return mapping == MAP_FAILED ? -1 : 0;
+        });
     return mapping;
 }
 
@@ -281,10 +295,11 @@ void* mremap(void* address, size_t oldSize, size_t size, int flags, ...) noexcep
         return real(address, oldSize, size, flags, target);
     }
     void* mapping = MAP_FAILED;
-    Observe({.name = "mremap", .flags = flags, .buffer = address, .size = size}, [&] {
-        mapping = real(address, oldSize, size, flags, target);
-        return mapping == MAP_FAILED ? -1 : 0;
-    });
+    Observe([&] { return SystemCall{.name = "mremap", .flags = flags, .buffer = address, .size = size}; },
+            [&] {
+                mapping = real(address, oldSize, size, flags, target);
+                return mapping == MAP_FAILED ? -1 : 0;
+            });
     return mapping;
 }
 
@@ -294,8 +309,8 @@ int munmap(void* address, size_t size) noexcept
     if (observed == nullptr) {
         return real(address, size);
     }
-    return static_cast<int>(
-        Observe({.name = "munmap", .buffer = address, .size = size}, [&] { return real(address, size); }));
+    return static_cast<int>(Observe([&] { return SystemCall{.name = "munmap", .buffer = address, .size = size}; },
+                                    [&] { return real(address, size); }));
 }
 
 int mprotect(void* address, size_t size, int protection) noexcept
@@ -304,8 +319,11 @@ int mprotect(void* address, size_t size, int protection) noexcept
     if (observed == nullptr) {
         return real(address, size, protection);
     }
-    SystemCall call = {.name = "mprotect", .mode = static_cast<unsigned>(protection), .buffer = address, .size = size};
-    return static_cast<int>(Observe(std::move(call), [&] { return real(address, size, protection); }));
+    const auto call = [&] {
+        return SystemCall{
+            .name = "mprotect", .mode = static_cast<unsigned>(protection), .buffer = address, .size = size};
+    };
+    return static_cast<int>(Observe(call, [&] { return real(address, size, protection); }));
 }
 
 int madvise(void* address, size_t size, int advice) noexcept
@@ -314,8 +332,9 @@ int madvise(void* address, size_t size, int advice) noexcept
     if (observed == nullptr) {
         return real(address, size, advice);
     }
-    return static_cast<int>(Observe({.name = "madvise", .flags = advice, .buffer = address, .size = size},
-                                    [&] { return real(address, size, advice); }));
+    return static_cast<int>(
+        Observe([&] { return SystemCall{.name = "madvise", .flags = advice, .buffer = address, .size = size}; },
+                [&] { return real(address, size, advice); }));
 }
 
 ssize_t fgetxattr(int fd, const char* name, void* value, size_t size) noexcept
@@ -324,8 +343,11 @@ ssize_t fgetxattr(int fd, const char* name, void* value, size_t size) noexcept
     if (observed == nullptr) {
         return real(fd, name, value, size);
     }
-    return Observe({.name = "fgetxattr", .fd = fd, .attribute = Text(name), .buffer = value, .size = size},
-                   [&] { return real(fd, name, value, size); });
+    return Observe(
+        [&] {
+            return SystemCall{.name = "fgetxattr", .fd = fd, .attribute = Text(name), .buffer = value, .size = size};
+        },
+        [&] { return real(fd, name, value, size); });
 }
 
 ssize_t getxattr(const char* path, const char* name, void* value, size_t size) noexcept
@@ -334,8 +356,12 @@ ssize_t getxattr(const char* path, const char* name, void* value, size_t size) n
     if (observed == nullptr) {
         return real(path, name, value, size);
     }
-    return Observe({.name = "getxattr", .path = Text(path), .attribute = Text(name), .buffer = value, .size = size},
-                   [&] { return real(path, name, value, size); });
+    return Observe(
+        [&] {
+            return SystemCall{
+                .name = "getxattr", .path = Text(path), .attribute = Text(name), .buffer = value, .size = size};
+        },
+        [&] { return real(path, name, value, size); });
 }
 
 ssize_t listxattr(const char* path, char* list, size_t size) noexcept
@@ -344,7 +370,7 @@ ssize_t listxattr(const char* path, char* list, size_t size) noexcept
     if (observed == nullptr) {
         return real(path, list, size);
     }
-    return Observe({.name = "listxattr", .path = Text(path), .buffer = list, .size = size},
+    return Observe([&] { return SystemCall{.name = "listxattr", .path = Text(path), .buffer = list, .size = size}; },
                    [&] { return real(path, list, size); });
 }
 
@@ -354,9 +380,11 @@ int fsetxattr(int fd, const char* name, const void* value, size_t size, int flag
     if (observed == nullptr) {
         return real(fd, name, value, size, flags);
     }
-    SystemCall call = {
-        .name = "fsetxattr", .fd = fd, .attribute = Text(name), .flags = flags, .buffer = value, .size = size};
-    return static_cast<int>(Observe(std::move(call), [&] { return real(fd, name, value, size, flags); }));
+    const auto call = [&] {
+        return SystemCall{
+            .name = "fsetxattr", .fd = fd, .attribute = Text(name), .flags = flags, .buffer = value, .size = size};
+    };
+    return static_cast<int>(Observe(call, [&] { return real(fd, name, value, size, flags); }));
 }
 
 int setxattr(const char* path, const char* name, const void* value, size_t size, int flags) noexcept
@@ -365,9 +393,15 @@ int setxattr(const char* path, const char* name, const void* value, size_t size,
     if (observed == nullptr) {
         return real(path, name, value, size, flags);
     }
-    SystemCall call = {
-        .name = "setxattr", .path = Text(path), .attribute = Text(name), .flags = flags, .buffer = value, .size = size};
-    return static_cast<int>(Observe(std::move(call), [&] { return real(path, name, value, size, flags); }));
+    const auto call = [&] {
+        return SystemCall{.name = "setxattr",
+                          .path = Text(path),
+                          .attribute = Text(name),
+                          .flags = flags,
+                          .buffer = value,
+                          .size = size};
+    };
+    return static_cast<int>(Observe(call, [&] { return real(path, name, value, size, flags); }));
 }
 
 int removexattr(const char* path, const char* name) noexcept
@@ -376,8 +410,9 @@ int removexattr(const char* path, const char* name) noexcept
     if (observed == nullptr) {
         return real(path, name);
     }
-    return static_cast<int>(Observe({.name = "removexattr", .path = Text(path), .attribute = Text(name)},
-                                    [&] { return real(path, name); }));
+    return static_cast<int>(
+        Observe([&] { return SystemCall{.name = "removexattr", .path = Text(path), .attribute = Text(name)}; },
+                [&] { return real(path, name); }));
 }
 
 }  // extern "C"

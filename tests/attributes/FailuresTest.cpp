@@ -1,0 +1,321 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <ostream>
+#include <stdexcept>
+
+#include "Corvane/File/ExtendedAttributes.h"
+#include "platforms/scripted/ScriptedPlatform.h"
+#include "support/Allocations.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::ExtendedAttributes;
+using tarn::cv::logging::LoggingManager;
+using Lines = std::vector<std::string>;
+
+const std::string kPath = "/some/file";
+const std::string kName = "user.name";
+const std::string kValue("va\0l\x1bue", 7);
+
+struct Thrown {};
+
+// One way in which an operation fails: the call that does, both forms of the operation, and their texts.
+struct Failure {
+    std::string name;
+    std::string call;
+    std::uint64_t nth;
+    std::function<void(bool&)> flagVariant;
+    std::function<void()> throwingVariant;
+    std::string text;        // of the flag variant, without the reason
+    std::string thrownText;  // of the throwing variant
+    std::string signature;   // of the flag variant, in the library's source
+    std::string throwingSignature;
+};
+
+void PrintTo(const Failure& failure, std::ostream* stream)
+{
+    *stream << failure.name;
+}
+
+// Read and List set their flag at the start, Write and Remove at the end.
+bool IsQuery(const Failure& failure)
+{
+    return failure.call.find("get") != std::string::npos || failure.call == "listxattr";
+}
+
+Failure ReadByDescriptor(std::uint64_t nth)
+{
+    return {nth == 0 ? "ReadByDescriptorSize" : "ReadByDescriptorValue",
+            "fgetxattr",
+            nth,
+            [](bool& success) { ExtendedAttributes::Read(-1, kName, success); },
+            [] { ExtendedAttributes::Read(-1, kName); },
+            nth == 0 ? "Cannot get size for xattr user.name on fd -1" : "Cannot get value for xattr user.name on fd -1",
+            "Cannot get value of xattr user.name on fd -1",
+            "Read(int fd, const std::string& name, bool& success)",
+            "Read(int fd, const std::string& name)"};
+}
+
+Failure ReadByPath(std::uint64_t nth)
+{
+    return {nth == 0 ? "ReadByPathSize" : "ReadByPathValue",
+            "getxattr",
+            nth,
+            [](bool& success) { ExtendedAttributes::Read(kPath, kName, success); },
+            [] { ExtendedAttributes::Read(kPath, kName); },
+            nth == 0 ? "Cannot get size for xattr user.name of /some/file"
+                     : "Cannot get value for xattr user.name of /some/file",
+            "Cannot get value of xattr user.name of /some/file",
+            "Read(const std::string& path, const std::string& name, bool& success)",
+            "Read(const std::string& path, const std::string& name)"};
+}
+
+Failure List(std::uint64_t nth)
+{
+    return {nth == 0 ? "ListSize" : "ListNames",
+            "listxattr",
+            nth,
+            [](bool& success) { ExtendedAttributes::List(kPath, success); },
+            [] { ExtendedAttributes::List(kPath); },
+            nth == 0 ? "Cannot get xattr list size for /some/file" : "Cannot get xattr list for /some/file",
+            "Cannot get xattr list for /some/file",
+            "List(const std::string& path, bool& success)",
+            "List(const std::string& path)"};
+}
+
+Failure WriteByDescriptor()
+{
+    const std::string text = "Cannot set user.name to " + kValue + " on -1";
+    return {"WriteByDescriptor",
+            "fsetxattr",
+            0,
+            [](bool& success) { ExtendedAttributes::Write(-1, kName, kValue, success); },
+            [] { ExtendedAttributes::Write(-1, kName, kValue); },
+            text,
+            text,
+            "Write(int fd, const std::string& name, const std::string& value, bool& success)",
+            "Write(int fd, const std::string& name, const std::string& value)"};
+}
+
+Failure WriteByPath()
+{
+    const std::string text = "Cannot set user.name to " + kValue + " on /some/file";
+    return {"WriteByPath",
+            "setxattr",
+            0,
+            [](bool& success) { ExtendedAttributes::Write(kPath, kName, kValue, success); },
+            [] { ExtendedAttributes::Write(kPath, kName, kValue); },
+            text,
+            text,
+            "Write(const std::string& path, const std::string& name, const std::string& value,",
+            "Write(const std::string& path, const std::string& name, const std::string& value)"};
+}
+
+Failure Remove()
+{
+    return {"Remove",
+            "removexattr",
+            0,
+            [](bool& success) { ExtendedAttributes::Remove(kPath, kName, success); },
+            [] { ExtendedAttributes::Remove(kPath, kName); },
+            "Cannot remove user.name on /some/file",
+            "Cannot remove user.name on /some/file",
+            "Remove(const std::string& path, const std::string& name, bool& success)",
+            "Remove(const std::string& path, const std::string& name)"};
+}
+
+// Where an operation begins and ends in the library's source.
+std::pair<int, int> LinesOf(const std::string& signature)
+{
+    std::ifstream source(LIBRARY_SOURCES "/Corvane/File/ExtendedAttributes.cpp");
+    std::pair<int, int> lines = {0, 0};
+    int number = 0;
+    for (std::string line; std::getline(source, line) && lines.second == 0;) {
+        ++number;
+        if (line.find(" ExtendedAttributes::" + signature) != std::string::npos) {
+            lines.first = number;
+        }
+        if (lines.first != 0 && line == "}") {
+            lines.second = number;
+        }
+    }
+    return lines;
+}
+
+class Failures : public testing::TestWithParam<Failure> {
+protected:
+    // The failing call fails with this error; the size query before it, if there is one, succeeds.
+    void FailWith(support::SystemCalls& calls, int error) const
+    {
+        for (std::uint64_t nth = 0; nth < GetParam().nth; ++nth) {
+            calls.On(GetParam().call, nth, [](const support::SystemCall&) { return 5; });
+        }
+        calls.Fail(GetParam().call, error, GetParam().nth);
+    }
+
+    // Runs the flag variant and returns the flag.
+    bool RunFlagVariant(int error, bool flag = true) const
+    {
+        support::SystemCalls calls;
+        FailWith(calls, error);
+        GetParam().flagVariant(flag);
+        EXPECT_EQ(calls.Fired(), GetParam().nth + 1);
+        EXPECT_EQ(calls.Calls().size(), GetParam().nth + 1);
+        return flag;
+    }
+
+    // Runs the throwing variant and returns the text that it threw, as far as what() shows it: to its first zero.
+    std::string RunThrowingVariant(int error) const
+    {
+        support::SystemCalls calls;
+        FailWith(calls, error);
+        try {
+            GetParam().throwingVariant();
+        } catch (const std::runtime_error& thrown) {
+            return thrown.what();
+        }
+        return "none";
+    }
+
+    std::string FlagLine(int error) const { return "10 " + GetParam().text + ": " + std::strerror(error); }
+
+    support::ScriptedPlatform platform_;
+};
+
+TEST_P(Failures, FlagVariantReportsUpToLevel10)
+{
+    for (const std::int32_t level : {-5, 9, 10, 11, 40, 41, 50}) {
+        platform_.logger.level = level;
+        platform_.logger.records.clear();
+        LoggingManager::names.clear();
+        EXPECT_FALSE(RunFlagVariant(ENODATA));
+        EXPECT_EQ(platform_.logger.Lines(), level <= 10 ? Lines{FlagLine(ENODATA)} : Lines{}) << level;
+        EXPECT_EQ(LoggingManager::names, Lines(level <= 10 ? 2 : 1, "ExtendedAttributes")) << level;
+    }
+}
+
+TEST_P(Failures, ThrowingVariantReportsTwiceThenOnceThenNever)
+{
+    for (const std::int32_t level : {9, 10, 11, 40, 41, 50}) {
+        platform_.logger.level = level;
+        platform_.logger.records.clear();
+        LoggingManager::names.clear();
+        EXPECT_STREQ(RunThrowingVariant(ENODATA).c_str(), GetParam().thrownText.c_str());
+        Lines expected;
+        if (level <= 10) {
+            expected.push_back(FlagLine(ENODATA));
+        }
+        if (level <= 40) {
+            expected.push_back("40 " + GetParam().thrownText);
+        }
+        EXPECT_EQ(platform_.logger.Lines(), expected) << level;
+        EXPECT_EQ(LoggingManager::names.size(), level <= 10 ? 4U : level <= 40 ? 3U : 2U) << level;
+    }
+}
+
+TEST_P(Failures, EveryErrorTakesTheSamePath)
+{
+    for (const int error : {EPERM, ENOENT, EBADF, E2BIG, EACCES, ENOTDIR, EINVAL, ENOSPC, EROFS, ERANGE, ENAMETOOLONG,
+                            ELOOP, ENODATA, EOPNOTSUPP, EIO, EINTR, EDQUOT, 9999}) {
+        platform_.logger.records.clear();
+        EXPECT_FALSE(RunFlagVariant(error));
+        EXPECT_EQ(platform_.logger.Lines(), Lines{FlagLine(error)});
+    }
+}
+
+TEST_P(Failures, FlagBecomesFalseWhateverItWas)
+{
+    EXPECT_FALSE(RunFlagVariant(EIO, true));
+    EXPECT_FALSE(RunFlagVariant(EIO, false));
+}
+
+TEST_P(Failures, ReasonStaysRightWhereOthersChangeErrno)
+{
+    const auto disturb = [] { errno = EDOM; };
+    LoggingManager::onLookUp = disturb;
+    platform_.logger.onLevel = disturb;
+    platform_.logger.onLog = disturb;
+    const std::string expected = FlagLine(ENOSPC);
+    support::SystemCalls calls;
+    FailWith(calls, ENOSPC);
+    bool success = true;
+    support::Allocations allocations;
+    allocations.DisturbErrno(ERANGE);
+    GetParam().flagVariant(success);
+    ASSERT_EQ(platform_.logger.records.size(), 1U);
+    EXPECT_EQ(platform_.logger.Lines()[0], expected);
+}
+
+// The flag while the failure was reported, and after the report threw.
+TEST_P(Failures, ThrowingReportLeavesTheFlagAsItWas)
+{
+    for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
+        for (const bool before : {true, false}) {
+            bool flag = before;
+            support::SystemCalls calls;
+            FailWith(calls, EIO);
+            *function = [] { throw Thrown(); };
+            EXPECT_THROW(GetParam().flagVariant(flag), Thrown);
+            platform_.ClearScript();
+            EXPECT_EQ(flag, IsQuery(GetParam()) || before);
+        }
+    }
+}
+
+TEST_P(Failures, ThrowingReportPassesThroughTheThrowingVariant)
+{
+    for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
+        support::SystemCalls calls;
+        FailWith(calls, EIO);
+        *function = [] { throw Thrown(); };
+        EXPECT_THROW(GetParam().throwingVariant(), Thrown);
+        platform_.ClearScript();
+    }
+}
+
+TEST_P(Failures, FailedAllocationIsThrownAndLeavesTheFlag)
+{
+    std::uint64_t nth = 0;
+    for (bool reported = false; !reported; ++nth) {
+        bool flag = true;
+        support::SystemCalls calls;
+        FailWith(calls, EIO);
+        support::Allocations allocations;
+        allocations.FailAt(nth);
+        try {
+            GetParam().flagVariant(flag);
+            reported = true;
+            EXPECT_FALSE(flag);
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(flag);
+        }
+    }
+    EXPECT_GE(nth, 3U);
+}
+
+TEST_P(Failures, RecordsNameTheLinesOfTheirOperation)
+{
+    EXPECT_STREQ(RunThrowingVariant(EIO).c_str(), GetParam().thrownText.c_str());
+    const auto& records = platform_.logger.records;
+    ASSERT_EQ(records.size(), 2U);
+    const Lines signatures = {GetParam().signature, GetParam().throwingSignature};
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        EXPECT_EQ(records[i].file, "Corvane/Common/libFile/Corvane/File/ExtendedAttributes.cpp");
+        const auto [first, last] = LinesOf(signatures[i]);
+        EXPECT_GT(records[i].line, first) << signatures[i];
+        EXPECT_LT(records[i].line, last) << signatures[i];
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachOperation, Failures,
+                         testing::Values(ReadByDescriptor(0), ReadByDescriptor(1), ReadByPath(0), ReadByPath(1),
+                                         List(0), List(1), WriteByDescriptor(), WriteByPath(), Remove()),
+                         [](const auto& parameter) { return parameter.param.name; });
+
+}  // namespace

@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+
+#include "Corvane/File/ExtendedAttributes.h"
+#include "platforms/scripted/ScriptedPlatform.h"
+#include "support/Files.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::ExtendedAttributes;
+using Lines = std::vector<std::string>;
+using Names = std::set<std::string>;
+
+// Somebody else changes the file's attributes between an operation's two calls: a real change, at the right moment.
+class Races : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        support::WriteFile(path_, "");
+        if (::setxattr(path_.c_str(), "user.a", "abc", 3, 0) != 0) {
+            GTEST_SKIP() << "no extended attributes on this file system: " << std::strerror(errno);
+        }
+    }
+
+    void Set(const std::string& name, const std::string& value) const
+    {
+        ASSERT_EQ(::setxattr(path_.c_str(), name.c_str(), value.data(), value.size(), 0), 0);
+    }
+
+    void Unset(const std::string& name) const { ASSERT_EQ(::removexattr(path_.c_str(), name.c_str()), 0); }
+
+    std::string ReadWhile(const std::function<void()>& change)
+    {
+        support::SystemCalls calls;
+        calls.On("getxattr", 1, [&](const support::SystemCall&) {
+            change();
+            return std::nullopt;
+        });
+        std::string value = ExtendedAttributes::Read(path_, "user.a", success_);
+        EXPECT_EQ(calls.Fired(), 1U);
+        return value;
+    }
+
+    Names ListWhile(const std::function<void()>& change)
+    {
+        support::SystemCalls calls;
+        calls.On("listxattr", 1, [&](const support::SystemCall&) {
+            change();
+            return std::nullopt;
+        });
+        Names names = ExtendedAttributes::List(path_, success_);
+        EXPECT_EQ(calls.Fired(), 1U);
+        return names;
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::ScriptedPlatform platform_;
+    bool success_ = false;
+};
+
+TEST_F(Races, ValueThatShrinksKeepsItsLengthWithZeros)
+{
+    EXPECT_EQ(ReadWhile([this] { Set("user.a", "x"); }), std::string("x\0\0", 3));
+    EXPECT_TRUE(success_);
+}
+
+TEST_F(Races, ValueThatBecomesEmptyKeepsItsLengthWithZeros)
+{
+    EXPECT_EQ(ReadWhile([this] { Set("user.a", ""); }), std::string(3, '\0'));
+    EXPECT_TRUE(success_);
+}
+
+TEST_F(Races, ValueThatGrowsIsAFailure)
+{
+    EXPECT_EQ(ReadWhile([this] { Set("user.a", "abcd"); }).size(), 3U);
+    EXPECT_FALSE(success_);
+    EXPECT_EQ(platform_.logger.Lines(),
+              Lines{"10 Cannot get value for xattr user.a of " + path_ + ": Numerical result out of range"});
+}
+
+TEST_F(Races, EmptyValueThatIsFilledIsReadEmpty)
+{
+    Set("user.a", "");
+    EXPECT_EQ(ReadWhile([this] { Set("user.a", "abcd"); }), "");
+    EXPECT_TRUE(success_);
+    EXPECT_EQ(platform_.logger.Lines(), Lines{});
+}
+
+TEST_F(Races, ValueThatVanishesIsAFailure)
+{
+    EXPECT_EQ(ReadWhile([this] { Unset("user.a"); }).size(), 3U);
+    EXPECT_FALSE(success_);
+    EXPECT_EQ(platform_.logger.Lines(),
+              Lines{"10 Cannot get value for xattr user.a of " + path_ + ": No data available"});
+}
+
+TEST_F(Races, ListThatShrinksHoldsWhatThereStillIs)
+{
+    Set("user.bb", "");
+    EXPECT_EQ(ListWhile([this] { Unset("user.bb"); }), Names{"user.a"});
+    EXPECT_TRUE(success_);
+}
+
+TEST_F(Races, ListThatVanishesIsEmpty)
+{
+    EXPECT_EQ(ListWhile([this] { Unset("user.a"); }), Names{});
+    EXPECT_TRUE(success_);
+}
+
+TEST_F(Races, ListThatGrowsIsAFailure)
+{
+    EXPECT_EQ(ListWhile([this] { Set("user.b", ""); }), Names{});
+    EXPECT_FALSE(success_);
+    EXPECT_EQ(platform_.logger.Lines(),
+              Lines{"10 Cannot get xattr list for " + path_ + ": Numerical result out of range"});
+}
+
+TEST_F(Races, EmptyListThatIsFilledIsEmpty)
+{
+    Unset("user.a");
+    EXPECT_EQ(ListWhile([this] { Set("user.b", ""); }), Names{});
+    EXPECT_TRUE(success_);
+    EXPECT_EQ(platform_.logger.Lines(), Lines{});
+}
+
+TEST_F(Races, FileThatVanishesIsAFailure)
+{
+    EXPECT_EQ(ListWhile([this] { ASSERT_EQ(::unlink(path_.c_str()), 0); }), Names{});
+    EXPECT_FALSE(success_);
+    EXPECT_EQ(platform_.logger.Lines(), Lines{"10 Cannot get xattr list for " + path_ + ": No such file or directory"});
+}
+
+// What the system could report and never should.
+TEST_F(Races, NamesBehindTheBufferAndWithoutTerminatorAreNotMadeUp)
+{
+    support::SystemCalls calls;
+    calls.On("listxattr", 0, [](const support::SystemCall&) { return 9; });
+    calls.On("listxattr", 1, [](const support::SystemCall& call) {
+        std::memcpy(const_cast<void*>(call.buffer), "user.a\0us", 9);
+        return 1000;
+    });
+    EXPECT_EQ(ExtendedAttributes::List(path_, success_), Names{"user.a"});
+    EXPECT_TRUE(success_);
+}
+
+}  // namespace

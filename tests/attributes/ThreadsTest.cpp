@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+#include <sys/xattr.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Corvane/File/ExtendedAttributes.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using Corvane::File::ExtendedAttributes;
+
+constexpr int kThreads = 4;
+constexpr int kRounds = 300;
+
+class Threads : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        for (int i = 0; i < kThreads; ++i) {
+            support::WriteFile(folder_ / std::to_string(i), "");
+        }
+        if (::setxattr((folder_ / "0").c_str(), "user.probe", "", 0, 0) != 0) {
+            GTEST_SKIP() << "no extended attributes on this file system: " << std::strerror(errno);
+        }
+    }
+
+    // All operations, failing ones too, on a file and an attribute.
+    static void Work(const std::string& path, const std::string& name)
+    {
+        bool success = false;
+        for (int i = 0; i < kRounds; ++i) {
+            const std::string value(static_cast<std::size_t>(i), 'v');
+            ExtendedAttributes::Write(path, name, value, success);
+            EXPECT_TRUE(success);
+            EXPECT_EQ(ExtendedAttributes::Read(path, name, success), value);
+            ExtendedAttributes::List(path, success);  // others' names come and go: it may fail
+            ExtendedAttributes::Remove(path, name, success);
+            EXPECT_TRUE(success);
+            ExtendedAttributes::Remove(path, name, success);
+            EXPECT_FALSE(success);
+        }
+    }
+
+    void RunThreads(bool oneFile)
+    {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back(Work, folder_ / std::to_string(oneFile ? 0 : i), "user.n" + std::to_string(i));
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_GE(log_.Records().size(), static_cast<std::size_t>(kThreads * kRounds));
+    }
+
+    support::TemporaryFolder folder_;
+    support::LogCapture log_;
+};
+
+TEST_F(Threads, ShareOneFile)
+{
+    RunThreads(true);
+}
+
+TEST_F(Threads, HaveAFileEach)
+{
+    RunThreads(false);
+}
+
+}  // namespace
