@@ -17,20 +17,14 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-using Corvane::File::DataChunkFileAppender;
-using Corvane::File::DataChunkFileReader;
-using Corvane::File::ExtendedAttributes;
+using namespace Corvane::File;
 using Corvane::Pellin::DataChunk;
-using Corvane::Time::TimePoint;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::uint64_t kMaxSize = 4'000'000;  // bytes
-constexpr auto kInterval = 10ms;
 
 DataChunk Measure()
 {
-    DataChunk chunk(TimePoint::Now());
+    DataChunk chunk(Corvane::Time::TimePoint::Now());
     for (const char* const name : {"stat", "loadavg", "meminfo", "diskstats", "net/dev"}) {
         std::ifstream file(std::string("/proc/") + name);
         chunk.Set(name, {std::istreambuf_iterator<char>(file), {}});
@@ -42,22 +36,24 @@ DataChunk Measure()
 DataChunk Fill(DataChunkFileAppender& file, std::chrono::duration<double> duration)
 {
     DataChunk chunk;
-    const auto start = Clock::now();
-    for (auto next = start; next - start < duration; next += kInterval) {
+    const auto start = std::chrono::steady_clock::now();
+    for (auto next = start; next - start < duration; next += std::chrono::milliseconds(10)) {
         std::this_thread::sleep_until(next);
         chunk = Measure();
         file.Append(chunk);
-        std::cout << "\r  " << file.GetTimePoints().size() << " measurements" << std::flush;
+        if (const std::size_t count = file.GetTimePoints().size(); count % 20 == 0) {
+            std::cout << ' ' << count;
+        }
     }
-    std::cout << '\n';
+    std::cout << " measurements\n";
     return chunk;
 }
 
 void PrintRow(std::uint64_t number, std::uint64_t position, const DataChunk& chunk)
 {
-    const std::string* const load = chunk.Get("loadavg");
     std::cout << "  " << std::setw(6) << number << std::setw(10) << position << std::setw(8) << chunk.GetSizeOnFile()
-              << "  " << chunk.GetTimePoint() << "  " << (load == nullptr ? "-" : load->substr(0, 14)) << '\n';
+              << std::setw(8) << chunk.Fields().size() << "  " << chunk.GetTimePoint() << "  "
+              << chunk.Get("loadavg")->substr(0, 14) << '\n';
 }
 
 // Walks the file, prints its first and last records, and returns the position behind the last one.
@@ -66,20 +62,23 @@ std::uint64_t Print(const std::string& name, const std::set<std::string>& fields
     DataChunkFileReader file(name);
     const std::uint64_t count = file.GetNumberOfChunks();
     std::cout << "  version " << file.GetVersion() << ", " << count << " chunks\n"
-              << "  number  position    size  time                            load\n";
-    std::uint64_t position = Corvane::File::kHeaderSize;
+              << "  number  position    size  fields  time                            load\n";
+    std::uint64_t position = kHeaderSize;
     for (std::uint64_t i = 0; i < count; ++i) {
         DataChunk chunk;
         if ((fields.empty() ? file.GetChunk(chunk, position) : file.GetChunk(chunk, position, fields)) == 0) {
-            std::cout << "  " << i << " is not good\n";
+            std::cout << "  chunk " << i << " at position " << position << " is not good\n";
             break;
         }
         if (i < 2 || i + 2 >= count) {
             PrintRow(i, position, chunk);
+        } else if (i == 2) {
+            std::cout << "     ...\n";
         }
         position += chunk.GetSizeOnFile();
     }
-    std::cout << "  " << position << " of " << std::filesystem::file_size(name) << " bytes in use\n";
+    const std::uint64_t size = std::filesystem::file_size(name);
+    std::cout << "  " << position << " of " << size << " bytes in use: " << position * 100 / size << " % full\n";
     return position;
 }
 
@@ -90,7 +89,7 @@ void DamageAndRecover(const std::string& name, std::uint64_t end)
     std::fstream(copy).seekp(static_cast<std::streamoff>(end / 2)).write("damaged", 7);
     {
         DataChunkFileAppender file(copy, true, kMaxSize);
-        std::cout << "  kept " << file.GetTimePoints().size() << " chunks; appending one\n" << std::flush;
+        std::cout << "  kept " << file.GetTimePoints().size() << " chunks; appending one\n";
         file.Append(Measure());
     }
     Print(copy, {});
@@ -98,14 +97,13 @@ void DamageAndRecover(const std::string& name, std::uint64_t end)
 
 void Tag(const std::string& name, std::uint64_t end)
 {
-    namespace names = Corvane::File;
-    ExtendedAttributes::Write(name, names::XattrTrackSize, std::to_string(end));
-    ExtendedAttributes::Write(name, names::XattrFileSize, std::to_string(std::filesystem::file_size(name)));
-    for (const std::string& attribute : ExtendedAttributes::List(name)) {
-        std::cout << "  " << attribute << " = " << ExtendedAttributes::Read(name, attribute) << '\n';
-    }
     try {
-        ExtendedAttributes::Read(name, names::XattrEmptyFile);
+        ExtendedAttributes::Write(name, XattrTrackSize, std::to_string(end));
+        ExtendedAttributes::Write(name, XattrFileSize, std::to_string(std::filesystem::file_size(name)));
+        for (const std::string& attribute : ExtendedAttributes::List(name)) {
+            std::cout << "  " << attribute << " = " << ExtendedAttributes::Read(name, attribute) << '\n';
+        }
+        ExtendedAttributes::Read(name, XattrEmptyFile);
     } catch (const std::runtime_error& error) {
         std::cout << "  thrown: " << error.what() << '\n';
     }
@@ -116,22 +114,22 @@ void Run(double seconds, const std::string& name)
     for (const char* const logger : {"DataChunkFileAppender", "DataChunkFileReader", "ExtendedAttributes"}) {
         tarn::cv::logging::LoggingManager::SetLevel(logger, 10);
     }
-    std::cout << "Measuring this machine for " << seconds << " s into " << name << '\n';
+    std::cout << "Measuring this machine for " << seconds << " s into " << name << "\n ";
     {
         DataChunkFileAppender file(name, false, kMaxSize);
         DataChunk chunk = Fill(file, std::chrono::duration<double>(seconds));
-        std::cout << "A chunk of the same time, and one that is too long, are refused\n" << std::flush;
+        std::cout << "A chunk of the same time, and one that is too long, are refused\n";
         file.Append(chunk);
         chunk.Set("padding", std::string(kMaxSize, 'x'));
         file.Append(chunk);
     }
-    std::cout << "Reading it back whole\n" << std::flush;
+    std::cout << "Reading it back whole\n";
     const std::uint64_t end = Print(name, {});
-    std::cout << "Reading only the field \"loadavg\" of each chunk\n" << std::flush;
+    std::cout << "Reading only the field \"loadavg\" of each chunk\n";
     Print(name, {"loadavg"});
-    std::cout << "Damaging a copy in the middle, and reopening it\n" << std::flush;
+    std::cout << "Damaging a copy in the middle, and reopening it\n";
     DamageAndRecover(name, end);
-    std::cout << "Tagging the file with extended attributes, and asking for one that is not there\n" << std::flush;
+    std::cout << "Tagging the file with extended attributes, and asking for one that is not there\n";
     Tag(name, end);
 }
 
@@ -139,8 +137,12 @@ void Run(double seconds, const std::string& name)
 
 int main(int count, char** arguments)
 {
+    std::cout << std::unitbuf;  // in step with the log records on stderr
     try {
-        Run(count > 1 ? std::stod(arguments[1]) : 2.0, count > 2 ? arguments[2] : "/tmp/measure.chunks");
+        Run(count > 1 ? std::stod(arguments[1]) : 2.0, count > 2 ? arguments[2] : "measure.chunks");
+    } catch (const std::invalid_argument&) {
+        std::cerr << "usage: measure [seconds [file]]\n";
+        return 2;
     } catch (const std::exception& error) {
         std::cerr << "measure: " << error.what() << '\n';
         return 1;

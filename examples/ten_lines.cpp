@@ -9,7 +9,7 @@ using Corvane::Time::TimePoint;
 
 int main(int count, char** arguments)
 {
-    const std::string name = count > 1 ? arguments[1] : "/tmp/ten_lines.chunks";
+    const std::string name = count > 1 ? arguments[1] : "ten_lines.chunks";
     {
         Corvane::File::DataChunkFileAppender file(name, /* reopen = */ false, /* maxSize = */ 4096);
         DataChunk chunk(TimePoint::Now());
