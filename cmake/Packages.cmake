@@ -1,0 +1,47 @@
+# Debian packages: libcorvanefile<ABI number> from component Runtime, libcorvanefile-dev from Development.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME libcorvanefile)
+set(CPACK_PACKAGE_CONTACT "Corvane file library authors <maintainers@corvane.invalid>" CACHE STRING
+    "Maintainer that the packages name")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY >=)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)  # of exactly the same version
+
+set(description
+"Chunk files hold serialised chunks back to back behind a short header. The
+library writes, reads and recovers them, and it reads, lists, writes and
+removes extended attributes of files, with every failure logged.
+
+")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libcorvanefile${CORVANE_FILE_ABI})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${description}This package contains the shared libraries.")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libcorvanefile-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
+    "${description}This package contains the headers, and the files for CMake and pkg-config.")
+
+set(debian ${PROJECT_BINARY_DIR}/debian)
+string(TIMESTAMP year "%Y" UTC)
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(cmake/debian/copyright.in ${debian}/copyright @ONLY)
+configure_file(cmake/debian/changelog.in ${debian}/changelog @ONLY)
+execute_process(COMMAND gzip -9nf ${debian}/changelog)
+foreach(component Runtime Development)
+  string(TOUPPER ${component} name)
+  install(FILES ${debian}/copyright ${debian}/changelog.gz COMPONENT ${component} EXCLUDE_FROM_ALL
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME})
+endforeach()
+
+include(CPack)
