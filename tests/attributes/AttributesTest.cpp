@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <new>
 #include <stdexcept>
 #include <type_traits>
 
@@ -62,6 +64,29 @@ protected:
         return ExtendedAttributes::Read(path, name, success_);
     }
 
+    // Every operation fails on this path, and says so twice.
+    void ExpectAbsent(const std::string& none)
+    {
+        EXPECT_THROW(ExtendedAttributes::Read(none, "user.x"), std::runtime_error);
+        EXPECT_THROW(ExtendedAttributes::List(none), std::runtime_error);
+        EXPECT_THROW(ExtendedAttributes::Write(none, "user.x", "v"), std::runtime_error);
+        EXPECT_THROW(ExtendedAttributes::Remove(none, "user.x"), std::runtime_error);
+        const std::string reason = ": No such file or directory";
+        EXPECT_EQ(log_.Lines(),
+                  (Lines{"10 Cannot get size for xattr user.x of " + none + reason,
+                         "40 Cannot get value of xattr user.x of " + none,
+                         "10 Cannot get xattr list size for " + none + reason, "40 Cannot get xattr list for " + none,
+                         "10 Cannot set user.x to v on " + none + reason, "40 Cannot set user.x to v on " + none,
+                         "10 Cannot remove user.x on " + none + reason, "40 Cannot remove user.x on " + none}));
+    }
+
+    // What the system itself says to this.
+    static std::string ReasonOfBareCall(const std::string& path, const std::string& name, const std::string& value)
+    {
+        EXPECT_EQ(::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0), -1);
+        return std::strerror(errno);
+    }
+
     support::TemporaryFolder folder_;
     std::string path_ = folder_ / "a";
     support::LogCapture log_;
@@ -111,8 +136,8 @@ TEST_F(Attributes, LargestValueIsReadBackAndOneByteMoreIsRefused)
     EXPECT_EQ(ExtendedAttributes::Read(path_, "user.x"), value);
     EXPECT_FALSE(TryWrite(path_, "user.x", value + "v"));
     EXPECT_EQ(ExtendedAttributes::Read(path_, "user.x"), value);
-    ASSERT_EQ(log_.Lines().size(), 1U);
-    EXPECT_EQ(log_.Lines()[0].find("10 Cannot set user.x to " + value + "v on " + path_ + ": "), 0U);
+    const std::string reason = ReasonOfBareCall(path_, "user.x", value + "v");
+    EXPECT_EQ(log_.Lines(), Lines{"10 Cannot set user.x to " + value + "v on " + path_ + ": " + reason});
 }
 
 TEST_F(Attributes, NamesComeInByteOrderWithTheirPrefixes)
@@ -175,13 +200,14 @@ TEST_F(Attributes, ThrowingReadLogsTwiceAndThrowsWithoutAReason)
 TEST_F(Attributes, AbsentFileIsAFailureOfEveryOperation)
 {
     const std::string none = folder_ / "none";
-    EXPECT_THROW(ExtendedAttributes::Read(none, "user.x"), std::runtime_error);
-    EXPECT_THROW(ExtendedAttributes::List(none), std::runtime_error);
-    EXPECT_THROW(ExtendedAttributes::Write(none, "user.x", ""), std::runtime_error);
-    EXPECT_THROW(ExtendedAttributes::Remove(none, "user.x"), std::runtime_error);
-    EXPECT_EQ(log_.Lines().size(), 8U);
-    EXPECT_EQ(log_.Lines()[2], "10 Cannot get xattr list size for " + none + ": No such file or directory");
-    EXPECT_EQ(log_.Lines()[3], "40 Cannot get xattr list for " + none);
+    ExpectAbsent(none);
+}
+
+TEST_F(Attributes, DanglingLinkIsAFailureOfEveryOperation)
+{
+    const std::string link = folder_ / "link";
+    ASSERT_EQ(::symlink("nowhere", link.c_str()), 0);
+    ExpectAbsent(link);
 }
 
 TEST_F(Attributes, DescriptorMinusOneIsShownAsSuch)
@@ -214,8 +240,11 @@ TEST_F(Attributes, PathDescriptorDoesNot)
     const int fd = Open(path_, O_PATH);
     EXPECT_EQ(ExtendedAttributes::Read(fd, "user.x", success_), "");
     EXPECT_FALSE(success_);
+    ExtendedAttributes::Write(fd, "user.x", "v", success_);
+    EXPECT_FALSE(success_);
+    const std::string target = std::to_string(fd) + ": Bad file descriptor";
     EXPECT_EQ(log_.Lines(),
-              Lines{"10 Cannot get size for xattr user.x on fd " + std::to_string(fd) + ": Bad file descriptor"});
+              (Lines{"10 Cannot get size for xattr user.x on fd " + target, "10 Cannot set user.x to v on " + target}));
 }
 
 TEST_F(Attributes, UnlinkedFileKeepsItsAttributesForItsDescriptor)
@@ -235,14 +264,6 @@ TEST_F(Attributes, LinksAreFollowed)
     EXPECT_EQ(ExtendedAttributes::List(link), Names{"user.x"});
     ExtendedAttributes::Remove(link, "user.x");
     EXPECT_EQ(ExtendedAttributes::List(path_), Names{});
-}
-
-TEST_F(Attributes, DanglingLinkIsAFailure)
-{
-    const std::string link = folder_ / "link";
-    ASSERT_EQ(::symlink("nowhere", link.c_str()), 0);
-    EXPECT_FALSE(TryWrite(link, "user.x", "v"));
-    EXPECT_EQ(log_.Lines(), Lines{"10 Cannot set user.x to v on " + link + ": No such file or directory"});
 }
 
 TEST_F(Attributes, FoldersHaveAttributesToo)
@@ -269,8 +290,8 @@ TEST_F(Attributes, NamesTheSystemRefusesAreFailures)
          {std::string("x"), std::string("nobody.x"), std::string(), prefix, prefix + std::string(251, 'n')}) {
         log_.Clear();
         EXPECT_FALSE(TryWrite(path_, name, "v")) << name;
-        ASSERT_EQ(log_.Lines().size(), 1U);
-        EXPECT_EQ(log_.Lines()[0].find("10 Cannot set " + name + " to v on " + path_ + ": "), 0U);
+        const std::string reason = ReasonOfBareCall(path_, name, "v");
+        EXPECT_EQ(log_.Lines(), Lines{"10 Cannot set " + name + " to v on " + path_ + ": " + reason});
     }
 }
 
@@ -327,11 +348,48 @@ TEST_F(Attributes, SuccessCostsTheSystemCallsAndNothingElse)
               (Lines{"setxattr", "fsetxattr", "fgetxattr", "fgetxattr", "getxattr", "getxattr", "removexattr"}));
 }
 
-TEST_F(Attributes, ListTakesTwoCalls)
+TEST_F(Attributes, ThrowingVariantsCostNoMore)
 {
+    const int fd = Open(path_, O_RDWR);
+    const std::string name = "user.x";
+    const std::string value(1000, 'w');
     const support::SystemCalls calls;
-    EXPECT_EQ(ExtendedAttributes::List(path_), Names{});
+    const support::Allocations allocations;
+    ExtendedAttributes::Write(path_, name, value);
+    ExtendedAttributes::Write(fd, name, value);
+    EXPECT_EQ(allocations.Count(), 0U);
+    EXPECT_EQ(ExtendedAttributes::Read(fd, name).size(), 1000U);
+    EXPECT_EQ(ExtendedAttributes::Read(path_, name).size(), 1000U);
+    EXPECT_EQ(allocations.Count(), 2U);
+    ExtendedAttributes::Remove(path_, name);
+    EXPECT_EQ(allocations.Count(), 2U);
+    EXPECT_EQ(calls.Names(),
+              (Lines{"setxattr", "fsetxattr", "fgetxattr", "fgetxattr", "getxattr", "getxattr", "removexattr"}));
+}
+
+TEST_F(Attributes, ListTakesTwoCallsABufferAndANodeForEachName)
+{
+    ExtendedAttributes::Write(path_, "user.a", "");
+    ExtendedAttributes::Write(path_, "user.b", "");
+    const support::SystemCalls calls;
+    const support::Allocations allocations;
+    EXPECT_EQ(ExtendedAttributes::List(path_, success_).size(), 2U);
+    EXPECT_EQ(allocations.Count(), 3U);
     EXPECT_EQ(calls.Names(), (Lines{"listxattr", "listxattr"}));
+}
+
+TEST_F(Attributes, NoMemoryForWhatTheSystemReportsIsThrownWithTheFlagTrue)
+{
+    ExtendedAttributes::Write(path_, "user.x", std::string(100, 'v'));
+    support::Allocations allocations;
+    for (const auto& query : {std::function<void()>([this] { TryRead(path_, "user.x"); }),
+                              std::function<void()>([this] { ExtendedAttributes::List(path_, success_); })}) {
+        success_ = false;
+        allocations.FailAt(0);
+        EXPECT_THROW(query(), std::bad_alloc);
+        EXPECT_EQ(allocations.Failed(), 1U);
+        EXPECT_TRUE(success_);
+    }
 }
 
 TEST_F(Attributes, WriteReplacesOrCreatesWithoutFlags)
@@ -370,21 +428,25 @@ TEST_F(Attributes, MoreThan64KiBOfNamesCannotBeListed)
     support::WriteFile(path, "");
     for (int i = 0; i < 300; ++i) {
         const std::string name = "user." + std::to_string(1000 + i) + std::string(246, 'n');
-        ExtendedAttributes::Write(path, name, "");
+        EXPECT_TRUE(TryWrite(path, name, ""));
     }
     EXPECT_EQ(ExtendedAttributes::List(path, success_), Names{});
     ::unlink(path.c_str());
     EXPECT_FALSE(success_);
-    ASSERT_EQ(log_.Lines().size(), 1U);
-    EXPECT_NE(log_.Lines()[0].find(": Argument list too long"), std::string::npos);
+    EXPECT_EQ(log_.Lines(), Lines{"10 Cannot get xattr list for " + path + ": Argument list too long"});
 }
 
-TEST_F(Attributes, SharedNamesCanBeUsed)
+TEST_F(Attributes, AllSharedNamesAreAccepted)
 {
-    namespace names = Corvane::File;
-    ExtendedAttributes::Write(path_, names::XattrTrackSize, "1");
-    ExtendedAttributes::Write(path_, names::XattrFileSize, "2");
-    EXPECT_EQ(ExtendedAttributes::List(path_), (Names{"user.__fileSize", "user.__trackSize"}));
+    using namespace Corvane::File;
+    const Names names = {XattrFineTimecode,    XattrFineDuration,     XattrFineTrackId, XattrFineDataSize,
+                         XattrFineChunkNumber, XattrFineEnableBlocks, XattrFinePrefix,  XattrEmptyFile,
+                         XattrTrackSize,       XattrFileSize};
+    EXPECT_EQ(names.size(), 10U);
+    for (const std::string& name : names) {
+        ExtendedAttributes::Write(path_, name, "1");
+    }
+    EXPECT_EQ(ExtendedAttributes::List(path_), names);
 }
 
 }  // namespace

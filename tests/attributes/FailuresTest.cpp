@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
 
@@ -21,7 +22,8 @@ using Lines = std::vector<std::string>;
 
 const std::string kPath = "/some/file";
 const std::string kName = "user.name";
-const std::string kValue("va\0l\x1bue", 7);
+const std::string kPlainValue = "value";
+const std::string kBinaryValue("va\0l\x1bue", 7);
 
 struct Thrown {};
 
@@ -89,28 +91,28 @@ Failure List(std::uint64_t nth)
             "List(const std::string& path)"};
 }
 
-Failure WriteByDescriptor()
+Failure WriteByDescriptor(const std::string& value)
 {
-    const std::string text = "Cannot set user.name to " + kValue + " on -1";
-    return {"WriteByDescriptor",
+    const std::string text = "Cannot set user.name to " + value + " on -1";
+    return {value == kPlainValue ? "WriteByDescriptor" : "WriteByDescriptorOfBinaryValue",
             "fsetxattr",
             0,
-            [](bool& success) { ExtendedAttributes::Write(-1, kName, kValue, success); },
-            [] { ExtendedAttributes::Write(-1, kName, kValue); },
+            [value](bool& success) { ExtendedAttributes::Write(-1, kName, value, success); },
+            [value] { ExtendedAttributes::Write(-1, kName, value); },
             text,
             text,
             "Write(int fd, const std::string& name, const std::string& value, bool& success)",
             "Write(int fd, const std::string& name, const std::string& value)"};
 }
 
-Failure WriteByPath()
+Failure WriteByPath(const std::string& value)
 {
-    const std::string text = "Cannot set user.name to " + kValue + " on /some/file";
-    return {"WriteByPath",
+    const std::string text = "Cannot set user.name to " + value + " on /some/file";
+    return {value == kPlainValue ? "WriteByPath" : "WriteByPathOfBinaryValue",
             "setxattr",
             0,
-            [](bool& success) { ExtendedAttributes::Write(kPath, kName, kValue, success); },
-            [] { ExtendedAttributes::Write(kPath, kName, kValue); },
+            [value](bool& success) { ExtendedAttributes::Write(kPath, kName, value, success); },
+            [value] { ExtendedAttributes::Write(kPath, kName, value); },
             text,
             text,
             "Write(const std::string& path, const std::string& name, const std::string& value,",
@@ -170,7 +172,7 @@ protected:
         return flag;
     }
 
-    // Runs the throwing variant and returns the text that it threw, as far as what() shows it: to its first zero.
+    // Runs the throwing variant and returns the text that it threw, which what() shows to its first zero.
     std::string RunThrowingVariant(int error) const
     {
         support::SystemCalls calls;
@@ -184,6 +186,25 @@ protected:
     }
 
     std::string FlagLine(int error) const { return "10 " + GetParam().text + ": " + std::strerror(error); }
+
+    // The registry and the logger do this whenever they are used. A failure reported uses them four times: look-up,
+    // level, look-up, record.
+    void AtEachUse(const std::function<void()>& action)
+    {
+        for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
+            *function = action;
+        }
+    }
+
+    // The use counted from 0 throws.
+    void ThrowAtUse(int nth)
+    {
+        AtEachUse([nth, use = std::make_shared<int>(0)] {
+            if ((*use)++ == nth) {
+                throw Thrown();
+            }
+        });
+    }
 
     support::ScriptedPlatform platform_;
 };
@@ -215,7 +236,7 @@ TEST_P(Failures, ThrowingVariantReportsTwiceThenOnceThenNever)
             expected.push_back("40 " + GetParam().thrownText);
         }
         EXPECT_EQ(platform_.logger.Lines(), expected) << level;
-        EXPECT_EQ(LoggingManager::names.size(), level <= 10 ? 4U : level <= 40 ? 3U : 2U) << level;
+        EXPECT_EQ(LoggingManager::names, Lines(level <= 10 ? 4 : level <= 40 ? 3 : 2, "ExtendedAttributes")) << level;
     }
 }
 
@@ -237,10 +258,7 @@ TEST_P(Failures, FlagBecomesFalseWhateverItWas)
 
 TEST_P(Failures, ReasonStaysRightWhereOthersChangeErrno)
 {
-    const auto disturb = [] { errno = EDOM; };
-    LoggingManager::onLookUp = disturb;
-    platform_.logger.onLevel = disturb;
-    platform_.logger.onLog = disturb;
+    AtEachUse([] { errno = EDOM; });
     const std::string expected = FlagLine(ENOSPC);
     support::SystemCalls calls;
     FailWith(calls, ENOSPC);
@@ -252,30 +270,27 @@ TEST_P(Failures, ReasonStaysRightWhereOthersChangeErrno)
     EXPECT_EQ(platform_.logger.Lines()[0], expected);
 }
 
-// The flag while the failure was reported, and after the report threw.
 TEST_P(Failures, ThrowingReportLeavesTheFlagAsItWas)
 {
-    for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
+    for (int nth = 0; nth < 4; ++nth) {
         for (const bool before : {true, false}) {
             bool flag = before;
             support::SystemCalls calls;
             FailWith(calls, EIO);
-            *function = [] { throw Thrown(); };
+            ThrowAtUse(nth);
             EXPECT_THROW(GetParam().flagVariant(flag), Thrown);
-            platform_.ClearScript();
-            EXPECT_EQ(flag, IsQuery(GetParam()) || before);
+            EXPECT_EQ(flag, IsQuery(GetParam()) || before) << nth;
         }
     }
 }
 
 TEST_P(Failures, ThrowingReportPassesThroughTheThrowingVariant)
 {
-    for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
+    for (int nth = 0; nth < 8; ++nth) {
         support::SystemCalls calls;
         FailWith(calls, EIO);
-        *function = [] { throw Thrown(); };
-        EXPECT_THROW(GetParam().throwingVariant(), Thrown);
-        platform_.ClearScript();
+        ThrowAtUse(nth);
+        EXPECT_THROW(GetParam().throwingVariant(), Thrown) << nth;
     }
 }
 
@@ -283,7 +298,7 @@ TEST_P(Failures, FailedAllocationIsThrownAndLeavesTheFlag)
 {
     std::uint64_t nth = 0;
     for (bool reported = false; !reported; ++nth) {
-        bool flag = true;
+        bool flag = nth % 2 == 0;
         support::SystemCalls calls;
         FailWith(calls, EIO);
         support::Allocations allocations;
@@ -293,10 +308,39 @@ TEST_P(Failures, FailedAllocationIsThrownAndLeavesTheFlag)
             reported = true;
             EXPECT_FALSE(flag);
         } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(flag);
+            EXPECT_EQ(flag, IsQuery(GetParam()) || nth % 2 == 0) << nth;
         }
     }
     EXPECT_GE(nth, 3U);
+}
+
+// Before the level is asked: the reason, the logger's name and the registry's note of it, and List's buffer. The text
+// is longer than what a string holds without allocating.
+TEST_P(Failures, NoTextIsBuiltForARecordThatIsNotIssued)
+{
+    platform_.logger.level = 11;
+    LoggingManager::names.reserve(1);
+    std::uint64_t beforeLevel = 0;
+    support::SystemCalls calls;
+    FailWith(calls, EIO);
+    bool success = true;
+    const support::Allocations allocations;
+    platform_.logger.onLevel = [&] { beforeLevel = allocations.Count(); };
+    GetParam().flagVariant(success);
+    EXPECT_EQ(beforeLevel, GetParam().name == "ListNames" ? 4U : 3U);
+    EXPECT_EQ(allocations.Count(), beforeLevel);
+}
+
+TEST_P(Failures, ThatDoNotHappenLookUpNoLogger)
+{
+    support::SystemCalls calls;
+    calls.On(GetParam().call, 0, [](const support::SystemCall&) { return 0; }, true);
+    bool success = false;
+    GetParam().flagVariant(success);
+    EXPECT_TRUE(success);
+    EXPECT_NO_THROW(GetParam().throwingVariant());
+    EXPECT_EQ(calls.Calls().size(), IsQuery(GetParam()) ? 4U : 2U);
+    EXPECT_EQ(LoggingManager::names, Lines{});
 }
 
 TEST_P(Failures, RecordsNameTheLinesOfTheirOperation)
@@ -315,7 +359,9 @@ TEST_P(Failures, RecordsNameTheLinesOfTheirOperation)
 
 INSTANTIATE_TEST_SUITE_P(OfEachOperation, Failures,
                          testing::Values(ReadByDescriptor(0), ReadByDescriptor(1), ReadByPath(0), ReadByPath(1),
-                                         List(0), List(1), WriteByDescriptor(), WriteByPath(), Remove()),
+                                         List(0), List(1), WriteByDescriptor(kPlainValue),
+                                         WriteByDescriptor(kBinaryValue), WriteByPath(kPlainValue),
+                                         WriteByPath(kBinaryValue), Remove()),
                          [](const auto& parameter) { return parameter.param.name; });
 
 }  // namespace

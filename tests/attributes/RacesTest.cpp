@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -35,18 +36,6 @@ protected:
 
     void Unset(const std::string& name) const { ASSERT_EQ(::removexattr(path_.c_str(), name.c_str()), 0); }
 
-    std::string ReadWhile(const std::function<void()>& change)
-    {
-        support::SystemCalls calls;
-        calls.On("getxattr", 1, [&](const support::SystemCall&) {
-            change();
-            return std::nullopt;
-        });
-        std::string value = ExtendedAttributes::Read(path_, "user.a", success_);
-        EXPECT_EQ(calls.Fired(), 1U);
-        return value;
-    }
-
     Names ListWhile(const std::function<void()>& change)
     {
         support::SystemCalls calls;
@@ -65,27 +54,55 @@ protected:
     bool success_ = false;
 };
 
-TEST_F(Races, ValueThatShrinksKeepsItsLengthWithZeros)
+// Of a value that is read by path or, with the parameter true, by descriptor.
+class ValueRaces : public Races, public testing::WithParamInterface<bool> {
+protected:
+    void TearDown() override { ::close(fd_); }
+
+    std::string Read()
+    {
+        return GetParam() ? ExtendedAttributes::Read(fd_, "user.a", success_)
+                          : ExtendedAttributes::Read(path_, "user.a", success_);
+    }
+
+    std::string ReadWhile(const std::function<void()>& change)
+    {
+        support::SystemCalls calls;
+        calls.On(GetParam() ? "fgetxattr" : "getxattr", 1, [&](const support::SystemCall&) {
+            change();
+            return std::nullopt;
+        });
+        std::string value = Read();
+        EXPECT_EQ(calls.Fired(), 1U);
+        return value;
+    }
+
+    std::string Target() const { return GetParam() ? " on fd " + std::to_string(fd_) : " of " + path_; }
+
+    int fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT, 0600);
+};
+
+TEST_P(ValueRaces, ValueThatShrinksKeepsItsLengthWithZeros)
 {
     EXPECT_EQ(ReadWhile([this] { Set("user.a", "x"); }), std::string("x\0\0", 3));
     EXPECT_TRUE(success_);
 }
 
-TEST_F(Races, ValueThatBecomesEmptyKeepsItsLengthWithZeros)
+TEST_P(ValueRaces, ValueThatBecomesEmptyKeepsItsLengthWithZeros)
 {
     EXPECT_EQ(ReadWhile([this] { Set("user.a", ""); }), std::string(3, '\0'));
     EXPECT_TRUE(success_);
 }
 
-TEST_F(Races, ValueThatGrowsIsAFailure)
+TEST_P(ValueRaces, ValueThatGrowsIsAFailure)
 {
     EXPECT_EQ(ReadWhile([this] { Set("user.a", "abcd"); }).size(), 3U);
     EXPECT_FALSE(success_);
     EXPECT_EQ(platform_.logger.Lines(),
-              Lines{"10 Cannot get value for xattr user.a of " + path_ + ": Numerical result out of range"});
+              Lines{"10 Cannot get value for xattr user.a" + Target() + ": Numerical result out of range"});
 }
 
-TEST_F(Races, EmptyValueThatIsFilledIsReadEmpty)
+TEST_P(ValueRaces, EmptyValueThatIsFilledIsReadEmpty)
 {
     Set("user.a", "");
     EXPECT_EQ(ReadWhile([this] { Set("user.a", "abcd"); }), "");
@@ -93,13 +110,16 @@ TEST_F(Races, EmptyValueThatIsFilledIsReadEmpty)
     EXPECT_EQ(platform_.logger.Lines(), Lines{});
 }
 
-TEST_F(Races, ValueThatVanishesIsAFailure)
+TEST_P(ValueRaces, ValueThatVanishesIsAFailure)
 {
     EXPECT_EQ(ReadWhile([this] { Unset("user.a"); }).size(), 3U);
     EXPECT_FALSE(success_);
     EXPECT_EQ(platform_.logger.Lines(),
-              Lines{"10 Cannot get value for xattr user.a of " + path_ + ": No data available"});
+              Lines{"10 Cannot get value for xattr user.a" + Target() + ": No data available"});
 }
+
+INSTANTIATE_TEST_SUITE_P(OfEachTarget, ValueRaces, testing::Bool(),
+                         [](const auto& target) { return target.param ? "ByDescriptor" : "ByPath"; });
 
 TEST_F(Races, ListThatShrinksHoldsWhatThereStillIs)
 {
