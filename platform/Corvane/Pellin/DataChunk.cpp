@@ -163,7 +163,10 @@ public:
 
     bool Skip(std::uint64_t size)
     {
-        lastSkipped_ = lastSkipped_ || size != 0;
+        if (size == 0) {
+            return true;
+        }
+        lastSkipped_ = true;
         return ::lseek(fd_, static_cast<off_t>(size), SEEK_CUR) != -1;
     }
 
@@ -219,6 +222,25 @@ bool ParseBody(Source& source, const Head& head, const std::set<std::string>* na
 DataChunk::DataChunk() : DataChunk(TimePoint(0)) {}
 
 DataChunk::DataChunk(TimePoint timePoint) : timePoint_(timePoint), sizeOnFile_(kHeadSize), complete_(true) {}
+
+DataChunk::DataChunk(DataChunk&& other) noexcept : DataChunk()
+{
+    Swap(other);
+}
+
+DataChunk& DataChunk::operator=(DataChunk other) noexcept
+{
+    Swap(other);
+    return *this;
+}
+
+void DataChunk::Swap(DataChunk& other) noexcept
+{
+    std::swap(timePoint_, other.timePoint_);
+    std::swap(fields_, other.fields_);
+    std::swap(sizeOnFile_, other.sizeOnFile_);
+    std::swap(complete_, other.complete_);
+}
 
 TimePoint DataChunk::GetTimePoint() const
 {

@@ -30,6 +30,12 @@ public:
     DataChunk();
     explicit DataChunk(Time::TimePoint timePoint);
 
+    // A chunk that was moved from is as new: its size and its record fit together, whoever still appends it.
+    DataChunk(const DataChunk& other) = default;
+    DataChunk(DataChunk&& other) noexcept;
+    DataChunk& operator=(DataChunk other) noexcept;
+    ~DataChunk() = default;
+
     Time::TimePoint GetTimePoint() const;
 
     // Bytes of the record: what Write puts down, or, after a ReadFrom, the length of the record that was read, skipped
@@ -44,7 +50,7 @@ public:
     // behind `record` are looked at: no length is passed that could stop it. From a descriptor, it reads on from where
     // that stands, and leaves it behind the record; one that could not be read leaves it anywhere.
     // With names, only the values of these fields are read; the others are skipped, unchecked, and the chunk then
-    // lacks them. A descriptor must be able to seek for that.
+    // lacks them. A descriptor must be able to seek over them.
     std::uint64_t ReadFrom(const unsigned char* record);
     std::uint64_t ReadFrom(int fd);
     std::uint64_t ReadFrom(int fd, const std::set<std::string>& names);
@@ -60,6 +66,7 @@ public:
     const std::map<std::string, std::string>& Fields() const noexcept { return fields_; }
 
 private:
+    void Swap(DataChunk& other) noexcept;
     std::uint64_t Become(Time::TimePoint timePoint, std::map<std::string, std::string> fields, std::uint64_t sizeOnFile,
                          bool complete);
 

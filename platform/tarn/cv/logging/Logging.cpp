@@ -1,5 +1,6 @@
 #include <array>
 #include <cstdio>
+#include <locale>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -44,18 +45,24 @@ Logger& Find(const std::string& name)
     return registry.loggers.try_emplace(name, name).first->second;
 }
 
-bool NeedsEscape(unsigned char byte)
+// Control characters, and the backslash. Those above 0x7f are two bytes in UTF-8, of which the second is told by the
+// first; both are escaped.
+bool NeedsEscape(unsigned char before, unsigned char byte, unsigned char after)
 {
-    return byte < 0x20 || byte == 0x7f || byte == '\\';
+    const auto isHighControl = [](unsigned first, unsigned second) { return first == 0xc2 && second - 0x80 < 0x20; };
+    return byte < 0x20 || byte == 0x7f || byte == '\\' || isHighControl(byte, after) || isHighControl(before, byte);
 }
 
 std::string Escaped(const std::string& text)
 {
     std::string escaped;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (!NeedsEscape(byte)) {
-            escaped += character;
+    unsigned char before = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const bool escape = NeedsEscape(before, byte, static_cast<unsigned char>(text.c_str()[i + 1]));
+        before = byte;
+        if (!escape) {
+            escaped += text[i];
             continue;
         }
         std::array<char, 5> code = {};
@@ -115,8 +122,9 @@ void LoggingManager::SetSink(Sink sink)
 void LoggingManager::WriteToStderr(const Record& record)
 {
     std::ostringstream line;
+    line.imbue(std::locale::classic());  // numbers come out the same whatever locale the program has set
     line << Corvane::Time::TimePoint::Now() << ' ' << record.level << ' ' << Escaped(record.logger) << ' '
-         << Escaped(record.message) << ' ' << record.file << ':' << record.line << '\n';
+         << Escaped(record.message) << ' ' << Escaped(record.file) << ':' << record.line << '\n';
     const std::string text = line.str();
     std::fwrite(text.data(), 1, text.size(), stderr);  // one call, so that lines of several threads do not mix
 }

@@ -40,8 +40,8 @@ public:
     // Replaces the sink; an empty one brings the default sink back. Calls of the old one may still be under way.
     static void SetSink(Sink sink);
 
-    // The default sink: one line on stderr, "<time> <level> <logger> <message> <file>:<line>". Control characters in
-    // the message, and the backslash, are written as \xNN, so that a message is always one line.
+    // The default sink: one line on stderr, "<time> <level> <logger> <message> <file>:<line>", in one write. Control
+    // characters in the texts, and the backslash, are written as \xNN, so that a record is always one line.
     static void WriteToStderr(const Record& record);
 };
 

@@ -1,0 +1,250 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+#include "Corvane/Pellin/DataChunk.h"
+#include "Records.h"
+
+namespace {
+
+using Corvane::Pellin::DataChunk;
+using Corvane::Time::TimePoint;
+using records::Field;
+using records::Form;
+using records::Record;
+
+const Record kGood({{"a", "first value"}, {"b", ""}, {"c", "third value"}});
+
+// More bytes of zeros than a record can have, readable and without cost, that begin with given ones.
+class LongMemory {
+public:
+    explicit LongMemory(const std::string& bytes)
+        : memory_(::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
+    {
+        if (memory_ == MAP_FAILED) {
+            throw std::runtime_error("no memory");
+        }
+        std::memcpy(memory_, bytes.data(), bytes.size());
+    }
+    LongMemory(const LongMemory&) = delete;
+    LongMemory& operator=(const LongMemory&) = delete;
+    ~LongMemory() { ::munmap(memory_, kSize); }
+
+    const unsigned char* Get() const { return static_cast<const unsigned char*>(memory_); }
+
+private:
+    static constexpr std::size_t kSize = DataChunk::kMaxSizeOnFile + 65536;
+    void* memory_;
+};
+
+class Damage : public testing::TestWithParam<Form> {
+protected:
+    Damage() { chunk_.Set("held", "before"); }
+
+    // The chunk refuses these bytes, and is afterwards what it was.
+    void ExpectRefused(const std::string& bytes)
+    {
+        EXPECT_EQ(records::Read(GetParam(), chunk_, bytes, {"a", "b", "c"}), 0U);
+        ExpectAsItWas();
+    }
+
+    // The same where a form may look behind the bytes: there are zeros in memory, or the end of the file.
+    void ExpectRefusedBeforeZeros(const std::string& bytes)
+    {
+        if (GetParam() != Form::kMemory) {
+            ExpectRefused(bytes);
+            return;
+        }
+        const LongMemory memory(bytes);
+        EXPECT_EQ(chunk_.ReadFrom(memory.Get()), 0U);
+        ExpectAsItWas();
+    }
+
+    // A record that is right but for what `change` does to it; its checksums are right again.
+    void ExpectRefused(const std::function<void(Record&)>& change)
+    {
+        Record record = kGood;
+        change(record);
+        ExpectRefusedBeforeZeros(record.Bytes());
+    }
+
+    void ExpectAsItWas() const
+    {
+        EXPECT_EQ(chunk_.GetTimePoint().Nanoseconds(), 77);
+        EXPECT_EQ(chunk_.GetSizeOnFile(), 40U + 16U + 4U + 6U);
+        ASSERT_EQ(chunk_.Fields().size(), 1U);
+        EXPECT_EQ(*chunk_.Get("held"), "before");
+    }
+
+    DataChunk chunk_{TimePoint(77)};
+};
+
+INSTANTIATE_TEST_SUITE_P(All, Damage, testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames));
+
+TEST_P(Damage, RecordMadeByHandIsGood)
+{
+    EXPECT_EQ(records::Read(GetParam(), chunk_, kGood.Bytes(), {"a", "b", "c"}), kGood.size);
+    EXPECT_EQ(*chunk_.Get("c"), "third value");
+    EXPECT_EQ(records::BytesOf(chunk_), kGood.Bytes());
+}
+
+TEST_P(Damage, EveryFlippedBitIsRefused)
+{
+    const std::string good = kGood.Bytes();
+    for (std::size_t bit = 0; bit < good.size() * 8; ++bit) {
+        SCOPED_TRACE(bit);
+        std::string bytes = good;
+        bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ (1 << bit % 8));
+        ExpectRefused(bytes);
+    }
+}
+
+TEST_P(Damage, EveryByteSetToAnyOtherValueIsRefused)
+{
+    const std::string good = kGood.Bytes();
+    for (std::size_t at = 0; at < good.size(); ++at) {
+        SCOPED_TRACE(at);
+        for (const char value : {'\0', '\x01', '\x7f', '\x80', '\xff'}) {
+            std::string bytes = good;
+            bytes[at] = value;
+            if (bytes != good) {
+                ExpectRefused(bytes);
+            }
+        }
+    }
+}
+
+TEST_P(Damage, EveryCutIsRefused)
+{
+    const std::string good = kGood.Bytes();
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        SCOPED_TRACE(size);
+        std::string bytes = good.substr(0, size);
+        if (GetParam() == Form::kMemory) {
+            bytes.resize(good.size());  // as behind the end of an image
+        }
+        ExpectRefused(bytes);
+    }
+}
+
+TEST_P(Damage, ZerosAreRefused)
+{
+    ExpectRefused(std::string(40, '\0'));
+    ExpectRefused(std::string(4096, '\0'));
+}
+
+TEST_P(Damage, OtherMarkIsRefused)
+{
+    ExpectRefused([](Record& record) { record.mark = 0x43564331; });
+    ExpectRefused([](Record& record) { record.mark = 0; });
+}
+
+TEST_P(Damage, SizeOfTheRecordThatDoesNotFitIsRefused)
+{
+    for (const std::uint64_t size : {0UL, 39UL, 40UL, kGood.size - 1, kGood.size + 1, 1UL << 29U, 1UL << 30U,
+                                     (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
+        SCOPED_TRACE(size);
+        ExpectRefused([size](Record& record) { record.size = size; });
+    }
+}
+
+TEST_P(Damage, SizeOfTheDirectoryThatDoesNotFitIsRefused)
+{
+    for (const std::uint64_t size : {0UL, 1UL, 15UL, 16UL, 17UL, kGood.directorySize - 1, kGood.directorySize + 1,
+                                     kGood.size - 40, kGood.size, 1UL << 31U, (1UL << 32U) - 1}) {
+        SCOPED_TRACE(size);
+        ExpectRefused([size](Record& record) { record.directorySize = size; });
+    }
+}
+
+TEST_P(Damage, HugeDirectoryThatIsNotThereIsRefused)
+{
+    ExpectRefused([](Record& record) {
+        record.size = 1U << 30U;
+        record.directorySize = (1U << 30U) - 40;
+    });
+}
+
+TEST_P(Damage, NumberOfFieldsThatIsNotTheirsIsRefused)
+{
+    for (const std::uint64_t number : {0UL, 2UL, 4UL, (1UL << 32U) - 1}) {
+        SCOPED_TRACE(number);
+        ExpectRefused([number](Record& record) { record.fieldNumber = number; });
+    }
+}
+
+TEST_P(Damage, SizeOfANameThatDoesNotFitIsRefused)
+{
+    for (const std::uint64_t size :
+         {0UL, 2UL, 17UL, 18UL, 35UL, 36UL, 1UL << 31U, (1UL << 32U) - 16, (1UL << 32U) - 1}) {
+        for (const std::size_t field : {0U, 1U, 2U}) {
+            SCOPED_TRACE(size);
+            ExpectRefused([=](Record& record) { record.fields[field].nameSize = size; });
+        }
+    }
+}
+
+TEST_P(Damage, SizeOfAValueThatDoesNotFitIsRefused)
+{
+    for (const std::uint64_t size : {1UL, 10UL, 12UL, 22UL, 23UL, 1UL << 31U, (1UL << 32U) - 11, (1UL << 32U) - 1}) {
+        for (const std::size_t field : {0U, 1U, 2U}) {
+            SCOPED_TRACE(size);
+            ExpectRefused([=](Record& record) { record.fields[field].valueSize = size; });
+        }
+    }
+}
+
+TEST_P(Damage, ValueWithAnotherChecksumIsRefused)
+{
+    for (const std::size_t field : {0U, 1U, 2U}) {
+        ExpectRefused([field](Record& record) { ++record.fields[field].checksum; });
+    }
+}
+
+TEST_P(Damage, NamesThatDoNotAscendAreRefused)
+{
+    ExpectRefused(Record({{"b", "1"}, {"a", "2"}}).Bytes());
+    ExpectRefused(Record({{"a", "1"}, {"a", "2"}}).Bytes());
+    ExpectRefused(Record({{"\x80", "1"}, {"a", "2"}}).Bytes());  // bytes are unsigned
+    ExpectRefused(Record({{"aa", "1"}, {"a", "2"}}).Bytes());
+}
+
+TEST(SkippedFields, TheirValuesAreNotChecked)
+{
+    Record record = kGood;
+    ++record.fields[2].checksum;
+    const records::OpenFile file(record.Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"a"}), record.size);
+    EXPECT_EQ(*chunk.Get("a"), "first value");
+}
+
+TEST(SkippedFields, HeadAndDirectoryAreChecked)
+{
+    const std::string good = kGood.Bytes();
+    for (std::size_t at = 0; at < 40 + kGood.directorySize; ++at) {
+        std::string bytes = good;
+        bytes[at] = static_cast<char>(~bytes[at]);
+        const records::OpenFile file(bytes);
+        DataChunk chunk;
+        EXPECT_EQ(chunk.ReadFrom(file.Get(), std::set<std::string>{}), 0U) << at;
+    }
+}
+
+TEST(SkippedFields, RecordCutWithinThemIsRefused)
+{
+    const std::string good = kGood.Bytes();
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        for (const std::set<std::string>& names : {std::set<std::string>{}, {"a"}, {"b"}, {"c"}}) {
+            const records::OpenFile file(good.substr(0, size));
+            DataChunk chunk;
+            EXPECT_EQ(chunk.ReadFrom(file.Get(), names), 0U) << size;
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Corvane/Pellin/DataChunk.h"
+#include "Records.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::Pellin::DataChunk;
+using records::OpenFile;
+using records::Record;
+using support::SystemCalls;
+
+const Record kRecord({{"a", "first value"}, {"b", "second value"}});
+const std::set<std::string> kBoth = {"a", "b"};
+
+// The bytes in a pipe that ends behind them.
+class Pipe {
+public:
+    explicit Pipe(const std::string& bytes)
+    {
+        std::array<int, 2> ends = {};
+        if (::pipe(ends.data()) != 0 ||
+            ::write(ends[1], bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+            throw std::runtime_error("no pipe");
+        }
+        ::close(ends[1]);
+        fd_ = ends[0];
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    ~Pipe() { ::close(fd_); }
+
+    int Get() const { return fd_; }
+
+private:
+    int fd_ = -1;
+};
+
+TEST(Reads, EndOfTheFileIsNoRecord)
+{
+    const OpenFile file("");
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(file.Get()), 0U);
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), kBoth), 0U);
+}
+
+TEST(Reads, WholeRecordTakesTwoReads)
+{
+    const OpenFile file(kRecord.Bytes());
+    DataChunk chunk;
+    const SystemCalls calls;
+    EXPECT_EQ(chunk.ReadFrom(file.Get()), kRecord.size);
+    ASSERT_EQ(calls.Names(), (std::vector<std::string>{"read", "read"}));
+    EXPECT_EQ(calls.Calls()[0].size, 40U);
+    EXPECT_EQ(calls.Calls()[1].size, kRecord.size - 40);
+}
+
+TEST(Reads, ShortReadsAreContinued)
+{
+    for (const std::set<std::string>* const names : {static_cast<const std::set<std::string>*>(nullptr), &kBoth}) {
+        const OpenFile file(kRecord.Bytes());
+        DataChunk chunk;
+        SystemCalls calls;
+        calls.Shorten("read", 1, 0, true);
+        EXPECT_EQ(names == nullptr ? chunk.ReadFrom(file.Get()) : chunk.ReadFrom(file.Get(), *names), kRecord.size);
+        EXPECT_EQ(calls.Calls("read").size(), kRecord.size);
+        EXPECT_EQ(*chunk.Get("b"), "second value");
+    }
+}
+
+TEST(Reads, InterruptedReadsAreRepeated)
+{
+    for (std::uint64_t nth = 0; nth < 4; ++nth) {
+        const OpenFile file(kRecord.Bytes());
+        DataChunk chunk;
+        SystemCalls calls;
+        calls.Fail("read", EINTR, nth);
+        EXPECT_EQ(chunk.ReadFrom(file.Get(), kBoth), kRecord.size);
+        EXPECT_EQ(calls.Fired(), 1U);
+    }
+}
+
+TEST(Reads, EveryReadThatFailsMakesNoRecord)
+{
+    for (std::uint64_t nth = 0; nth < 4; ++nth) {
+        const OpenFile file(kRecord.Bytes());
+        DataChunk chunk;
+        SystemCalls calls;
+        calls.Fail("read", EIO, nth);
+        EXPECT_EQ(nth < 2 ? chunk.ReadFrom(file.Get()) : chunk.ReadFrom(file.Get(), kBoth), 0U);
+        EXPECT_EQ(calls.Fired(), 1U);
+        EXPECT_TRUE(chunk.Fields().empty());
+    }
+}
+
+TEST(Reads, DescriptorThatCannotBeReadMakesNoRecord)
+{
+    const int folder = ::open("/", O_RDONLY | O_DIRECTORY);
+    for (const int fd : {-1, folder}) {
+        DataChunk chunk;
+        EXPECT_EQ(chunk.ReadFrom(fd), 0U);
+        EXPECT_EQ(chunk.ReadFrom(fd, kBoth), 0U);
+    }
+    ::close(folder);
+}
+
+TEST(Reads, PipeGivesWholeRecordsOneAfterTheOther)
+{
+    const Pipe pipe(kRecord.Bytes() + kRecord.Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get()), kRecord.size);
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), kBoth), kRecord.size);
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get()), 0U);
+    EXPECT_EQ(*chunk.Get("b"), "second value");
+}
+
+TEST(Reads, FieldsThatAPipeCannotSkipMakeNoRecord)
+{
+    const Pipe pipe(kRecord.Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), {"b"}), 0U);
+    EXPECT_TRUE(chunk.Fields().empty());
+}
+
+TEST(Reads, EmptyFieldsAreSkippedInAPipeToo)
+{
+    const Record record({{"a", "value"}, {"b", ""}});
+    const Pipe pipe(record.Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), {"a"}), record.size);
+    EXPECT_EQ(chunk.Fields().size(), 1U);
+}
+
+TEST(Reads, SkippedFieldsAreNotRead)
+{
+    const Record record({{"a", std::string(100'000, 'x')}, {"b", "second value"}, {"c", std::string(100'000, 'y')}});
+    const OpenFile file(record.Bytes());
+    DataChunk chunk;
+    const SystemCalls calls;
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"b"}), record.size);
+    std::int64_t read = 0;
+    for (const auto& call : calls.Calls("read")) {
+        read += call.result;
+    }
+    EXPECT_EQ(read, 40 + 3 * 17 + 12 + 1);  // head, directory, value, and the last byte, to see that it is there
+}
+
+TEST(Reads, LongRecordThatIsNotThereCostsNoMemory)
+{
+    Record record({});
+    record.size = DataChunk::kMaxSizeOnFile;
+    const OpenFile file(record.Bytes());
+    DataChunk chunk;
+    const SystemCalls calls;
+    EXPECT_EQ(chunk.ReadFrom(file.Get()), 0U);
+    for (const auto& call : calls.Calls("read")) {
+        EXPECT_LE(call.size, 65536U);
+    }
+}
+
+TEST(Reads, LongValuesAreReadInSteps)
+{
+    const Record record({{"a", std::string(1'000'000, 'x')}});
+    const OpenFile file(record.Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(file.Get()), record.size);
+    EXPECT_EQ(*chunk.Get("a"), record.fields[0].value);
+}
+
+}  // namespace

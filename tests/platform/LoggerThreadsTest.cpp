@@ -1,0 +1,87 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tarn/cv/logging/Logger.h"
+#include "tarn/cv/logging/LoggingManager.h"
+
+namespace {
+
+using tarn::cv::logging::Logger;
+using tarn::cv::logging::LoggingManager;
+using tarn::cv::logging::Record;
+
+constexpr int kThreads = 4;
+constexpr int kRounds = 500;
+
+// Runs the function in four threads at once, with the thread's number.
+void InThreads(const std::function<void(int)>& function)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back(function, i);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(LoggerThreads, LookUpsOfOneNameGiveOneLogger)
+{
+    std::array<std::array<Logger*, kRounds>, kThreads> found = {};
+    InThreads([&](int thread) {
+        for (int i = 0; i < kRounds; ++i) {
+            found[static_cast<std::size_t>(thread)][static_cast<std::size_t>(i)] =
+                &LoggingManager::GetLogger("LoggerThreads." + std::to_string(i));
+        }
+    });
+    for (const auto& ofThread : found) {
+        EXPECT_EQ(ofThread, found[0]);
+    }
+}
+
+TEST(LoggerThreads, EveryRecordReachesExactlyOneSinkWhileSinksAreReplaced)
+{
+    std::atomic<int> records = 0;
+    const auto count = [&](const Record& record) {
+        EXPECT_EQ(record.message, "a text too long to be kept without an allocation");
+        ++records;
+    };
+    LoggingManager::SetSink(count);
+    InThreads([&](int thread) {
+        for (int i = 0; i < kRounds; ++i) {
+            if (thread == 0) {
+                LoggingManager::SetSink(count);
+            } else {
+                LoggingManager::GetLogger("a").Log(50, "a text too long to be kept without an allocation", "f", i);
+            }
+        }
+    });
+    LoggingManager::SetSink({});
+    EXPECT_EQ(records, (kThreads - 1) * kRounds);
+}
+
+TEST(LoggerThreads, LevelIsReadWhileItIsSet)
+{
+    LoggingManager::SetLevel("level", 10);
+    InThreads([&](int thread) {
+        for (int i = 0; i < kRounds; ++i) {
+            if (thread == 0) {
+                LoggingManager::SetLevel("level", i % 2 == 0 ? Logger::kOff : 10);
+            } else {
+                const std::int32_t level = LoggingManager::GetLogger("level").GetCurrentLevel();
+                EXPECT_TRUE(level == 10 || level == Logger::kOff);
+                const Logger* const logger = LoggingManager::GetLoggerPtr("level");
+                EXPECT_TRUE(logger == nullptr || logger == &LoggingManager::GetLogger("level"));
+            }
+        }
+    });
+}
+
+}  // namespace

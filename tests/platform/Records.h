@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Corvane/Pellin/DataChunk.h"
+
+// Records made byte by byte, and the three ways to read them.
+namespace records {
+
+using Corvane::Pellin::DataChunk;
+
+// One field as the directory tells it. Sizes and checksums are the true ones unless a test says otherwise.
+struct Field {
+    Field(std::string fieldName, std::string fieldValue);
+
+    std::string name;
+    std::string value;
+    std::uint64_t nameSize;
+    std::uint64_t valueSize;
+    std::uint64_t checksum;
+};
+
+// A record whose head and directory have right checksums, whatever they say.
+struct Record {
+    explicit Record(std::vector<Field> recordFields);
+
+    std::string Bytes() const;
+
+    std::vector<Field> fields;
+    std::uint32_t mark = 0x31435643;
+    std::uint64_t size;
+    std::int64_t time = 1;
+    std::uint64_t directorySize;
+    std::uint64_t fieldNumber;
+};
+
+enum class Form { kMemory, kDescriptor, kDescriptorWithNames };
+
+// The bytes in a file of its own, open and at its start.
+class OpenFile {
+public:
+    explicit OpenFile(const std::string& bytes);
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    ~OpenFile();
+
+    int Get() const { return fd_; }
+    std::int64_t Position() const;
+
+private:
+    int fd_;
+};
+
+// Lets the chunk read these bytes. From memory nothing may be read behind them; with names, all fields are named.
+std::uint64_t Read(Form form, DataChunk& chunk, const std::string& bytes, const std::set<std::string>& names = {});
+
+// The bytes that a chunk writes, in exactly as much memory.
+std::string BytesOf(const DataChunk& chunk);
+
+}  // namespace records
