@@ -1,0 +1,93 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <random>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/DataChunkFileReader.h"
+#include "SystemCallCount.h"
+#include "Workloads.h"
+
+namespace bench {
+
+using Corvane::File::DataChunkFileReader;
+using Corvane::File::kHeaderSize;
+using Corvane::Pellin::DataChunk;
+
+namespace {
+
+constexpr std::uint64_t kCountedReads = 1000;  // of which the system calls are counted
+
+std::uint64_t ReadThrough(const std::string& path, const std::vector<std::uint64_t>& positions, DataChunk& chunk)
+{
+    DataChunkFileReader file(path);
+    const std::uint64_t count = CountingSystemCalls() ? kCountedReads : positions.size();
+    std::uint64_t sum = 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        sum += file.GetChunk(chunk, positions[i]) + static_cast<std::uint64_t>(chunk.Time());
+    }
+    return sum;
+}
+
+// The same calls for each record, made directly: seek, the head, the rest.
+std::uint64_t ReadDirectly(const std::string& path, const std::vector<std::uint64_t>& positions, WarmBuffer& buffer)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NOATIME);
+    std::uint64_t header[2] = {};
+    std::uint64_t sum = 0;
+    if (::read(fd, &header[0], 8) != 8 || ::read(fd, &header[1], 8) != 8) {
+        return 0;
+    }
+    const std::uint64_t count = CountingSystemCalls() ? kCountedReads : positions.size();
+    for (std::uint64_t i = 0; i < count; ++i) {
+        std::uint32_t head[4] = {};  // mark, size, time
+        ::lseek64(fd, static_cast<off64_t>(positions[i]), SEEK_SET);
+        if (::read(fd, head, sizeof head) != sizeof head ||
+            ::read(fd, buffer.Data(), head[1] - sizeof head) != static_cast<ssize_t>(head[1] - sizeof head)) {
+            break;
+        }
+        std::uint64_t time = 0;
+        std::memcpy(&time, &head[2], sizeof time);
+        sum += head[1] + time;
+    }
+    ::close(fd);
+    return sum;
+}
+
+Workload Reading(const Options& options, bool random, std::uint64_t recordSize, double goal)
+{
+    const std::string path = options.folder + "/read.chunks";
+    const std::uint64_t count = options.bytes / recordSize;
+    const auto makeContenders = [=]() -> std::vector<Contender> {
+        ::unlink(path.c_str());
+        MakeFile(path, count, recordSize);
+        const auto positions = std::make_shared<std::vector<std::uint64_t>>(count);
+        for (std::uint64_t i = 0; i < count; ++i) {
+            (*positions)[i] = kHeaderSize + i * recordSize;
+        }
+        if (random) {
+            std::shuffle(positions->begin(), positions->end(),
+                         std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): repeatable
+        }
+        const auto chunk = std::make_shared<DataChunk>(recordSize);
+        const auto buffer = std::make_shared<WarmBuffer>(recordSize);
+        return {{"limit", {}, [=] { return ReadDirectly(path, *positions, *buffer); }},
+                {"ours", {}, [=] { return ReadThrough(path, *positions, *chunk); }}};
+    };
+    const std::string what = (random ? "read at random, " : "read in order, ") + SizeText(recordSize);
+    return {"W6", what, count * recordSize, count, Goal{"limit", goal}, makeContenders};
+}
+
+}  // namespace
+
+std::vector<Workload> ReadingWorkloads(const Options& options)
+{
+    return {Reading(options, false, 64, 1.02), Reading(options, false, 1024, 1.08), Reading(options, true, 64, 1.04),
+            Reading(options, true, 1024, 1.04)};
+}
+
+}  // namespace bench

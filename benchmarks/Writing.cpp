@@ -1,0 +1,110 @@
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "Literal.h"
+#include "Workloads.h"
+
+namespace bench {
+
+using Corvane::File::DataChunkFileAppender;
+using Corvane::File::kHeaderSize;
+using Corvane::Pellin::DataChunk;
+
+namespace {
+
+// What is written: chunks of one size with these times, into a file of `fileSize` bytes.
+struct Task {
+    std::string path;
+    std::uint64_t recordSize;
+    std::uint64_t fileSize;
+    bool bounded;
+    std::vector<std::int64_t> times;
+};
+
+template <typename Appender>
+std::uint64_t WriteThrough(const Task& task, DataChunk& chunk)
+{
+    Appender file(task.path, false, task.bounded ? task.fileSize : 0);
+    std::uint64_t accepted = 0;
+    for (const std::int64_t time : task.times) {
+        chunk.SetTime(time);
+        accepted += file.Append(chunk) ? 1U : 0U;
+    }
+    return accepted;
+}
+
+// The least that can be done: the chunks into memory that is there, and one write.
+std::uint64_t WriteDirectly(const Task& task, DataChunk& chunk, WarmBuffer& buffer)
+{
+    std::uint64_t at = kHeaderSize;
+    for (const std::int64_t time : task.times) {
+        chunk.SetTime(time);
+        chunk.Write(buffer.Data() + at);
+        at += chunk.GetSizeOnFile();
+    }
+    const std::uint64_t header[] = {task.bounded ? Corvane::File::kFormatVersion : 0, task.times.size()};
+    std::memcpy(buffer.Data(), header, sizeof header);
+    WriteImage(task.path, buffer.Data(), task.fileSize);
+    return task.times.size();
+}
+
+std::vector<Contender> Writers(const std::shared_ptr<const Task>& task)
+{
+    const auto chunk = std::make_shared<DataChunk>(task->recordSize);
+    const auto buffer = std::make_shared<WarmBuffer>(task->fileSize);
+    return {{"limit", [=] { buffer->Touch(); }, [=] { return WriteDirectly(*task, *chunk, *buffer); }},
+            {"ours", {}, [=] { return WriteThrough<DataChunkFileAppender>(*task, *chunk); }},
+            {"literal", {}, [=] { return WriteThrough<LiteralAppender>(*task, *chunk); }}};
+}
+
+enum class Order { kByTime, kRandom };
+
+struct Kind {
+    std::string id;
+    std::string name;
+    bool bounded;
+    Order order;
+    std::uint64_t partFilled;  // one in so many bytes
+};
+
+Workload Writing(const Options& options, const Kind& kind, std::uint64_t recordSize, const Goal& goal)
+{
+    const std::uint64_t count = options.bytes / kind.partFilled / recordSize;
+    const std::uint64_t bytes = kHeaderSize + count * recordSize * kind.partFilled;
+    const std::string path = options.folder + "/written.chunks";
+    const auto makeContenders = [=] {
+        std::filesystem::remove(path);  // an older, longer file would stay behind this one
+        const auto times = kind.order == Order::kByTime ? TimesInOrder(count) : TimesInRandomOrder(count);
+        return Writers(std::make_shared<Task>(Task{path, recordSize, bytes, kind.bounded, times}));
+    };
+    return {kind.id, kind.name + ", " + SizeText(recordSize), bytes, count, goal, makeContenders, path};
+}
+
+}  // namespace
+
+std::vector<Workload> WritingWorkloads(const Options& options)
+{
+    const Kind bounded = {"W1", "bounded, in order", true, Order::kByTime, 1};
+    const Kind unbounded = {"W2", "unbounded, in order", false, Order::kByTime, 1};
+    const Kind sparse = {"W3", "bounded, 1 % filled", true, Order::kByTime, 100};
+    const Kind random = {"W4", "bounded, random order", true, Order::kRandom, 1};
+    constexpr std::uint64_t kKiB = 1024;
+    return {
+        Writing(options, bounded, 64, {"limit", 3.3}),
+        Writing(options, bounded, kKiB, {"limit", 1.40}),
+        Writing(options, bounded, 64 * kKiB, {"limit", 1.20}),
+        Writing(options, bounded, kKiB * kKiB, {"limit", 1.25}),
+        Writing(options, unbounded, 64, {"limit", 3.4}),
+        Writing(options, unbounded, kKiB, {"limit", 1.40}),
+        Writing(options, unbounded, 64 * kKiB, {"limit", 1.20}),
+        Writing(options, unbounded, kKiB * kKiB, {"limit", 1.25}),
+        Writing(options, sparse, kKiB, {"limit", 1.7}),
+        Writing(options, random, 64, {"literal", 1.0}),
+        Writing(options, random, kKiB, {"limit", 2.7}),
+    };
+}
+
+}  // namespace bench

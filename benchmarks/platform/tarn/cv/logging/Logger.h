@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tarn::cv::logging {
+
+// A logger that only counts what it is given.
+class Logger {
+public:
+    Logger() = default;
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+    virtual ~Logger() = default;
+
+    virtual void Log(std::int32_t, const std::string&, const char*, std::int32_t) { ++records; }
+    virtual std::int32_t GetCurrentLevel() { return level; }
+
+    std::int32_t level = 60;  // above all that the library logs
+    std::uint64_t records = 0;
+};
+
+}  // namespace tarn::cv::logging
