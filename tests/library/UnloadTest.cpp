@@ -24,12 +24,14 @@ bool IsMapped()
 void RemoveAnAttribute(void* library)
 {
     using Remove = void(const std::string& path, const std::string& name, bool& success);
-    void* const symbol = ::dlsym(
+    auto* const remove = reinterpret_cast<Remove*>(::dlsym(
         library,
-        "_ZN7Corvane4File18ExtendedAttributes6RemoveERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES9_Rb");
-    ASSERT_NE(symbol, nullptr);
+        "_ZN7Corvane4File18ExtendedAttributes6RemoveERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES9_Rb"));
+    if (remove == nullptr) {
+        FAIL() << "the library lacks ExtendedAttributes::Remove";
+    }
     bool success = true;
-    (*reinterpret_cast<Remove*>(symbol))("/", "user.", success);
+    remove("/", "user.", success);
     EXPECT_FALSE(success);
 }
 
