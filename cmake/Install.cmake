@@ -39,6 +39,6 @@ configure_file(cmake/corvane-file.pc.in ${PROJECT_BINARY_DIR}/corvane-file.pc @O
 install(FILES ${PROJECT_BINARY_DIR}/corvane-file.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
-if(PROJECT_IS_TOP_LEVEL)
+if(CORVANE_FILE_PACKAGES)
   include(cmake/Packages.cmake)
 endif()

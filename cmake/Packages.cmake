@@ -40,7 +40,7 @@ configure_file(cmake/debian/changelog.in ${debian}/changelog @ONLY)
 execute_process(COMMAND gzip -9nf ${debian}/changelog)
 foreach(component Runtime Development)
   string(TOUPPER ${component} name)
-  install(FILES ${debian}/copyright ${debian}/changelog.gz COMPONENT ${component} EXCLUDE_FROM_ALL
+  install(FILES ${debian}/copyright ${debian}/changelog.gz COMPONENT ${component}
           DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME})
 endforeach()
 

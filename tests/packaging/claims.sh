@@ -1,0 +1,261 @@
+#!/usr/bin/env bash
+# Claims about what is installed, packaged and delivered, tried as a stranger would. usage: claims.sh CLAIM
+# From the environment: SOURCE and BUILD (the project's folders), VERSION, CXX. Ends with 77 for a skip.
+set -euo pipefail
+
+work=$BUILD/tests/packaging/work
+moved=$work/moved
+packages=$work/package/packages
+library=$BUILD/Corvane/Common/libFile/libCorvaneFile.so
+outside=$SOURCE/tests/packaging/outside
+unset LD_LIBRARY_PATH
+
+fail() {
+    echo "$*" >&2
+    exit 1
+}
+
+skip() {
+    echo "SKIPPED: $*" >&2
+    exit 77
+}
+
+# An empty folder of the claim's own.
+scratch() {
+    rm -rf "${work:?}/$1"
+    mkdir -p "$work/$1"
+    echo "$work/$1"
+}
+
+configure() {
+    cmake -G Ninja -DCMAKE_CXX_COMPILER="$CXX" "$@" >/dev/null
+}
+
+files_below() {
+    (cd "$1" && find . -type f -o -type l) | sed -e 's|^\./||' -e "s/$VERSION/VERSION/" | LC_ALL=C sort
+}
+
+# --- An installed copy, in a prefix that has been moved -------------------------------------------------------------
+
+MakeInstalledCopy() {
+    rm -rf "$work/prefix" "$moved"
+    cmake --install "$BUILD" --prefix "$work/prefix" >/dev/null
+    mv "$work/prefix" "$moved"
+}
+
+InstalledFilesAreThoseOfTheList() {
+    diff "$SOURCE/tests/packaging/installed_files.txt" <(files_below "$moved")
+}
+
+RuntimeComponentIsTheSharedLibrariesAlone() {
+    local folder
+    folder=$(scratch runtime)
+    cmake --install "$BUILD" --prefix "$folder" --component Runtime >/dev/null
+    diff <(grep '\.so\.' "$SOURCE/tests/packaging/installed_files.txt") <(files_below "$folder")
+}
+
+InstalledCopyNamesNoFolderOfItsBuild() {
+    ! grep -rlF -e "$SOURCE" -e "$work/prefix" "$moved"
+}
+
+FindPackageGivesAProgramThatRuns() {
+    local folder
+    folder=$(scratch find_package)
+    configure -S "$outside" -B "$folder" -DCMAKE_PREFIX_PATH="$moved"
+    cmake --build "$folder" >/dev/null
+    "$folder/attributes_only" "$folder"
+    "$folder/outside" "$folder/file.chunks"
+}
+
+PkgConfigGivesAProgramThatRuns() {
+    local folder
+    folder=$(scratch pkg_config)
+    export PKG_CONFIG_PATH=$moved/lib/pkgconfig
+    [ "$(pkg-config --modversion corvane-file)" = "$VERSION" ]
+    # shellcheck disable=SC2046  # flags are words
+    "$CXX" -std=c++17 "$outside/main.cpp" -o "$folder/outside" $(pkg-config --cflags --libs corvane-file) \
+        -Wl,-rpath,"$(pkg-config --variable=libdir corvane-file)"
+    "$folder/outside" "$folder/file.chunks"
+}
+
+AnotherMajorVersionIsRefused() {
+    local folder
+    folder=$(scratch versions)
+    configure -S "$outside" -B "$folder/same" -DCMAKE_PREFIX_PATH="$moved" -DCORVANE_VERSION="${VERSION%.*}"
+    for other in 0 $((${VERSION%%.*} + 1)); do
+        ! configure -S "$outside" -B "$folder/$other" -DCMAKE_PREFIX_PATH="$moved" -DCORVANE_VERSION="$other" \
+            2>"$folder/errors" || fail "version $other was accepted"
+        grep -q "compatible with requested version \"$other\"" "$folder/errors"
+    done
+}
+
+# --- As a part of another project -----------------------------------------------------------------------------------
+
+parent_runs_and_is_left_alone() {
+    local folder
+    folder=$(scratch "parent_$1")
+    configure -S "$SOURCE/tests/packaging/parent" -B "$folder" -DCORVANE_SOURCE="$SOURCE" -DFETCH="$1" \
+        -DCMAKE_INSTALL_PREFIX="$folder/prefix"
+    cmake --build "$folder" >/dev/null
+    "$folder/outside" "$folder/file.chunks"
+    grep -A2 '"directory"' "$folder/compile_commands.json" | grep 'outside/main.cpp' >"$folder/command"
+    ! grep -E -- ' -[WfDOg]' "$folder/command" || fail "flags reach the parent's sources"
+    ctest --test-dir "$folder" -N | grep '^Total Tests: 0$' || fail "tests reach the parent"
+    cmake --install "$folder" >/dev/null
+    [ ! -e "$folder/prefix" ] || fail "install rules reach the parent"
+    [ ! -e "$folder/CPackConfig.cmake" ] || fail "packages reach the parent"
+}
+
+SubdirectoryRunsAndLeavesItsParentAlone() {
+    parent_runs_and_is_left_alone OFF
+}
+
+FetchContentRunsAndLeavesItsParentAlone() {
+    parent_runs_and_is_left_alone ON
+}
+
+PlatformThatIsNotExportedCanBeConfigured() {
+    local folder
+    folder=$(scratch host)
+    mkdir "$folder/platform"
+    echo 'add_library(host_platform INTERFACE)' >"$folder/platform/CMakeLists.txt"
+    configure -S "$SOURCE" -B "$folder/build" -DCORVANE_FILE_TESTS=OFF -DCORVANE_FILE_EXAMPLES=OFF \
+        -DCORVANE_FILE_PLATFORM=host_platform -DCORVANE_FILE_PLATFORM_DIR="$folder/platform"
+}
+
+# --- Debian packages ------------------------------------------------------------------------------------------------
+
+MakePackages() {
+    rm -rf "$work/package"
+    cd "$SOURCE"
+    cmake --preset package -B "$work/package" -DCMAKE_CXX_COMPILER="$CXX" >/dev/null
+    cmake --build "$work/package" >/dev/null
+    (cd "$work/package" && cpack >/dev/null)
+}
+
+PackagesPassLintian() {
+    command -v lintian >/dev/null || skip "no lintian here"
+    lintian --allow-root --fail-on error "$packages"/*.deb
+}
+
+PackagesNameWhatTheyDependOn() {
+    dpkg-deb -f "$packages"/libcorvanefile1_*.deb Depends | grep 'libc6 .*libstdc++6 .*libxxhash0'
+    [ "$(dpkg-deb -f "$packages"/libcorvanefile-dev_*.deb Depends)" = "libcorvanefile1 (= $VERSION)" ]
+}
+
+is_installed() {
+    dpkg-query -W -f '${db:Status-Abbrev}' "$1" 2>/dev/null | grep '^i'
+}
+
+apt() {
+    DEBIAN_FRONTEND=noninteractive apt-get -qq -y -o DPkg::Lock::Timeout=60 -o Dpkg::Use-Pty=0 "$@" >/dev/null
+}
+
+remove_packages() {
+    ! is_installed libcorvanefile1 || apt purge libcorvanefile-dev libcorvanefile1
+}
+
+PackagesInstallServeAndLeaveNothing() {
+    [ "$(id -u)" -eq 0 ] || skip "only root installs packages"
+    ! is_installed libcorvanefile1 || skip "libcorvanefile1 is installed here already, and is left alone"
+    local folder
+    folder=$(scratch debian)
+    trap remove_packages EXIT
+    apt install "$packages"/*.deb
+    configure -S "$outside" -B "$folder"
+    cmake --build "$folder" >/dev/null
+    "$folder/outside" "$folder/file.chunks"
+    ldd "$folder/outside" | grep '=> /.*lib/.*/libCorvaneFile.so.1 '
+    remove_packages
+    nothing_is_left
+}
+
+nothing_is_left() {
+    ! dpkg-query -W 'libcorvanefile*' 2>/dev/null || fail "packages are left"
+    ! ldconfig -p | grep Corvane || fail "the loader still knows the library"
+    for package in "$packages"/*.deb; do
+        dpkg-deb --fsys-tarfile "$package" | tar -t | sed 's/^\.//' | grep -iE 'corvane|tarn' |
+            while read -r path; do [ ! -e "$path" ] || fail "$path is left"; done
+    done
+}
+
+# --- The delivered file ---------------------------------------------------------------------------------------------
+
+is_hardened() {
+    local dynamic segments
+    dynamic=$(readelf -dW "$1")
+    segments=$(readelf -lW "$1")
+    grep -q 'BIND_NOW' <<<"$dynamic" || fail "$1: symbols are bound lazily"
+    grep -q 'GNU_RELRO' <<<"$segments" || fail "$1: relocations stay writable"
+    grep -q 'GNU_STACK .* RW ' <<<"$segments" || fail "$1: the stack is executable"
+    ! grep 'TEXTREL' <<<"$dynamic" || fail "$1: code is relocated"
+    nm -D --undefined-only "$1" | grep '__stack_chk_fail' || fail "$1: no stack protector"
+}
+
+DeliveredFileIsHardened() {
+    is_hardened "$library"
+}
+
+# Stack clash protection leaves no mark but in the debug information, which records how each source was compiled.
+EverySourceOfTheDeliveredFileIsProtectedFromStackClashes() {
+    local producers
+    producers=$(readelf --debug-dump=info "$library" | grep -F 'DW_AT_producer')
+    [ "$(wc -l <<<"$producers")" -ge 3 ]
+    ! grep -v -e '-fstack-protector-strong .*-fstack-clash-protection' <<<"$producers"
+}
+
+# Fortified calls leave a mark only where there is a buffer whose size the compiler knows and a length that it does not.
+# The library has none, so what is looked at is the level that its compile commands give glibc.
+EverySourceOfTheDeliveredFileIsFortified() {
+    local commands
+    commands=$(grep -E '"command": .*/libFile/Corvane/File/[A-Za-z]+\.cpp"' "$BUILD/compile_commands.json" |
+        grep -F CorvaneFile.dir | sed -e 's/^ *"command": "//' -e 's/",$//' -e 's/\\"/"/g' -e 's/ -o [^ ]* -c / -E -dM /')
+    [ "$(wc -l <<<"$commands")" -eq 3 ]
+    while read -r preprocess; do
+        (cd "$BUILD" && eval "$preprocess") | grep -x '#define __USE_FORTIFY_LEVEL 3' || fail "not: $preprocess"
+    done <<<"$commands"
+}
+
+PackagedFilesAreHardenedAndSearchNoFolderOfTheirOwn() {
+    local folder
+    folder=$(scratch unpacked)
+    dpkg-deb -x "$packages"/libcorvanefile1_*.deb "$folder"
+    for file in "$folder"/usr/lib/*/libCorvane{File,Platform}.so."$VERSION"; do
+        is_hardened "$file"
+        ! readelf -dW "$file" | grep -E 'RPATH|RUNPATH' || fail "$file searches there"
+    done
+}
+
+# --- The binary interface -------------------------------------------------------------------------------------------
+
+abi=$SOURCE/tests/packaging/abi
+platform=$BUILD/platform/libCorvanePlatform.so
+
+abi_is() {
+    abidiff --suppressions "$abi/not_ours.ini" "$1" "$2"
+}
+
+BinaryInterfaceIsTheOneOnRecord() {
+    command -v abidiff >/dev/null || skip "no abidiff here"
+    local renew="renew the record on purpose only: cmake --build --preset release --target renew_abi (CONTRIBUTING.md)"
+    abi_is "$abi/libCorvaneFile.abi" "$library" || fail "$renew"
+    abi_is "$abi/libCorvanePlatform.abi" "$platform" || fail "$renew"
+}
+
+MovedMemberIsNoticed() {
+    command -v abidiff >/dev/null || skip "no abidiff here"
+    local changed
+    changed=$(scratch abi)/changed.abi
+    sed "s/layout-offset-in-bits='448'/layout-offset-in-bits='456'/" "$abi/libCorvaneFile.abi" >"$changed"
+    ! cmp -s "$changed" "$abi/libCorvaneFile.abi" || fail "no member there: choose another"
+    ! abi_is "$changed" "$library" || fail "a moved member passed"
+}
+
+RenewAbi() {
+    for file in "$library" "$platform"; do
+        abidw --suppressions "$abi/not_ours.ini" --exported-interfaces-only --no-corpus-path --no-comp-dir-path \
+            --no-show-locs --no-elf-needed --type-id-style hash --out-file "$abi/$(basename "$file" .so).abi" "$file"
+    done
+}
+
+"$@"

@@ -1,0 +1,9 @@
+// A program that uses nothing of the platform itself. usage: attributes_only FILE
+#include <Corvane/File/ExtendedAttributes.h>
+
+int main(int, char** arguments)
+{
+    bool success = false;
+    Corvane::File::ExtendedAttributes::List(arguments[1], success);
+    return success ? 0 : 1;
+}
