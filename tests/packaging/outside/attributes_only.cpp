@@ -1,7 +1,7 @@
 // A program that uses nothing of the platform itself. usage: attributes_only FILE
 #include <Corvane/File/ExtendedAttributes.h>
 
-int main(int, char** arguments)
+int main(int /*count*/, char** arguments)
 {
     bool success = false;
     Corvane::File::ExtendedAttributes::List(arguments[1], success);

@@ -53,20 +53,20 @@ void ReadBack(const std::string& name)
     }
 }
 
-bool Tag(const std::string& name)
+bool Tag(const std::string& path)
 {
     bool success = false;
-    ExtendedAttributes::Write(name, Corvane::File::XattrFileSize, std::to_string(kMaxSize), success);
+    ExtendedAttributes::Write(path, Corvane::File::XattrFileSize, std::to_string(kMaxSize), success);
     if (!success && errno == ENOTSUP) {
         return false;
     }
-    Demand(ExtendedAttributes::Read(name, Corvane::File::XattrFileSize) == std::to_string(kMaxSize), "no such tag");
+    Demand(ExtendedAttributes::Read(path, Corvane::File::XattrFileSize) == std::to_string(kMaxSize), "no such tag");
     return true;
 }
 
 }  // namespace
 
-int main(int, char** arguments)
+int main(int /*count*/, char** arguments)
 {
     try {
         const std::string name = arguments[1];
