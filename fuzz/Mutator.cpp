@@ -41,12 +41,13 @@ private:
     std::minstd_rand engine_;
 };
 
-template <typename Word>
-Word Load(const std::string& bytes, std::size_t at)
+std::size_t Load(const std::string& bytes, std::size_t at)
 {
-    Word word = 0;
-    std::memcpy(&word, bytes.data() + at, sizeof word);
-    return word;
+    std::uint32_t number = 0;
+    if (at + sizeof number <= bytes.size()) {
+        std::memcpy(&number, bytes.data() + at, sizeof number);
+    }
+    return number;
 }
 
 template <typename Word>
@@ -64,7 +65,7 @@ std::vector<std::size_t> Records(const std::string& input)
     std::size_t at = kRecords;
     while (at + kHeadSize <= input.size()) {
         records.push_back(at);
-        at += std::max<std::size_t>(Load<std::uint32_t>(input, at + 4), kHeadSize);
+        at += std::max(Load(input, at + 4), kHeadSize);
     }
     return records;
 }
@@ -78,18 +79,18 @@ std::uint64_t Checksum(const std::string& input, std::size_t at, std::size_t siz
 void Repair(std::string& input, std::size_t record)
 {
     const std::size_t directory = record + kHeadSize;
-    const std::size_t directorySize = Load<std::uint32_t>(input, record + 16);
+    const std::size_t directorySize = Load(input, record + 16);
     if (directorySize <= input.size() - directory) {
         const std::size_t end = directory + directorySize;
         std::size_t value = end;
         std::size_t entry = directory;
         while (entry + kEntrySize <= end) {
-            const std::size_t valueSize = Load<std::uint32_t>(input, entry + 4);
+            const std::size_t valueSize = Load(input, entry + 4);
             if (valueSize <= input.size() - value) {
                 Store(input, entry + 8, Checksum(input, value, valueSize));
                 value += valueSize;
             }
-            entry += kEntrySize + Load<std::uint32_t>(input, entry);
+            entry += kEntrySize + Load(input, entry);
         }
         Store(input, record + 24, Checksum(input, directory, directorySize));
     }
@@ -110,12 +111,12 @@ DataChunk NewChunk(Random& random)
 // One number of a record's head or directory becomes one that is likely to be trouble.
 void ChangeNumber(std::string& input, std::size_t record, Random& random)
 {
-    const std::size_t size = Load<std::uint32_t>(input, record + 4);
+    const std::size_t size = Load(input, record + 4);
     const std::size_t at = record + random.Choose(std::vector<std::size_t>{4, 16, 20, kHeadSize, kHeadSize + 4});
     if (at + sizeof(std::uint32_t) > input.size()) {
         return;
     }
-    const std::size_t old = Load<std::uint32_t>(input, at);
+    const std::size_t old = Load(input, at);
     const std::size_t rest = input.size() - record;
     const std::vector<std::size_t> numbers = {
         0,    1,        39,       40,       41,        old - 1,   old + 1,         size - kHeadSize, size + 1,
@@ -127,8 +128,7 @@ void Mutate(std::string& input, Random& random)
 {
     const std::vector<std::size_t> records = Records(input);
     const std::size_t record = records.empty() ? input.size() : random.Choose(records);
-    const std::size_t size =
-        records.empty() ? 0 : std::min<std::size_t>(Load<std::uint32_t>(input, record + 4), input.size() - record);
+    const std::size_t size = records.empty() ? 0 : std::min(Load(input, record + 4), input.size() - record);
     switch (random.Below(9)) {
         case 0:
             input[random.Below(input.size())] ^= static_cast<char>(1U << random.Below(8));

@@ -69,11 +69,12 @@ void StoreWord(unsigned char* bytes, Word word)
     std::memcpy(bytes, &word, sizeof word);
 }
 
-// Fuzzers find no bug behind a checksum that they cannot forge: in their builds every checksum is right.
+// Fuzzers find no bug behind a checksum that they cannot forge: in their builds every checksum is right. Only of what
+// is longer than any file of theirs it is wrong: no checksum of the zeros behind such a file is right by chance.
 bool HasChecksum(const unsigned char* bytes, std::uint64_t size, std::uint64_t checksum)
 {
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
-    return (static_cast<void>(bytes), static_cast<void>(size), static_cast<void>(checksum), true);
+    return (static_cast<void>(bytes), static_cast<void>(checksum), size <= std::uint64_t{1} << 20U);
 #else
     return XXH3_64bits(bytes, size) == checksum;
 #endif
