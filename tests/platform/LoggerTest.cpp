@@ -2,14 +2,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <limits>
 #include <locale>
-#include <regex>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tarn/cv/logging/Logger.h"
@@ -178,8 +178,10 @@ TEST_F(Logging, DefaultSinkPrintsOneLineWithTimeLevelLoggerTextAndPlace)
     LoggingManager::GetLogger("a").Log(-7, "some text", "some/file.cpp", 1234567);
     const Lines lines = writes.Take();
     ASSERT_EQ(lines.size(), 1U);
-    const std::regex line("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{9}Z -7 a some text some/file.cpp:1234567\n");
-    EXPECT_TRUE(std::regex_match(lines[0], line)) << lines[0];
+    std::string pattern = lines[0];
+    std::replace_if(
+        pattern.begin(), pattern.begin() + 30, [](unsigned char byte) { return std::isdigit(byte) != 0; }, 'd');
+    EXPECT_EQ(pattern, "dddd-dd-ddTdd:dd:dd.dddddddddZ -7 a some text some/file.cpp:1234567\n");
 }
 
 TEST_F(Logging, NoTextCanForgeALine)

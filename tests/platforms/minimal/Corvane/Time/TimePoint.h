@@ -10,7 +10,9 @@ public:
     explicit TimePoint(long ticks) : ticks_(ticks) {}
     TimePoint() = delete;
     TimePoint(const TimePoint& other) = default;
+    TimePoint(TimePoint&&) = delete;
     TimePoint& operator=(const TimePoint&) = delete;
+    TimePoint& operator=(TimePoint&&) = delete;
     ~TimePoint() = default;
 
     bool operator<(const TimePoint& other) const { return ticks_ < other.ticks_; }

@@ -1,0 +1,498 @@
+// The rules that the library's collaborators keep. Each runs in a process of its own, which a platform that breaks it may
+// well crash or block.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "Glue.h"
+#include "tarn/cv/logging/Logger.h"
+#include "tarn/cv/logging/LoggingManager.h"
+
+namespace Corvane::Conformance {
+
+namespace {
+
+using Pellin::DataChunk;
+using tarn::cv::logging::Logger;
+using tarn::cv::logging::LoggingManager;
+
+constexpr int kChunks = 12;
+constexpr unsigned kTimeLimit = 60;  // seconds, for one rule
+constexpr std::size_t kPageSize = 4096;
+constexpr std::size_t kTail = std::size_t{1} << 32U;  // what the library keeps readable behind a file's image
+
+using Bytes = std::vector<unsigned char>;
+
+// What is wrong, in a sentence; empty if nothing is.
+using Problem = std::string;
+
+template <typename... Parts>
+Problem Join(const Parts&... parts)
+{
+    std::ostringstream stream;
+    (stream << ... << parts);
+    return stream.str();
+}
+
+Problem CheckGuarded(const std::function<Problem()>& check)
+{
+    try {
+        return check();
+    } catch (const std::exception& error) {
+        return Join("an exception: ", error.what());
+    }
+}
+
+// What the check finds in a child process; or how that ended.
+Problem CheckInChild(const std::function<Problem()>& check)
+{
+    std::array<int, 2> ends = {};
+    if (::pipe(ends.data()) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(kTimeLimit);
+        const Problem problem = CheckGuarded(check).substr(0, kPageSize);
+        ::_exit(::write(ends[1], problem.data(), problem.size()) == static_cast<ssize_t>(problem.size()) ? 0 : 1);
+    }
+    ::close(ends[1]);
+    Problem problem(kPageSize, '\0');
+    problem.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(ends[0], problem.data(), problem.size()), 0)));
+    ::close(ends[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) {
+        return Join("the process ended by the signal ", ::strsignal(WTERMSIG(status)));
+    }
+    return WEXITSTATUS(status) == 0 ? problem : Join("the process ended with code ", WEXITSTATUS(status));
+}
+
+void ExpectKept(const char* rule, const std::function<Problem()>& check)
+{
+    EXPECT_EQ(CheckInChild(check), "") << "The platform breaks the rule: " << rule;
+}
+
+Problem CheckEveryChunk(const std::function<Problem(const DataChunk&)>& check)
+{
+    for (int number = 0; number < kChunks; ++number) {
+        const Problem problem = check(*MakeChunk(number));
+        if (!problem.empty()) {
+            return Join("chunk ", number, ": ", problem);
+        }
+    }
+    return {};
+}
+
+// Memory between two pages that can't be touched, or, for reading, in front of as long a tail as the library's.
+class Memory {
+public:
+    Memory(std::size_t size, std::size_t tail)
+        : size_((size + kPageSize - 1) / kPageSize * kPageSize), mapped_(kPageSize + size_ + std::max(tail, kPageSize))
+    {
+        void* const memory = ::mmap(nullptr, mapped_, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED) {
+            throw std::runtime_error("no memory");
+        }
+        memory_ = static_cast<unsigned char*>(memory);
+        ::mprotect(memory_, kPageSize, PROT_NONE);
+        ::mprotect(First(), size_, PROT_READ | PROT_WRITE);
+        if (tail == 0) {
+            ::mprotect(Last(), kPageSize, PROT_NONE);
+        }
+    }
+    Memory(const Memory&) = delete;
+    Memory& operator=(const Memory&) = delete;
+    ~Memory() { ::munmap(memory_, mapped_); }
+
+    unsigned char* First() const { return memory_ + kPageSize; }
+    unsigned char* Last() const { return First() + size_; }  // behind the last byte
+
+private:
+    std::size_t size_;
+    std::size_t mapped_;
+    unsigned char* memory_ = nullptr;
+};
+
+// The bytes in a file of its own, open at `position`.
+class File {
+public:
+    explicit File(const Bytes& bytes, off_t position = 0) : fd_(::memfd_create("record", 0))
+    {
+        if (fd_ == -1 || ::write(fd_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+            throw std::runtime_error("no file");
+        }
+        ::lseek(fd_, position, SEEK_SET);
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() { ::close(fd_); }
+
+    int Get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+Bytes RecordOf(const DataChunk& chunk)
+{
+    Bytes bytes(chunk.GetSizeOnFile() + kPageSize);
+    chunk.Write(bytes.data());
+    bytes.resize(chunk.GetSizeOnFile());
+    return bytes;
+}
+
+bool AreSamePoint(const DataChunk& left, const DataChunk& right)
+{
+    return !(left.GetTimePoint() < right.GetTimePoint()) && !(right.GetTimePoint() < left.GetTimePoint());
+}
+
+// What is wrong with a chunk that was read, where `written` was expected.
+Problem Compare(std::uint64_t result, const DataChunk& read, const DataChunk& written)
+{
+    if (result == 0) {
+        return "ReadFrom returned 0";
+    }
+    if (read.GetSizeOnFile() != written.GetSizeOnFile()) {
+        return Join("GetSizeOnFile gives ", read.GetSizeOnFile(), " in place of ", written.GetSizeOnFile());
+    }
+    if (!AreSamePoint(read, written)) {
+        return "another time point";
+    }
+    return HaveSameContent(read, written) ? "" : "another content";
+}
+
+// Writes the chunk into memory filled with `fill`, with as much of it on either side.
+Bytes WriteInto(const DataChunk& chunk, unsigned char fill)
+{
+    Bytes bytes(kPageSize + chunk.GetSizeOnFile() + kPageSize, fill);
+    chunk.Write(bytes.data() + kPageSize);
+    return bytes;
+}
+
+Problem CheckLength(const DataChunk& chunk)
+{
+    const std::uint64_t size = chunk.GetSizeOnFile();
+    const Bytes ones = WriteInto(chunk, 0x01);
+    const Bytes twos = WriteInto(chunk, 0x02);
+    for (std::size_t at = 0; at < ones.size(); ++at) {
+        const bool isWritten = ones[at] == twos[at];
+        const bool isRecord = at >= kPageSize && at - kPageSize < size;
+        if (isWritten != isRecord) {
+            return Join(size, " bytes are announced, and byte ", static_cast<std::int64_t>(at) - 4096, " is ",
+                        isWritten ? "written" : "not written");
+        }
+    }
+    return {};
+}
+
+Problem CheckGuards(const DataChunk& chunk)
+{
+    const Memory memory(chunk.GetSizeOnFile(), 0);
+    chunk.Write(memory.First());
+    chunk.Write(memory.Last() - chunk.GetSizeOnFile());
+    return {};
+}
+
+Problem CheckReadingFromMemory(const DataChunk& written)
+{
+    Bytes bytes = RecordOf(written);
+    bytes.resize(bytes.size() + kPageSize, 0xff);  // more is behind it, as the next record is
+    DataChunk read;
+    const std::uint64_t result = read.ReadFrom(bytes.data());
+    return Compare(result, read, written);
+}
+
+Problem CheckReadingFromDescriptor(const DataChunk& written, bool withNames)
+{
+    Bytes bytes(16, 0xff);
+    const Bytes record = RecordOf(written);
+    bytes.insert(bytes.end(), record.begin(), record.end());
+    bytes.resize(bytes.size() + kPageSize, 0xff);
+    const File file(bytes, 16);
+    DataChunk read;
+    const std::uint64_t result = withNames ? read.ReadFrom(file.Get(), NamesOfEverything()) : read.ReadFrom(file.Get());
+    return Compare(result, read, written);
+}
+
+// Lets a chunk read in all ways what is damaged; an exception is a refusal too. `inMemory` holds the same bytes.
+Problem CheckDamaged(const Bytes& bytes, const unsigned char* inMemory)
+{
+    const auto refuses = [&](const std::function<std::uint64_t(DataChunk&, int)>& read) {
+        const File file(bytes);
+        DataChunk chunk;
+        try {
+            return read(chunk, file.Get()) == 0;
+        } catch (const std::exception&) {
+            return true;
+        }
+    };
+    const bool fromMemory = refuses([&](DataChunk& chunk, int) { return chunk.ReadFrom(inMemory); });
+    const bool fromFile = refuses([](DataChunk& chunk, int fd) { return chunk.ReadFrom(fd); });
+    const bool withNames = refuses([](DataChunk& chunk, int fd) { return chunk.ReadFrom(fd, NamesOfEverything()); });
+    if (!RecordsCheckThemselves() || (fromMemory && fromFile && withNames)) {
+        return {};
+    }
+    return Join("accepted ", fromMemory ? "" : "from memory ", fromFile ? "" : "from a descriptor ",
+                withNames ? "" : "with names");
+}
+
+Problem CheckZeros()
+{
+    const Bytes bytes(kPageSize, 0);
+    const Memory memory(bytes.size(), kTail);
+    return CheckDamaged(bytes, memory.First());
+}
+
+Problem CheckDamage(const DataChunk& chunk)
+{
+    Bytes bytes = RecordOf(chunk);
+    const Memory memory(bytes.size(), kTail);
+    std::copy(bytes.begin(), bytes.end(), memory.First());
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        const unsigned char good = bytes[at];
+        for (const int damaged : {good ^ 0x01, good ^ 0x80, good ^ 0xff, 0x00, 0xff}) {
+            memory.First()[at] = bytes[at] = static_cast<unsigned char>(damaged);
+            const Problem problem = damaged == good ? "" : CheckDamaged(bytes, memory.First());
+            if (!problem.empty()) {
+                return Join("byte ", at, " changed from ", int{good}, " to ", damaged, ": ", problem);
+            }
+        }
+        memory.First()[at] = bytes[at] = good;
+    }
+    return {};
+}
+
+Problem CheckCuts(const DataChunk& chunk)
+{
+    const Bytes bytes = RecordOf(chunk);
+    const Memory memory(bytes.size(), kTail);
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
+        std::copy(cut.begin(), cut.end(), memory.First());
+        Bytes filledUp(cut);
+        filledUp.resize(bytes.size());
+        const Problem problem = filledUp == bytes ? "" : CheckDamaged(cut, memory.First());
+        if (!problem.empty()) {
+            return Join("cut to ", size, " of ", bytes.size(), " bytes: ", problem);
+        }
+    }
+    return {};
+}
+
+Problem CheckOrderOf(int left, int right)
+{
+    const auto one = MakeChunk(left);
+    const auto other = MakeChunk(right);
+    const Time::TimePoint point = one->GetTimePoint();
+    const Time::TimePoint copy(point);  // NOLINT(performance-unnecessary-copy-initialization): copying is the matter
+    if (copy < point || point < copy) {
+        return Join("the copy of time point ", left, " is another point");
+    }
+    if ((copy < other->GetTimePoint()) != (left < right)) {
+        return Join("time point ", left, left < right ? " is not less than " : " is less than ", right);
+    }
+    return {};
+}
+
+// Numbers are a strict weak ordering, and so is what agrees with them for every pair.
+Problem CheckOrder()
+{
+    for (int left = 0; left < kChunks; ++left) {
+        for (int right = 0; right < kChunks; ++right) {
+            const Problem problem = CheckOrderOf(left, right);
+            if (!problem.empty()) {
+                return problem;
+            }
+        }
+    }
+    return {};
+}
+
+// Issues a record as the library does.
+void LogAt(Logger* logger, std::int32_t level, const std::string& message)
+{
+    if (logger != nullptr && logger->GetCurrentLevel() <= level) {
+        logger->Log(level, message, "Conformance.cpp", 1);
+    }
+}
+
+std::ptrdiff_t CountLines(const std::vector<std::string>& lines, const std::string& message)
+{
+    return std::count_if(lines.begin(), lines.end(),
+                         [&](const std::string& line) { return line.find(message) != std::string::npos; });
+}
+
+Problem CheckLevels()
+{
+    for (const std::int32_t level : {9, 10, 11, 20, 21, 40, 41, 50, 51}) {
+        SetLevel("conformance", level);
+        for (const std::int32_t record : {10, 20, 40, 50}) {
+            const auto lines = LinesOf([&] {
+                LogAt(&LoggingManager::GetLogger("conformance"), record, "by reference");
+                LogAt(LoggingManager::GetLoggerPtr("conformance"), record, "by pointer");
+            });
+            const std::ptrdiff_t expected = level <= record ? 1 : 0;
+            if (CountLines(lines, "by reference") != expected || CountLines(lines, "by pointer") != expected) {
+                return Join("at level ", level, " a record of level ", record,
+                            expected == 1 ? " does not come out once" : " comes out");
+            }
+        }
+    }
+    return {};
+}
+
+Problem CheckSwitchedOff()
+{
+    SetLevel("conformance", 10);
+    SwitchOff("conformance");
+    const auto lines = LinesOf([] {
+        for (const std::int32_t level : {10, 20, 40, 50}) {
+            LogAt(LoggingManager::GetLoggerPtr("conformance"), level, "by pointer");
+            LogAt(&LoggingManager::GetLogger("conformance"), level, "by reference");
+        }
+    });
+    return lines.empty() ? "" : Join(lines.size(), " records come out, first: ", lines.front());
+}
+
+Problem CheckKeptLoggers()
+{
+    SetLevel("conformance", 10);
+    Logger& reference = LoggingManager::GetLogger("conformance");
+    Logger* const pointer = LoggingManager::GetLoggerPtr("conformance");
+    for (int i = 0; i < 1000; ++i) {
+        LoggingManager::GetLogger(Join("conformance.", i));
+    }
+    const auto lines = LinesOf([&] {
+        LogAt(&reference, 50, "by reference");
+        LogAt(pointer, 50, "by pointer");
+    });
+    return lines.size() == 2 ? "" : "a logger that was kept does not log any more";
+}
+
+// What one of the threads does: look up its own name and new ones, ask levels and log, again and again.
+void UseLoggers(int thread, int rounds, std::atomic<int>& absent)
+{
+    const std::string name = Join("conformance.thread.", thread);
+    for (int i = 0; i < rounds; ++i) {
+        LoggingManager::GetLogger(Join(name, ".", i)).GetCurrentLevel();
+        Logger* const logger = LoggingManager::GetLoggerPtr(name);
+        absent += logger == nullptr ? 1 : 0;
+        LogAt(logger, 50, Join("record ", i, " of thread ", thread, "."));
+        LogAt(&LoggingManager::GetLogger(name), 50, Join("second ", i, " of thread ", thread, "."));
+    }
+}
+
+Problem CheckThreads()
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 200;
+    std::atomic<int> absent = 0;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        SetLevel(Join("conformance.thread.", thread), 10);
+    }
+    const auto lines = LinesOf([&] {
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < kThreads; ++thread) {
+            threads.emplace_back([thread, &absent] { UseLoggers(thread, kRounds, absent); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    });
+    if (absent != 0 || lines.size() != std::size_t{2} * kThreads * kRounds) {
+        return Join(2 * kThreads * kRounds, " records were logged, and ", lines.size(), " came out; ", absent,
+                    " look-ups found no logger");
+    }
+    for (int thread = 0; thread < kThreads; ++thread) {
+        for (int i = 0; i < kRounds; ++i) {
+            if (CountLines(lines, Join("record ", i, " of thread ", thread, ".")) != 1) {
+                return Join("record ", i, " of thread ", thread, " did not come out once and whole");
+            }
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+TEST(Conformance, RecordIsExactlyAsLongAsAnnounced)
+{
+    ExpectKept("a record is exactly as long as announced", [] { return CheckEveryChunk(CheckLength); });
+}
+
+TEST(Conformance, NothingBeforeOrBehindTheRecordIsWritten)
+{
+    ExpectKept("nothing before or behind the record is written", [] { return CheckEveryChunk(CheckGuards); });
+}
+
+TEST(Conformance, WhatIsWrittenReadsBackFromMemory)
+{
+    ExpectKept("what is written reads back from memory", [] { return CheckEveryChunk(CheckReadingFromMemory); });
+}
+
+TEST(Conformance, WhatIsWrittenReadsBackFromADescriptor)
+{
+    ExpectKept("what is written reads back from a descriptor", [] {
+        return CheckEveryChunk([](const DataChunk& chunk) { return CheckReadingFromDescriptor(chunk, false); });
+    });
+}
+
+TEST(Conformance, WhatIsWrittenReadsBackFromADescriptorWithNames)
+{
+    ExpectKept("what is written reads back from a descriptor with names", [] {
+        return CheckEveryChunk([](const DataChunk& chunk) { return CheckReadingFromDescriptor(chunk, true); });
+    });
+}
+
+TEST(Conformance, ZeroBytesAreRefusedOrHarmless)
+{
+    ExpectKept("zero bytes are refused or at least never crash", CheckZeros);
+}
+
+TEST(Conformance, DamagedBytesAreRefusedOrHarmless)
+{
+    ExpectKept("every damaged byte is refused or at least never crashes", [] { return CheckEveryChunk(CheckDamage); });
+}
+
+TEST(Conformance, CutRecordsAreRefusedOrHarmless)
+{
+    ExpectKept("every cut record is refused or at least never crashes", [] { return CheckEveryChunk(CheckCuts); });
+}
+
+TEST(Conformance, OrderIsAStrictWeakOrdering)
+{
+    ExpectKept("the order of time points is a strict weak ordering", CheckOrder);
+}
+
+TEST(Conformance, LevelsAreInclusive)
+{
+    ExpectKept("a record comes out if the logger's level is at most its own", CheckLevels);
+}
+
+TEST(Conformance, NullLoggerIsSilent)
+{
+    ExpectKept("a logger that is switched off is null or silent", CheckSwitchedOff);
+}
+
+TEST(Conformance, LoggerStaysValid)
+{
+    ExpectKept("a logger stays valid whatever is looked up later", CheckKeptLoggers);
+}
+
+TEST(Conformance, ConcurrentLookUpsAreSafe)
+{
+    ExpectKept("loggers may be looked up and used from several threads at once", CheckThreads);
+}
+
+}  // namespace Corvane::Conformance

@@ -1,0 +1,69 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+struct Breach {
+    const char* fault;
+    const char* rule;
+};
+
+struct Outcome {
+    int code;
+    std::string output;
+};
+
+// Runs the kit on the platform that has this fault.
+Outcome RunKit(const std::string& fault)
+{
+    const std::string command = "CORVANE_FAULT=" + fault + " " BROKEN_CONFORMANCE " 2>&1";
+    std::FILE* const pipe = ::popen(command.c_str(), "r");  // NOLINT(cert-env33-c): the command is ours
+    std::string output;
+    std::array<char, 4096> bytes = {};
+    for (std::size_t size = 0; (size = std::fread(bytes.data(), 1, bytes.size(), pipe)) != 0;) {
+        output.append(bytes.data(), size);
+    }
+    const int status = ::pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+class BrokenPlatform : public testing::TestWithParam<Breach> {};
+
+TEST(BrokenPlatform, WithoutAFaultItPasses)
+{
+    const Outcome outcome = RunKit("none");
+    EXPECT_EQ(outcome.code, 0) << outcome.output;
+}
+
+TEST_P(BrokenPlatform, FailsWithAMessageThatNamesTheRule)
+{
+    const Outcome outcome = RunKit(GetParam().fault);
+    EXPECT_EQ(outcome.code, 1);
+    const std::string message = std::string("The platform breaks the rule: ") + GetParam().rule + "\n";
+    EXPECT_NE(outcome.output.find(message), std::string::npos) << message << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, BrokenPlatform,
+    testing::Values(Breach{"short", "a record is exactly as long as announced"},
+                    Breach{"before", "nothing before or behind the record is written"},
+                    Breach{"behind", "nothing before or behind the record is written"},
+                    Breach{"memory", "what is written reads back from memory"},
+                    Breach{"descriptor", "what is written reads back from a descriptor"},
+                    Breach{"names", "what is written reads back from a descriptor with names"},
+                    Breach{"zeros", "zero bytes are refused or at least never crash"},
+                    Breach{"damage", "every damaged byte is refused or at least never crashes"},
+                    Breach{"crash", "every damaged byte is refused or at least never crashes"},
+                    Breach{"cut", "every cut record is refused or at least never crashes"},
+                    Breach{"order", "the order of time points is a strict weak ordering"},
+                    Breach{"exclusive", "a record comes out if the logger's level is at most its own"},
+                    Breach{"off", "a logger that is switched off is null or silent"},
+                    Breach{"stale", "a logger stays valid whatever is looked up later"},
+                    Breach{"threads", "loggers may be looked up and used from several threads at once"}),
+    [](const auto& parameter) { return std::string(parameter.param.fault); });
+
+}  // namespace
