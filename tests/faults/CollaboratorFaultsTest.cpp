@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <memory>
+
+#include "faults/AppenderScenario.h"
+#include "faults/Matrix.h"
+#include "platforms/scripted/ScriptedPlatform.h"
+
+namespace faults {
+
+std::unique_ptr<DataChunk> MakeChunk(std::int64_t time, std::uint64_t size)
+{
+    return std::make_unique<DataChunk>(time, size);
+}
+
+namespace {
+
+using Corvane::Time::TimePoint;
+using tarn::cv::logging::LoggingManager;
+
+// What a collaborator throws.
+struct Thrown {};
+
+class CollaboratorFaults : public testing::TestWithParam<AppenderSetup> {
+protected:
+    // This collaborator's operation throws at its k-th use, for every k.
+    void ThrowAtEveryUse(const std::string& who, std::function<void()>& operation)
+    {
+        bool thrown = false;
+        const auto fail = [&](std::uint64_t nth, bool persistently) {
+            thrown = false;
+            operation = [&thrown, nth, persistently, uses = std::uint64_t{0}]() mutable {
+                if (uses++ == nth || (persistently && uses > nth)) {
+                    thrown = true;
+                    throw Thrown();
+                }
+            };
+        };
+        const std::uint64_t before = matrix_.Cases();
+        matrix_.FailEveryUse(who, fail, [&] {
+            operation = nullptr;
+            return thrown;
+        });
+        EXPECT_GE(matrix_.Cases(), before + 2) << who;
+    }
+
+    support::ScriptedPlatform platform_;
+    AppenderScenario scenario_{GetParam()};
+    Matrix matrix_{scenario_};
+};
+
+TEST_P(CollaboratorFaults, OfEveryOperationAreSurvived)
+{
+    ThrowAtEveryUse("GetTimePoint", DataChunk::onGetTimePoint);
+    ThrowAtEveryUse("GetSizeOnFile", DataChunk::onGetSizeOnFile);
+    ThrowAtEveryUse("Write", DataChunk::onWrite);
+    ThrowAtEveryUse("TimePoint's copying", TimePoint::onCopy);
+    ThrowAtEveryUse("operator<", TimePoint::onCompare);
+    ThrowAtEveryUse("look-up of the logger", LoggingManager::onLookUp);
+    ThrowAtEveryUse("Log", platform_.logger.onLog);
+    ThrowAtEveryUse("GetCurrentLevel", platform_.logger.onLevel);
+    if (!GetParam().stored.empty()) {
+        ThrowAtEveryUse("ReadFrom", DataChunk::onReadFrom);
+    }
+    std::cout << matrix_.Cases() << " faults\n";
+}
+
+TEST_P(CollaboratorFaults, OfTheAllocatorAreSurvived)
+{
+    matrix_.FailAllocations();
+    EXPECT_GE(matrix_.Cases(), 10U);
+    std::cout << matrix_.Cases() << " faults\n";
+}
+
+// Collaborators see no difference between large images: one of each kind will do.
+std::vector<AppenderSetup> Setups()
+{
+    std::vector<AppenderSetup> setups;
+    for (const AppenderSetup& setup : AppenderSetups()) {
+        const bool mapped = setup.name.find("Mapped") != std::string::npos;
+        if (!mapped || setup.name == "NewUnboundedMapped" || setup.name == "ReopenDamagedMapped") {
+            setups.push_back(setup);
+        }
+    }
+    return setups;
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenario, CollaboratorFaults, testing::ValuesIn(Setups()),
+                         [](const auto& parameter) { return parameter.param.name; });
+
+}  // namespace
+
+}  // namespace faults
