@@ -1,0 +1,182 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/Chunks.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using Corvane::File::kHeaderSize;
+using support::DataChunk;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint64_t kSize = 8'000'000;  // bytes of the file
+
+// A whole file: its chunks, all of one size, and its bytes.
+struct Image {
+    Image(std::int64_t firstTime, std::uint64_t size) : chunkSize(size)
+    {
+        for (std::int64_t i = 0; kHeaderSize + (chunks.size() + 2) * size <= kSize; ++i) {
+            chunks.push_back(support::ChunkOfSize(firstTime + i, size));
+        }
+        bytes = support::FileOf(chunks);
+        bytes.resize(kSize);
+    }
+
+    std::uint64_t chunkSize;
+    std::vector<DataChunk> chunks;
+    std::string bytes;
+};
+
+// A child process that overwrites a file and says when it is about to.
+class Writer {
+public:
+    Writer(const std::string& path, const std::vector<DataChunk>& chunks)
+    {
+        *started_ = 0;
+        child_ = ::fork();
+        if (child_ == 0) {
+            Write(path, chunks);
+            ::_exit(0);
+        }
+        while (*started_ == 0 && ::waitpid(child_, &status_, WNOHANG) == 0) {
+        }
+    }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+    ~Writer() = default;
+
+    // Waits for its end, by itself or at the hands of Kill; true if it was killed.
+    bool WasKilled()
+    {
+        ::waitpid(child_, &status_, 0);
+        return WIFSIGNALED(status_) && WTERMSIG(status_) == SIGKILL;
+    }
+
+    void Kill() const { ::kill(child_, SIGKILL); }
+
+private:
+    void Write(const std::string& path, const std::vector<DataChunk>& chunks) const
+    {
+        DataChunkFileAppender appender(path, false, kSize);
+        for (const DataChunk& chunk : chunks) {
+            appender.Append(chunk);
+        }
+        *started_ = 1;
+    }
+
+    static std::atomic<int>* Shared()
+    {
+        static void* const page =
+            ::mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        return static_cast<std::atomic<int>*>(page);
+    }
+
+    std::atomic<int>* started_ = Shared();
+    pid_t child_ = -1;
+    int status_ = 0;
+};
+
+class KilledWriter : public testing::Test {
+protected:
+    // How long an undisturbed writer takes from its word to its end.
+    Clock::duration Duration()
+    {
+        Writer writer(path_, new_.chunks);
+        const auto start = Clock::now();
+        EXPECT_FALSE(writer.WasKilled());
+        EXPECT_TRUE(support::ReadFile(path_) == new_.bytes);
+        return Clock::now() - start;
+    }
+
+    // Whether a writer was killed, so long after it began to write.
+    bool KillAfter(Clock::duration delay)
+    {
+        support::WriteFile(path_, old_.bytes);
+        Writer writer(path_, new_.chunks);
+        const auto end = Clock::now() + delay;
+        while (Clock::now() < end) {
+        }
+        writer.Kill();
+        return writer.WasKilled();
+    }
+
+    // The number of new bytes that the file begins with; all the others must be the old ones.
+    std::uint64_t NewBytes() const
+    {
+        const std::string bytes = support::ReadFile(path_);
+        EXPECT_EQ(bytes.size(), kSize);
+        const auto different = std::mismatch(bytes.begin(), bytes.end(), new_.bytes.begin()).first;
+        const auto count = static_cast<std::uint64_t>(different - bytes.begin());
+        EXPECT_TRUE(bytes.compare(count, std::string::npos, old_.bytes, count, std::string::npos) == 0) << count;
+        return count;
+    }
+
+    // Reopening keeps the chunks in front of the tear, and goes on behind them.
+    void ExpectRecovery(std::uint64_t newBytes)
+    {
+        const Image& kept = newBytes < kHeaderSize ? old_ : new_;
+        std::uint64_t number = kept.chunks.size();
+        if (newBytes >= kHeaderSize) {
+            number = std::min(number, (newBytes - kHeaderSize) / new_.chunkSize);
+        }
+        std::vector<DataChunk> expected(kept.chunks.begin(), kept.chunks.begin() + static_cast<std::ptrdiff_t>(number));
+        expected.push_back(support::ChunkOfSize(-1, 100));
+        {
+            DataChunkFileAppender appender(path_, true, kSize);
+            EXPECT_EQ(appender.GetTimePoints().size(), number);
+            EXPECT_TRUE(appender.Append(expected.back()));
+        }
+        EXPECT_EQ(support::TimesOf(support::ReadAll(path_)), support::TimesOf(expected));
+    }
+
+    support::TemporaryFolder folder_;
+    support::LogCapture log_{51};
+    std::string path_ = folder_ / "a";
+    Image old_{1'000, 50'000};
+    Image new_{5'000, 65'000};
+};
+
+TEST_F(KilledWriter, LeavesNewBytesThenOldOnesAndReopeningKeepsTheGood)
+{
+    const char* const chosen = std::getenv("CORVANE_KILLS");
+    const int kills = chosen != nullptr ? std::stoi(chosen) : 20;
+    std::int64_t longest = Duration().count();
+    std::mt19937_64 random(20);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same moments each time
+    int killed = 0;
+    int torn = 0;
+    for (int attempt = 0; killed < kills && attempt < 10 * kills && !HasFailure(); ++attempt) {
+        if (!KillAfter(Clock::duration(std::uniform_int_distribution<std::int64_t>(0, longest)(random)))) {
+            longest /= 2;  // it had already ended: the machine has got faster
+            continue;
+        }
+        longest += longest / 4;
+        const std::uint64_t newBytes = NewBytes();
+        ++killed;
+        torn += newBytes != 0 && newBytes != kSize ? 1 : 0;
+        ExpectRecovery(newBytes);
+        if (killed % 50 == 0) {
+            std::cout << killed << " of " << kills << " writers killed\n" << std::flush;
+        }
+    }
+    std::cout << killed << " writers killed while overwriting, " << torn << " files torn\n";
+    EXPECT_EQ(killed, kills);
+}
+
+}  // namespace
