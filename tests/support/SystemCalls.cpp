@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <map>
 #include <utility>
 
@@ -263,6 +264,35 @@ int fstat(int fd, struct stat* status) noexcept
     }
     return static_cast<int>(Observe([&] { return SystemCall{.name = "fstat", .fd = fd, .buffer = status}; },
                                     [&] { return real(fd, status); }));
+}
+
+int fsync(int fd)
+{
+    static auto* const real = Real<decltype(::fsync)>("fsync");
+    if (observed == nullptr) {
+        return real(fd);
+    }
+    return static_cast<int>(Observe([&] { return SystemCall{.name = "fsync", .fd = fd}; }, [&] { return real(fd); }));
+}
+
+int rename(const char* path, const char* target) noexcept
+{
+    static auto* const real = Real<int(const char*, const char*)>("rename");
+    if (observed == nullptr) {
+        return real(path, target);
+    }
+    const auto call = [&] { return SystemCall{.name = "rename", .path = Text(path), .target = Text(target)}; };
+    return static_cast<int>(Observe(call, [&] { return real(path, target); }));
+}
+
+int remove(const char* path) noexcept
+{
+    static auto* const real = Real<int(const char*)>("remove");
+    if (observed == nullptr) {
+        return real(path);
+    }
+    return static_cast<int>(
+        Observe([&] { return SystemCall{.name = "remove", .path = Text(path)}; }, [&] { return real(path); }));
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept

@@ -10,10 +10,11 @@ namespace support {
 
 // One system call as it was made. What a call does not have is 0 or empty; -1 for no descriptor.
 struct SystemCall {
-    std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "mmap", "mremap", "munmap",
-                       // "mprotect", "madvise", and the six calls for extended attributes
+    std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "rename", "remove",
+                       // "mmap", "mremap", "munmap", "mprotect", "madvise", and the six for extended attributes
     int fd = -1;
     std::string path = {};
+    std::string target = {};  // what a rename leads to
     std::string attribute = {};
     int flags = 0;
     unsigned mode = 0;

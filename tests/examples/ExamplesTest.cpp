@@ -1,0 +1,141 @@
+// Runs the examples as a user does, and reads what they print.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+
+#include "support/Chunks.h"
+#include "support/Files.h"
+
+namespace {
+
+constexpr std::uint64_t kMeasureSize = 4'000'000;  // bytes of the file that measure makes
+
+class Examples : public testing::Test {
+protected:
+    // Runs an example with the file's name behind its arguments, and keeps what it prints.
+    void Run(const std::string& example, const std::string& arguments = "")
+    {
+        const std::string command = EXAMPLES_FOLDER "/" + example + " " + arguments + " " + path_ + " 2>&1";
+        FILE* const output = ::popen(command.c_str(), "r");  // NOLINT(cert-env33-c): our own programs
+        ASSERT_NE(output, nullptr);
+        std::array<char, 4096> bytes = {};
+        while (const std::size_t count = std::fread(bytes.data(), 1, bytes.size(), output)) {
+            printed_.append(bytes.data(), count);
+        }
+        const int status = ::pclose(output);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+
+    bool HasPrinted(const std::string& text) const { return printed_.find(text) != std::string::npos; }
+
+    // The number in front of each " <unit>" printed.
+    std::vector<std::uint64_t> NumbersOf(const std::string& unit) const
+    {
+        std::vector<std::uint64_t> numbers;
+        const std::regex pattern("(\\d+) " + unit);
+        for (std::sregex_iterator i(printed_.begin(), printed_.end(), pattern); i != std::sregex_iterator(); ++i) {
+            numbers.push_back(std::stoull((*i)[1]));
+        }
+        return numbers;
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a.chunks";
+    std::string printed_;
+};
+
+TEST_F(Examples, TenLinesPrintTheChunkThatTheyWrote)
+{
+    Run("ten_lines");
+    EXPECT_TRUE(std::regex_match(printed_, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{9}Z 21\.5\n)")))
+        << printed_;
+    EXPECT_EQ(std::filesystem::file_size(path_), 4096U);
+}
+
+TEST_F(Examples, ReplaceFileMakesAChunkFile)
+{
+    Run("replace_file");
+    EXPECT_EQ(printed_, "");
+    EXPECT_EQ(std::filesystem::file_size(path_), 65536U);
+    EXPECT_EQ(folder_.Names(), std::set<std::string>{"a.chunks"});
+}
+
+class Measure : public Examples {
+protected:
+    void SetUp() override { Run("measure", "0.25"); }
+    void TearDown() override
+    {
+        if (HasFailure()) {
+            std::fputs(printed_.c_str(), stderr);
+        }
+    }
+};
+
+TEST_F(Measure, FillsABoundedFileThatCanBeReadBack)
+{
+    const auto chunks = support::ReadAll(path_);
+    EXPECT_GE(chunks.size(), 10U);
+    EXPECT_EQ(std::filesystem::file_size(path_), kMeasureSize);
+    for (const support::DataChunk& chunk : chunks) {
+        EXPECT_EQ(chunk.Fields().count("loadavg"), 1U);
+        EXPECT_FALSE(chunk.Get("stat")->empty());
+    }
+}
+
+TEST_F(Measure, PrintsHowMuchThereIs)
+{
+    const std::uint64_t count = support::ReadAll(path_).size();
+    EXPECT_TRUE(HasPrinted(" measurements\n"));
+    EXPECT_TRUE(HasPrinted("version 2, " + std::to_string(count) + " chunks"));
+    EXPECT_TRUE(HasPrinted(path_));
+    EXPECT_TRUE(HasPrinted(" of 4000000 bytes in use"));
+    const auto opened = NumbersOf("chunks on version 2");  // whole, with a set of names, and the recovered copy
+    ASSERT_EQ(opened.size(), 3U);
+    EXPECT_EQ(opened[0], count);
+    EXPECT_EQ(opened[1], count);
+}
+
+TEST_F(Measure, ShowsARefusedDuplicateAndARefusedOversizeChunk)
+{
+    EXPECT_TRUE(HasPrinted(" 50 DataChunkFileAppender TimePoint "));
+    EXPECT_TRUE(HasPrinted(" has already been appended "));
+    EXPECT_TRUE(HasPrinted(" 50 DataChunkFileAppender Current file size "));
+    EXPECT_TRUE(HasPrinted(" > maxSize 4000000 "));
+}
+
+TEST_F(Measure, RecoversADamagedCopyAndAppendsToIt)
+{
+    const auto kept = NumbersOf("chunks; appending one");
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_LT(kept[0], support::ReadAll(path_).size());
+    EXPECT_TRUE(HasPrinted("40 DataChunkFileAppender Chunk " + std::to_string(kept[0]) + " in file "));
+    EXPECT_EQ(support::ReadAll(path_ + ".damaged").size(), kept[0] + 1);
+}
+
+TEST_F(Measure, TagsItsFileAndShowsAFailuresTwoRecords)
+{
+    if (::setxattr(path_.c_str(), "user.test", "", 0, 0) == -1) {
+        GTEST_SKIP() << "this file system keeps no user attributes";
+    }
+    EXPECT_TRUE(HasPrinted("user.__fileSize = 4000000\n"));
+    EXPECT_TRUE(HasPrinted("user.__trackSize = "));
+    EXPECT_TRUE(HasPrinted(" 10 ExtendedAttributes Cannot get size for xattr user.__emptyFile of "));
+    EXPECT_TRUE(HasPrinted(" 40 ExtendedAttributes Cannot get value of xattr user.__emptyFile of "));
+}
+
+TEST(MeasureUsage, IsToldForANumberThatIsNone)
+{
+    FILE* const output = ::popen(EXAMPLES_FOLDER "/measure soon 2>&1", "r");  // NOLINT(cert-env33-c): our own program
+    ASSERT_NE(output, nullptr);
+    std::array<char, 100> line = {};
+    EXPECT_NE(std::fgets(line.data(), line.size(), output), nullptr);
+    EXPECT_STREQ(line.data(), "usage: measure [seconds [file]]\n");
+    EXPECT_EQ(WEXITSTATUS(::pclose(output)), 2);
+}
+
+}  // namespace
