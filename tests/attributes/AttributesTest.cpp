@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 #include <type_traits>
 
 #include "Corvane/File/ExtendedAttributes.h"
@@ -33,7 +33,7 @@ protected:
     {
         support::WriteFile(path_, "");
         if (::setxattr(path_.c_str(), "user.probe", "", 0, 0) != 0) {
-            GTEST_SKIP() << "no extended attributes on this file system: " << std::strerror(errno);
+            GTEST_SKIP() << "no extended attributes on this file system: " << std::generic_category().message(errno);
         }
         ASSERT_EQ(::removexattr(path_.c_str(), "user.probe"), 0);
     }
@@ -80,11 +80,12 @@ protected:
                          "10 Cannot remove user.x on " + none + reason, "40 Cannot remove user.x on " + none}));
     }
 
-    // What the system itself says to this.
-    static std::string ReasonOfBareCall(const std::string& path, const std::string& name, const std::string& value)
+    // The record of a refused write, with the reason that the system gives for the bare call.
+    std::string Refusal(const std::string& name, const std::string& value) const
     {
-        EXPECT_EQ(::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0), -1);
-        return std::strerror(errno);
+        EXPECT_EQ(::setxattr(path_.c_str(), name.c_str(), value.data(), value.size(), 0), -1);
+        const std::string reason = std::generic_category().message(errno);
+        return "10 Cannot set " + name + " to " + value + " on " + path_ + ": " + reason;
     }
 
     support::TemporaryFolder folder_;
@@ -136,8 +137,7 @@ TEST_F(Attributes, LargestValueIsReadBackAndOneByteMoreIsRefused)
     EXPECT_EQ(ExtendedAttributes::Read(path_, "user.x"), value);
     EXPECT_FALSE(TryWrite(path_, "user.x", value + "v"));
     EXPECT_EQ(ExtendedAttributes::Read(path_, "user.x"), value);
-    const std::string reason = ReasonOfBareCall(path_, "user.x", value + "v");
-    EXPECT_EQ(log_.Lines(), Lines{"10 Cannot set user.x to " + value + "v on " + path_ + ": " + reason});
+    EXPECT_EQ(log_.Lines(), Lines{Refusal("user.x", value + "v")});
 }
 
 TEST_F(Attributes, NamesComeInByteOrderWithTheirPrefixes)
@@ -290,8 +290,7 @@ TEST_F(Attributes, NamesTheSystemRefusesAreFailures)
          {std::string("x"), std::string("nobody.x"), std::string(), prefix, prefix + std::string(251, 'n')}) {
         log_.Clear();
         EXPECT_FALSE(TryWrite(path_, name, "v")) << name;
-        const std::string reason = ReasonOfBareCall(path_, name, "v");
-        EXPECT_EQ(log_.Lines(), Lines{"10 Cannot set " + name + " to v on " + path_ + ": " + reason});
+        EXPECT_EQ(log_.Lines(), Lines{Refusal(name, "v")});
     }
 }
 
@@ -427,7 +426,8 @@ TEST_F(Attributes, MoreThan64KiBOfNamesCannotBeListed)
     const std::string path = "/dev/shm/chunkfiles-names-" + std::to_string(::getpid());
     support::WriteFile(path, "");
     for (int i = 0; i < 300; ++i) {
-        const std::string name = "user." + std::to_string(1000 + i) + std::string(246, 'n');
+        std::string name = "user." + std::to_string(1000 + i);
+        name.resize(255, 'n');
         EXPECT_TRUE(TryWrite(path, name, ""));
     }
     EXPECT_EQ(ExtendedAttributes::List(path, success_), Names{});

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 
 #include "Corvane/File/ExtendedAttributes.h"
 #include "platforms/scripted/ScriptedPlatform.h"
@@ -20,10 +21,10 @@ using Corvane::File::ExtendedAttributes;
 using tarn::cv::logging::LoggingManager;
 using Lines = std::vector<std::string>;
 
-const std::string kPath = "/some/file";
-const std::string kName = "user.name";
-const std::string kPlainValue = "value";
-const std::string kBinaryValue("va\0l\x1bue", 7);
+constexpr const char* kPath = "/some/file";
+constexpr const char* kName = "user.name";
+constexpr std::string_view kPlainValue = "value";
+constexpr std::string_view kBinaryValue("va\0l\x1bue", 7);
 
 struct Thrown {};
 
@@ -91,8 +92,9 @@ Failure List(std::uint64_t nth)
             "List(const std::string& path)"};
 }
 
-Failure WriteByDescriptor(const std::string& value)
+Failure WriteByDescriptor(std::string_view plainOrBinary)
 {
+    const std::string value(plainOrBinary);
     const std::string text = "Cannot set user.name to " + value + " on -1";
     return {value == kPlainValue ? "WriteByDescriptor" : "WriteByDescriptorOfBinaryValue",
             "fsetxattr",
@@ -105,8 +107,9 @@ Failure WriteByDescriptor(const std::string& value)
             "Write(int fd, const std::string& name, const std::string& value)"};
 }
 
-Failure WriteByPath(const std::string& value)
+Failure WriteByPath(std::string_view plainOrBinary)
 {
+    const std::string value(plainOrBinary);
     const std::string text = "Cannot set user.name to " + value + " on /some/file";
     return {value == kPlainValue ? "WriteByPath" : "WriteByPathOfBinaryValue",
             "setxattr",
@@ -153,7 +156,7 @@ std::pair<int, int> LinesOf(const std::string& signature)
 class Failures : public testing::TestWithParam<Failure> {
 protected:
     // The failing call fails with this error; the size query before it, if there is one, succeeds.
-    void FailWith(support::SystemCalls& calls, int error) const
+    static void FailWith(support::SystemCalls& calls, int error)
     {
         for (std::uint64_t nth = 0; nth < GetParam().nth; ++nth) {
             calls.On(GetParam().call, nth, [](const support::SystemCall&) { return 5; });
@@ -162,7 +165,7 @@ protected:
     }
 
     // Runs the flag variant and returns the flag.
-    bool RunFlagVariant(int error, bool flag = true) const
+    static bool RunFlagVariant(int error, bool flag = true)
     {
         support::SystemCalls calls;
         FailWith(calls, error);
@@ -173,7 +176,7 @@ protected:
     }
 
     // Runs the throwing variant and returns the text that it threw, which what() shows to its first zero.
-    std::string RunThrowingVariant(int error) const
+    static std::string RunThrowingVariant(int error)
     {
         support::SystemCalls calls;
         FailWith(calls, error);
@@ -185,7 +188,10 @@ protected:
         return "none";
     }
 
-    std::string FlagLine(int error) const { return "10 " + GetParam().text + ": " + std::strerror(error); }
+    static std::string FlagLine(int error)
+    {
+        return "10 " + GetParam().text + ": " + std::generic_category().message(error);
+    }
 
     // The registry and the logger do this whenever they are used. A failure reported uses them four times: look-up,
     // level, look-up, record.

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <system_error>
 
 #include "Corvane/File/ExtendedAttributes.h"
 #include "platforms/scripted/ScriptedPlatform.h"
@@ -25,7 +26,7 @@ protected:
     {
         support::WriteFile(path_, "");
         if (::setxattr(path_.c_str(), "user.a", "abc", 3, 0) != 0) {
-            GTEST_SKIP() << "no extended attributes on this file system: " << std::strerror(errno);
+            GTEST_SKIP() << "no extended attributes on this file system: " << std::generic_category().message(errno);
         }
     }
 

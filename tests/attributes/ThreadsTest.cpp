@@ -2,8 +2,8 @@
 #include <sys/xattr.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -26,7 +26,7 @@ protected:
             support::WriteFile(folder_ / std::to_string(i), "");
         }
         if (::setxattr((folder_ / "0").c_str(), "user.probe", "", 0, 0) != 0) {
-            GTEST_SKIP() << "no extended attributes on this file system: " << std::strerror(errno);
+            GTEST_SKIP() << "no extended attributes on this file system: " << std::generic_category().message(errno);
         }
     }
 
@@ -50,6 +50,7 @@ protected:
     void RunThreads(bool oneFile)
     {
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int i = 0; i < kThreads; ++i) {
             threads.emplace_back(Work, folder_ / std::to_string(oneFile ? 0 : i), "user.n" + std::to_string(i));
         }
