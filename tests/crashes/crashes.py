@@ -39,7 +39,7 @@ class Disk:
         if kind in MAKERS:
             with open(self.image, "wb") as image:
                 image.truncate(IMAGE_SIZE)
-            subprocess.run([*MAKERS[kind], self.image], check=True)
+            subprocess.run([*MAKERS[kind], self.image], check=True, stdout=subprocess.DEVNULL)
         self.mount()
 
     def mount(self):
@@ -117,7 +117,7 @@ def cut_plain(build, disk, cuts):
         subprocess.run([writer, "write", path, str(2 * cut + 1)], check=True)
         new = path.read_bytes()
         # Half of the time the disk is being written to when the power fails.
-        sync = subprocess.Popen(["sync", "-f", path]) if cut % 4 >= 2 else None
+        sync = subprocess.Popen(["sync", "-f", path], stderr=subprocess.DEVNULL) if cut % 4 >= 2 else None
         time.sleep(random.uniform(0, 0.01))
         disk.cut_power()
         if sync:
