@@ -142,6 +142,36 @@ TEST_P(AppenderExceptions, ThrowingLoggerOfARefusalLeavesTheImageAsItWas)
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
+TEST_P(AppenderExceptions, ThrowingLevelOfARefusalLeavesTheImageAsItWas)
+{
+    platform_.logger.onLevel = ThrowAt(0);
+    const DataChunk again(10, 40);
+    EXPECT_THROW(appender_->Append(again), Thrown);
+    platform_.ClearScript();
+    EXPECT_EQ(Written(), Image({&first_, &second_}));
+}
+
+TEST_P(AppenderExceptions, ThrowingOutputOfATimePointLeavesTheImageAsItWas)
+{
+    TimePoint::onPrint = ThrowAt(0);
+    const DataChunk again(10, 40);
+    EXPECT_THROW(appender_->Append(again), Thrown);
+    platform_.ClearScript();
+    EXPECT_EQ(Written(), Image({&first_, &second_}));
+}
+
+TEST_P(AppenderExceptions, ThrowingLoggerOfAChunkThatIsTooLongLeavesTheImageAsItWas)
+{
+    if (GetParam() == 0) {
+        GTEST_SKIP() << "an unbounded image refuses no size";
+    }
+    platform_.logger.onLog = ThrowAt(0);
+    const DataChunk large(99, 500);
+    EXPECT_THROW(appender_->Append(large), Thrown);
+    platform_.ClearScript();
+    EXPECT_EQ(Written(), Image({&first_, &second_}));
+}
+
 TEST_P(AppenderExceptions, NextAppendWorksAfterAFailedOne)
 {
     ExpectAppendToThrow(DataChunk::onWrite, 0);

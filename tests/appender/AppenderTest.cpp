@@ -107,6 +107,12 @@ TEST_F(Appender, BytesOfALongerFileStayBehindTheImage)
     EXPECT_EQ(ReadFile(path_), Word(2) + std::string(56, '\0') + std::string(136, 'o'));
 }
 
+TEST_F(Appender, BytesOfALongerFileStayBehindAnUnboundedImageToo)
+{
+    support::WriteFile(path_, std::string(200, 'o'));
+    EXPECT_EQ(Write(0, {ChunkOfSize(1, 100)}), support::FileOf({ChunkOfSize(1, 100)}, 0) + std::string(84, 'o'));
+}
+
 TEST_F(Appender, NothingReachesTheDiskBeforeDestruction)
 {
     DataChunkFileAppender appender(path_, false, 512);

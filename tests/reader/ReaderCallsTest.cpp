@@ -51,6 +51,18 @@ TEST_F(ReaderCalls, FetchingSeeksOnceAndLetsTheChunkRead)
     }
 }
 
+TEST_F(ReaderCalls, FetchingWithNamesSeeksToo)
+{
+    DataChunkFileReader reader(path_);
+    support::DataChunk chunk;
+    const support::SystemCalls calls;
+    EXPECT_EQ(reader.GetChunk(chunk, 116, {"p"}), 200U);
+    EXPECT_EQ(calls.Names().at(0), "lseek64");
+    EXPECT_EQ(calls.Calls()[0].offset, 116);
+    EXPECT_EQ(calls.Calls()[0].flags, SEEK_SET);
+    EXPECT_EQ(calls.Calls("lseek64").size(), 1U);
+}
+
 TEST_F(ReaderCalls, FailedReadsOfTheHeaderLeaveItZero)
 {
     support::SystemCalls calls;
@@ -77,8 +89,10 @@ TEST_F(ReaderCalls, FailedSeekIsIgnored)
     support::DataChunk chunk;
     support::SystemCalls calls;
     calls.Fail("lseek64", EINVAL);
-    EXPECT_EQ(reader.GetChunk(chunk, 116), 100U);  // the descriptor stands behind the header
-    EXPECT_EQ(calls.Fired(), 1U);
+    calls.Fail("lseek64", EINVAL, 1);
+    EXPECT_EQ(reader.GetChunk(chunk, 116), 100U);        // the descriptor stands behind the header
+    EXPECT_EQ(reader.GetChunk(chunk, 16, {"p"}), 200U);  // and now behind record 0
+    EXPECT_EQ(calls.Fired(), 2U);
 }
 
 }  // namespace

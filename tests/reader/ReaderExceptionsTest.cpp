@@ -83,6 +83,32 @@ TEST_F(ReaderExceptions, LoggerIsLookedUpOnceByName)
     EXPECT_EQ(LoggingManager::names, std::vector<std::string>{"DataChunkFileReader"});
 }
 
+TEST_F(ReaderExceptions, FetchingAndClosingLogNothing)
+{
+    platform_.logger.level = INT32_MIN;
+    {
+        DataChunkFileReader reader(path_);
+        DataChunk chunk;
+        EXPECT_EQ(reader.GetChunk(chunk, 16), 0U);
+        EXPECT_EQ(reader.GetChunk(chunk, 16, {"x"}), 0U);
+    }
+    EXPECT_EQ(platform_.logger.Lines().size(), 1U);  // of the opening
+}
+
+TEST_F(ReaderExceptions, NoTextIsBuiltForARecordThatIsNotIssued)
+{
+    LoggingManager::names.reserve(8);  // the registry's own
+    const auto allocationsAtLevel = [this](std::int32_t level) {
+        platform_.logger.level = level;
+        const support::Allocations allocations;
+        const DataChunkFileReader reader(path_);
+        return allocations.Count();
+    };
+    EXPECT_GT(allocationsAtLevel(10), allocationsAtLevel(11));
+    EXPECT_EQ(allocationsAtLevel(11), allocationsAtLevel(51));
+    EXPECT_EQ(platform_.logger.Lines().size(), 1U);
+}
+
 TEST_F(ReaderExceptions, SetIsPassedToTheChunkUntouched)
 {
     const std::set<std::string> names = {"x", "y"};

@@ -86,6 +86,26 @@ TEST_P(ReopenCalls, FileIsLoadedPlainlyBeforeItIsOpenedForWriting)
     EXPECT_EQ(calls.Calls("read").size(), 2U);  // the file, and its end
 }
 
+TEST_P(ReopenCalls, NothingElseIsAskedOfFiles)
+{
+    SystemCalls calls;
+    EXPECT_EQ(Reopen(calls), 3);
+    Lines names = calls.Names();
+    std::erase_if(names, [](const std::string& name) { return name.front() == 'm'; });  // mappings
+    EXPECT_EQ(names, (Lines{"open", "fstat", "read", "read", "close", "open", "write", "close"}));
+}
+
+TEST_P(ReopenCalls, RefusedFileIsNeitherOpenedForWritingNorWritten)
+{
+    for (const std::string& refused : {std::string(), std::string(15, 'x'), support::Word(3) + support::Word(0)}) {
+        Write(refused);
+        SystemCalls calls;
+        EXPECT_EQ(Reopen(calls), -1);
+        EXPECT_EQ(calls.Calls("open").size(), 1U);
+        EXPECT_TRUE(calls.Calls("write").empty());
+    }
+}
+
 TEST_P(ReopenCalls, InterruptedReadsAreRepeated)
 {
     SystemCalls calls;
@@ -150,18 +170,32 @@ TEST_P(ReopenCalls, EveryRefusedMappingIsAFailedAllocationOrHarmless)
 TEST_P(ReopenCalls, TailBecomesSmallerWhereAddressSpaceIsScarce)
 {
     SystemCalls calls;
-    for (int refused = 0; refused < 5; ++refused) {
-        calls.On(
-            "mmap", 0,
-            [](const SystemCall& call) -> std::optional<std::int64_t> {
-                return call.size > 200'000'000 ? std::optional<std::int64_t>(-1) : std::nullopt;
-            },
-            true);
-    }
+    calls.On(
+        "mmap", 0,
+        [](const SystemCall& call) -> std::optional<std::int64_t> {
+            return call.size > 200'000'000 ? std::optional<std::int64_t>(-1) : std::nullopt;
+        },
+        true);
     EXPECT_EQ(Reopen(calls), 3);
     const auto mappings = calls.Calls("mmap");
     EXPECT_GT(mappings.front().size, std::uint64_t{1} << 32U);
     EXPECT_GT(mappings.back().size, 100'000'000U);
+}
+
+TEST_P(ReopenCalls, WithoutRoomForTheSmallestTailReopeningFails)
+{
+    const std::uint64_t image = 4096 + (std::uint64_t{1} << 21U);  // and what makes it begin on a huge page
+    for (const auto& [allowed, found] : {std::pair{image + 65536, 3}, {image + 65535, -1}}) {
+        SystemCalls calls;
+        calls.On(
+            "mmap", 0,
+            [limit = allowed](const SystemCall& call) -> std::optional<std::int64_t> {
+                errno = ENOMEM;
+                return call.size > limit ? std::optional<std::int64_t>(-1) : std::nullopt;
+            },
+            true);
+        EXPECT_EQ(Reopen(calls), found);
+    }
 }
 
 TEST_P(ReopenCalls, EveryFailedAllocationThrowsOrLoadsAll)

@@ -26,10 +26,10 @@ public:
     void ClearScript()
     {
         using Corvane::Pellin::DataChunk;
-        for (auto* const function :
-             {&DataChunk::onGetTimePoint, &DataChunk::onGetSizeOnFile, &DataChunk::onWrite, &DataChunk::onReadFrom,
-              &Corvane::Time::TimePoint::onCopy, &Corvane::Time::TimePoint::onCompare,
-              &tarn::cv::logging::LoggingManager::onLookUp, &logger.onLog, &logger.onLevel}) {
+        for (auto* const function : {&DataChunk::onGetTimePoint, &DataChunk::onGetSizeOnFile, &DataChunk::onWrite,
+                                     &DataChunk::onReadFrom, &Corvane::Time::TimePoint::onCopy,
+                                     &Corvane::Time::TimePoint::onCompare, &Corvane::Time::TimePoint::onPrint,
+                                     &tarn::cv::logging::LoggingManager::onLookUp, &logger.onLog, &logger.onLevel}) {
             *function = nullptr;
         }
         DataChunk::parse = nullptr;

@@ -26,7 +26,7 @@ using Sink = std::function<void(const Record&)>;
 // What the library calls, and a platform of your own must offer: GetLogger and GetLoggerPtr.
 class LoggingManager {
 public:
-    LoggingManager() = delete;
+    explicit LoggingManager() = delete;  // explicit: or braces would still make one in C++17
 
     // The logger of that name; one that is switched off answers kOff to GetCurrentLevel.
     static Logger& GetLogger(const std::string& name);

@@ -274,7 +274,7 @@ void DataChunkFileAppender::Walk()
 {
     for (std::uint64_t i = 0; i < chunkNumber_; ++i) {
         DataChunk chunk;
-        // A file holds no more records than it has bytes: this ends the walk where records claim to have no length.
+        // An image holds no more records than bytes: this ends the walk where records claim to have no length.
         if (i >= data_->Size() - kHeaderSize || !IsGoodRecord(chunk)) {
             Log(logger_, kErrorLevel, [&] {
                 return Join("Chunk ", i, " in file ", filename_, " of ", chunkNumber_,

@@ -41,8 +41,9 @@ public:
     //          true: load the existing file and continue it. The chunks are read one after the other until the header's
     //          count is reached. The first that is not good (it does not parse, or it would end behind the image) ends
     //          this: those before it are kept, the rest becomes free space that the next chunks overwrite. Closed
-    //          without a successful Append, a damaged file is written back as it was, header count included. A bounded
-    //          image keeps its maxSize, and a shorter file is filled up with zeros.
+    //          without an Append, a damaged file is written back as it was, header count included. A bounded image
+    //          keeps its maxSize, and a shorter file is filled up with zeros. Should a chunk type take records without
+    //          length, no more of them are read than the image has bytes.
     //
     // Records with reopen: level 20 "In file <name>: we discovered <count> chunks from version 2"; level 40 "Chunk <i>
     // in file <name> of <count> chunks is not good. We skip the remaining <count - 1 - i> chunks", i counted from 0.

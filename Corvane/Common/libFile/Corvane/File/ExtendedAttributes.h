@@ -24,7 +24,7 @@ namespace Corvane::File {
 // Records    Through LoggingManager::GetLogger("ExtendedAttributes"), looked up for each level query and each record.
 class ExtendedAttributes {
 public:
-    ExtendedAttributes() = delete;
+    explicit ExtendedAttributes() = delete;  // explicit: or braces would still make one in C++17
 
     // The value of an attribute, zero bytes included.
     //   "Cannot get size for xattr <name> on fd <fd>: <reason>"   the first call failed; returns an empty value

@@ -6,7 +6,7 @@
 
 namespace Corvane::Time {
 
-// A time point whose copying and comparing a test can watch, and make throw.
+// A time point whose copying, comparing and printing a test can watch, and make throw.
 class TimePoint {
 public:
     explicit TimePoint(std::int64_t value) : value_(value) {}
@@ -30,6 +30,7 @@ public:
 
     static inline std::function<void()> onCopy;
     static inline std::function<void()> onCompare;
+    static inline std::function<void()> onPrint;
 
 private:
     std::int64_t value_;
@@ -37,6 +38,9 @@ private:
 
 inline std::ostream& operator<<(std::ostream& stream, const TimePoint& timePoint)
 {
+    if (TimePoint::onPrint) {
+        TimePoint::onPrint();
+    }
     return stream << timePoint.Value();
 }
 

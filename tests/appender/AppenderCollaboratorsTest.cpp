@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
+
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "platforms/scripted/ScriptedPlatform.h"
+#include "support/Files.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using Corvane::Pellin::DataChunk;
+using tarn::cv::logging::LoggingManager;
+using Lines = std::vector<std::string>;
+
+// What an appender asks of chunks and logging, and when.
+class AppenderCollaborators : public testing::Test {
+protected:
+    AppenderCollaborators()
+    {
+        DataChunk::onGetSizeOnFile = [this] { asked_.push_back("size"); };
+        DataChunk::onGetTimePoint = [this] { asked_.push_back("time point"); };
+        DataChunk::onWrite = [this] { asked_.push_back("write"); };
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::ScriptedPlatform platform_;
+    Lines asked_;
+};
+
+TEST_F(AppenderCollaborators, LoggerIsLookedUpOnceByNameInTheConstructor)
+{
+    LoggingManager::onLookUp = [this] { asked_.push_back("logger"); };
+    {
+        DataChunkFileAppender appender(path_, false, 64);
+        EXPECT_EQ(asked_, Lines{"logger"});
+        EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
+    }
+    EXPECT_EQ(LoggingManager::names, Lines{"DataChunkFileAppender"});
+}
+
+TEST_F(AppenderCollaborators, AppendAsksForSizeThenTimePointThenWrites)
+{
+    DataChunkFileAppender appender(path_, false, 200);
+    EXPECT_TRUE(appender.Append(DataChunk(1, 100)));
+    EXPECT_EQ(asked_, (Lines{"size", "time point", "write"}));
+}
+
+TEST_F(AppenderCollaborators, ChunkThatDoesNotFitIsAskedForItsSizeOnly)
+{
+    DataChunkFileAppender appender(path_, false, 64);
+    EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
+    EXPECT_EQ(asked_, Lines{"size"});
+}
+
+TEST_F(AppenderCollaborators, RefusedDuplicateIsNotWritten)
+{
+    DataChunkFileAppender appender(path_, false, 400);
+    EXPECT_TRUE(appender.Append(DataChunk(1, 100)));
+    asked_.clear();
+    EXPECT_FALSE(appender.Append(DataChunk(1, 50)));
+    EXPECT_EQ(asked_, (Lines{"size", "time point"}));
+}
+
+TEST_F(AppenderCollaborators, WithoutALoggerNothingIsLoggedAndAllElseIsTheSame)
+{
+    LoggingManager::absent = true;
+    support::SystemCalls calls;
+    calls.Fail("write", ENOSPC);
+    {
+        DataChunkFileAppender appender(path_, false, 200);
+        EXPECT_TRUE(appender.Append(DataChunk(1, 100)));
+        EXPECT_FALSE(appender.Append(DataChunk(1, 50)));
+        EXPECT_FALSE(appender.Append(DataChunk(2, 500)));
+    }
+    EXPECT_EQ(calls.Fired(), 1U);
+    EXPECT_EQ(platform_.logger.Lines(), Lines{});
+}
+
+TEST_F(AppenderCollaborators, WithoutALoggerADamagedFileIsRecoveredInSilence)
+{
+    LoggingManager::absent = true;
+    support::WriteFile(path_, support::Word(2) + support::Word(3) + std::string(100, 'x'));
+    EXPECT_TRUE(DataChunkFileAppender(path_, true, 0).GetTimePoints().empty());
+    EXPECT_EQ(platform_.logger.Lines(), Lines{});
+}
+
+TEST_F(AppenderCollaborators, NegativeLevelsAreBelowAllOthers)
+{
+    platform_.logger.level = -5;
+    DataChunkFileAppender appender(path_, false, 64);
+    EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
+    EXPECT_EQ(platform_.logger.Lines().size(), 1U);
+}
+
+TEST_F(AppenderCollaborators, FailedFlushChangesNothingForTheDestructor)
+{
+    auto appender = std::make_unique<DataChunkFileAppender>(path_, false, 64);
+    support::SystemCalls calls;
+    calls.Fail("write", ENOSPC);
+    appender->Flush();
+    appender.reset();
+    const auto writes = calls.Calls("write");
+    ASSERT_EQ(writes.size(), 2U);
+    EXPECT_EQ(writes[1].buffer, writes[0].buffer);
+    EXPECT_EQ(writes[1].size, 64U);
+    EXPECT_EQ(support::ReadFile(path_), support::Word(2) + std::string(56, '\0'));
+}
+
+TEST_F(AppenderCollaborators, ThrowingLoggerOfAFailedLastWriteEndsTheProcess)
+{
+    platform_.logger.onLog = [] { throw std::runtime_error("a logger's"); };
+    EXPECT_DEATH(
+        {
+            support::SystemCalls calls;
+            calls.Fail("write", ENOSPC);
+            const DataChunkFileAppender appender(path_, false, 64);
+        },
+        "");
+}
+
+}  // namespace
