@@ -3,10 +3,11 @@
 #include <sys/wait.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
-#include <regex>
 
 #include "support/Chunks.h"
 #include "support/Files.h"
@@ -37,9 +38,10 @@ protected:
     std::vector<std::uint64_t> NumbersOf(const std::string& unit) const
     {
         std::vector<std::uint64_t> numbers;
-        const std::regex pattern("(\\d+) " + unit);
-        for (std::sregex_iterator i(printed_.begin(), printed_.end(), pattern); i != std::sregex_iterator(); ++i) {
-            numbers.push_back(std::stoull((*i)[1]));
+        for (std::size_t at = printed_.find(' ' + unit); at != std::string::npos;
+             at = printed_.find(' ' + unit, at + 1)) {
+            const std::size_t begin = printed_.find_last_not_of("0123456789", at - 1) + 1;
+            numbers.push_back(std::stoull(printed_.substr(begin, at - begin)));
         }
         return numbers;
     }
@@ -52,8 +54,9 @@ protected:
 TEST_F(Examples, TenLinesPrintTheChunkThatTheyWrote)
 {
     Run("ten_lines");
-    EXPECT_TRUE(std::regex_match(printed_, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{9}Z 21\.5\n)")))
-        << printed_;
+    EXPECT_TRUE(HasPrinted("Z 21.5\n"));
+    std::replace_if(printed_.begin(), printed_.end(), [](unsigned char byte) { return std::isdigit(byte) != 0; }, '0');
+    EXPECT_EQ(printed_, "0000-00-00T00:00:00.000000000Z 00.0\n");
     EXPECT_EQ(std::filesystem::file_size(path_), 4096U);
 }
 

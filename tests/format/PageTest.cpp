@@ -1,11 +1,12 @@
 // Keeps docs/format.md in step with what the library writes and with the tests that it names.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <iomanip>
-#include <regex>
 #include <sstream>
+#include <string_view>
 
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Chunks.h"
@@ -16,8 +17,8 @@ namespace {
 using Corvane::Time::TimePoint;
 using support::DataChunk;
 
-const std::string kBegin = "<!-- a file of two records -->\n```text\n";
-const std::string kEnd = "```\n";
+constexpr std::string_view kBegin = "<!-- a file of two records -->\n```text\n";
+constexpr std::string_view kEnd = "```\n";
 
 // A file's bytes, a line for each of its words: position, bytes, meaning.
 class Dump {
@@ -110,30 +111,45 @@ TEST(FormatPage, ShowsAFileOfTwoRecords)
     EXPECT_EQ(page.substr(begin, end - begin), dump);
 }
 
-// The names that stand in the sources as TEST(suite, name), TEST_F or TEST_P, as "suite.name".
-std::set<std::string> NamesOfTests()
+// Adds the tests of a source, TEST(suite, name), TEST_F or TEST_P, as "suite.name".
+void AddTests(const std::string& source, std::set<std::string>& names)
 {
-    const std::regex pattern(R"(TEST(?:_F|_P)?\((\w+), (\w+)\))");
+    for (std::size_t at = source.find("\nTEST"); at != std::string::npos; at = source.find("\nTEST", at + 1)) {
+        const std::size_t suite = source.find('(', at) + 1;
+        const std::size_t comma = source.find(", ", suite);
+        const std::size_t end = source.find(')', comma);
+        names.insert(source.substr(suite, comma - suite) + '.' + source.substr(comma + 2, end - comma - 2));
+    }
+}
+
+std::set<std::string> AllTests()
+{
     std::set<std::string> names;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(TESTS_FOLDER)) {
         if (entry.path().extension() == ".cpp") {
-            const std::string source = support::ReadFile(entry.path());
-            for (std::sregex_iterator i(source.begin(), source.end(), pattern); i != std::sregex_iterator(); ++i) {
-                names.insert((*i)[1].str() + "." + (*i)[2].str());
-            }
+            AddTests(support::ReadFile(entry.path()), names);
         }
     }
     return names;
 }
 
+// Whether what stands in backquotes is the name of a test: "Suite.Name".
+bool IsTest(const std::string& code)
+{
+    const std::size_t dot = code.find('.');
+    return dot != std::string::npos && std::isupper(code[0]) != 0 && std::isupper(code[dot + 1]) != 0;
+}
+
 TEST(FormatPage, NamesTestsThatThereAre)
 {
-    const std::string page = support::ReadFile(FORMAT_PAGE);
-    const std::regex pattern(R"(`([A-Z]\w+\.[A-Z]\w{12,})`)");
-    const std::set<std::string> tests = NamesOfTests();
+    const std::set<std::string> tests = AllTests();
+    std::istringstream page(support::ReadFile(FORMAT_PAGE));
     int count = 0;
-    for (std::sregex_iterator i(page.begin(), page.end(), pattern); i != std::sregex_iterator(); ++i, ++count) {
-        EXPECT_EQ(tests.count((*i)[1]), 1U) << (*i)[1];
+    for (std::string text, code; std::getline(page, text, '`') && std::getline(page, code, '`');) {
+        if (IsTest(code)) {
+            EXPECT_EQ(tests.count(code), 1U) << code;
+            ++count;
+        }
     }
     EXPECT_GT(count, 20);
 }
