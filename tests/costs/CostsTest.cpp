@@ -1,0 +1,218 @@
+// What the library's operations cost, in numbers that no other load on the machine can change: calls, allocations,
+// collaborators asked, memory. Times are the benchmarks' business.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "Corvane/File/DataChunkFileReader.h"
+#include "ScriptedPlatform.h"
+#include "support/Allocations.h"
+#include "support/Files.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileAppender;
+using Corvane::Pellin::DataChunk;
+using Corvane::Time::TimePoint;
+using Names = std::vector<std::string>;
+
+constexpr std::uint64_t kChunks = 10'000;
+constexpr std::uint64_t kRecordSize = 64;
+constexpr std::uint64_t kFileSize = 16 + kChunks * kRecordSize;
+constexpr std::uint64_t kMiB = 1U << 20U;
+
+// How often an append asked its collaborators, and allocated, on average over all.
+struct Asked {
+    double sizes = 0;
+    double timePoints = 0;
+    double writes = 0;
+    double comparisons = 0;
+    double copies = 0;
+    double allocations = 0;
+};
+
+std::vector<std::int64_t> TimesInOrder()
+{
+    std::vector<std::int64_t> times(kChunks);
+    std::iota(times.begin(), times.end(), 0);
+    return times;
+}
+
+std::vector<std::int64_t> TimesInRandomOrder()
+{
+    std::vector<std::int64_t> times = TimesInOrder();
+    std::shuffle(times.begin(), times.end(), std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
+    return times;
+}
+
+// The most memory that this process has had, in bytes.
+std::uint64_t PeakMemory()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmHWM:", 0) == 0) {
+            return std::stoull(line.substr(6)) * 1024;
+        }
+    }
+    return 0;
+}
+
+class Costs : public testing::Test {
+protected:
+    Asked Append(const std::vector<std::int64_t>& times, std::uint64_t maxSize)
+    {
+        DataChunkFileAppender file(path_, false, maxSize);
+        Asked asked;
+        const auto count = [](double& counter) { return [&counter] { counter += 1.0 / kChunks; }; };
+        DataChunk::onGetSizeOnFile = count(asked.sizes);
+        DataChunk::onGetTimePoint = count(asked.timePoints);
+        DataChunk::onWrite = count(asked.writes);
+        TimePoint::onCompare = count(asked.comparisons);
+        TimePoint::onCopy = count(asked.copies);
+        const support::Allocations allocations;
+        for (const std::int64_t time : times) {
+            EXPECT_TRUE(file.Append(DataChunk(time, kRecordSize)));
+        }
+        asked.allocations = static_cast<double>(allocations.Count()) / kChunks;
+        platform_.ClearScript();
+        return asked;
+    }
+
+    // Fills a new file up to `size` bytes with chunks of 64 KiB.
+    void Fill(std::uint64_t size, std::uint64_t maxSize)
+    {
+        DataChunkFileAppender file(path_, false, maxSize);
+        for (std::uint64_t i = 0; i < size / 65536; ++i) {
+            ASSERT_TRUE(file.Append(DataChunk(static_cast<std::int64_t>(i), 65536)));
+        }
+    }
+
+    // The memory that filling takes at most, in MiB.
+    void ExpectPeak(std::uint64_t size, std::uint64_t maxSize, std::uint64_t mostMiB)
+    {
+        const int result = support::RunInChild([&] {
+            std::ofstream("/proc/self/clear_refs") << 5;  // forget the peak of the parent
+            const std::uint64_t before = PeakMemory();
+            Fill(size, maxSize);
+            EXPECT_LE((PeakMemory() - before) / kMiB, mostMiB);
+        });
+        EXPECT_EQ(result, 0);
+    }
+
+    // The calls that reopening makes on a file of so many chunks.
+    Names CallsOfReopening(std::uint64_t chunks)
+    {
+        {
+            DataChunkFileAppender file(path_, false, kFileSize);
+            for (std::uint64_t i = 0; i < chunks; ++i) {
+                EXPECT_TRUE(file.Append(DataChunk(static_cast<std::int64_t>(i), kRecordSize)));
+            }
+        }
+        const support::SystemCalls calls;
+        {
+            const DataChunkFileAppender file(path_, true, kFileSize);
+            EXPECT_EQ(file.GetTimePoints().size(), chunks);
+        }
+        return calls.Names();
+    }
+
+    support::TemporaryFolder folder_;
+    std::string path_ = folder_ / "a";
+    support::ScriptedPlatform platform_;
+};
+
+TEST_F(Costs, AppendAsksAChunkOnceForEverything)
+{
+    const Asked asked = Append(TimesInOrder(), kFileSize);
+    EXPECT_NEAR(asked.sizes, 1, 1e-6);
+    EXPECT_NEAR(asked.timePoints, 1, 1e-6);
+    EXPECT_NEAR(asked.writes, 1, 1e-6);
+}
+
+TEST_F(Costs, AppendInOrderTakesThreeComparisonsOneCopyOneAllocation)
+{
+    const Asked asked = Append(TimesInOrder(), kFileSize);
+    EXPECT_GT(asked.comparisons, 0);
+    EXPECT_LE(asked.comparisons, 3);
+    EXPECT_NEAR(asked.copies, 1, 1e-6);
+    EXPECT_NEAR(asked.allocations, 1, 1e-6);
+}
+
+TEST_F(Costs, AppendInRandomOrderSearchesTheSetOnce)
+{
+    const Asked asked = Append(TimesInRandomOrder(), kFileSize);
+    EXPECT_GT(asked.comparisons, std::log2(kChunks) - 2);
+    EXPECT_LT(asked.comparisons, 1.2 * std::log2(kChunks) + 4);  // a second search would add as many again
+    EXPECT_NEAR(asked.copies, 1, 1e-6);
+    EXPECT_NEAR(asked.allocations, 1, 1e-6);
+}
+
+TEST_F(Costs, GrowingAllocatesSeldom)
+{
+    EXPECT_LT(Append(TimesInOrder(), 0).allocations, 1.01);
+}
+
+TEST_F(Costs, LargeBoundedImageIsMappedOnceAndNeverMoved)
+{
+    const support::SystemCalls calls;
+    Fill(64 * kMiB, 16 + 64 * kMiB);
+    EXPECT_EQ(calls.Calls("mmap").size(), 1U);
+    EXPECT_EQ(calls.Calls("mremap").size(), 0U);
+    EXPECT_EQ(calls.Calls("write").size(), 1U);
+}
+
+TEST_F(Costs, GrowingTo64MiBMovesTheImageOncePerDoubling)
+{
+    const support::SystemCalls calls;
+    Fill(64 * kMiB, 0);
+    EXPECT_GE(calls.Calls("mremap").size(), 4U);  // from 2 MiB on
+    EXPECT_LE(calls.Calls("mremap").size(), 6U);
+    EXPECT_EQ(calls.Calls("mmap").size(), calls.Calls("mremap").size() + 1);
+    EXPECT_EQ(calls.Calls("write").size(), 1U);
+}
+
+TEST_F(Costs, SmallFileTakesThreeCallsAndNoMapping)
+{
+    const support::SystemCalls calls;
+    Fill(15 * 65536, 16 * 65536);
+    EXPECT_EQ(calls.Names(), (Names{"open", "write", "close"}));
+}
+
+TEST_F(Costs, ReopeningTakesTheSameCallsForFewChunksAndForMany)
+{
+    const Names few = CallsOfReopening(10);
+    EXPECT_EQ(few, CallsOfReopening(kChunks));
+    EXPECT_EQ(std::count(few.begin(), few.end(), "open"), 2);
+    EXPECT_EQ(std::count(few.begin(), few.end(), "read"), 2);
+    EXPECT_EQ(std::count(few.begin(), few.end(), "write"), 1);
+}
+
+TEST_F(Costs, FetchingAChunkTakesOneSeek)
+{
+    CallsOfReopening(10);
+    Corvane::File::DataChunkFileReader file(path_);
+    DataChunk chunk;
+    const support::SystemCalls calls;
+    EXPECT_NE(file.GetChunk(chunk, 16), 0U);
+    EXPECT_EQ(calls.Names(), (Names{"lseek64", "read"}));  // the read is the chunk's own
+}
+
+TEST_F(Costs, MemoryIsTheImageAndLittleMore)
+{
+    if (support::kSanitized) {
+        GTEST_SKIP() << "sanitizers take memory of their own";
+    }
+    ExpectPeak(64 * kMiB, 16 + 64 * kMiB, 68);
+    ExpectPeak(64 * kMiB, 0, 68);
+    ExpectPeak(kMiB, 64 * kMiB, 6);  // what was not written to takes none
+}
+
+}  // namespace
