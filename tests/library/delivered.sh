@@ -71,6 +71,18 @@ public_headers() {
     (cd "$1" && grep -rL --include='*.h' '^// Internal to the library' .) | sed 's,^\./,,'
 }
 
+AttributesClassCannotBeInstantiated() {
+    local standard made
+    for standard in c++17 c++20; do
+        for made in 'sizeof(Corvane::File::ExtendedAttributes)' 'Corvane::File::ExtendedAttributes{}'; do
+            if printf '#include <Corvane/File/ExtendedAttributes.h>\nauto made = %s;' "$made" |
+                "$CXX" -std=$standard "${include_paths[@]}" -fsyntax-only -x c++ - 2>/dev/null; then
+                echo "$standard: $made"
+            fi
+        done
+    done | diff - <(printf '%s: sizeof(Corvane::File::ExtendedAttributes)\n' c++17 c++20)
+}
+
 PlainCompilerCallBuildsIt() {
     "$CXX" -std=c++20 -Wall -Wextra -O2 -fPIC -shared "${include_paths[@]}" "$sources"/Corvane/File/*.cpp \
         -o "$SCRATCH/plain.so"

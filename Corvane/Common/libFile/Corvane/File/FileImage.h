@@ -51,7 +51,7 @@ public:
     // where the address space is limited, but at least 64 KiB.
     void AttachTail()
     {
-        const std::uint64_t capacity = PageUp(capacity_);
+        const std::uint64_t capacity = RoundUp(capacity_, kPageSize);
         std::uint64_t tail = kLongestTail;
         unsigned char* region = Map(capacity + tail, PROT_READ);
         while (region == nullptr && tail > kShortestTail) {
@@ -70,7 +70,7 @@ public:
     // at once, where copying would fault them in one by one. Optional: before Linux 5.14 nothing happens.
     void PopulateForReading(std::uint64_t from) noexcept
     {
-        const std::uint64_t at = PageUp(from);
+        const std::uint64_t at = RoundUp(from, kPageSize);
         if (mapped_ && at < size_) {
             ::madvise(bytes_ + at, size_ - at, kPopulateRead);
         }
@@ -84,7 +84,7 @@ private:
     static constexpr std::uint64_t kShortestTail = std::uint64_t{1} << 16U;
     static constexpr int kPopulateRead = 22;  // MADV_POPULATE_READ, younger than the oldest headers we build with
 
-    static std::uint64_t PageUp(std::uint64_t size) { return (size + kPageSize - 1) / kPageSize * kPageSize; }
+    static std::uint64_t RoundUp(std::uint64_t size, std::uint64_t unit) { return (size + unit - 1) / unit * unit; }
 
     void Reserve(std::uint64_t size)
     {
@@ -100,7 +100,8 @@ private:
             capacity_ = capacity;
             return;
         }
-        capacity = PageUp(capacity);
+        // Growth ends on a huge page: else the last 2 MiB of each step would stay on small ones.
+        capacity = RoundUp(capacity, size_ == 0 ? kPageSize : kHugePageSize);
         MoveTo(Map(capacity, PROT_READ | PROT_WRITE), capacity, 0);
     }
 
