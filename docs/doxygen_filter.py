@@ -6,6 +6,7 @@ that follow without an empty line between; one before a namespace is about the f
 labelled entry, an indented quotation one about that text of the library, and other indented columns stay as they are.
 
 Pages: headings get names, so that links to sections work here as they do on a code host, and a broken one is an error.
+Links to examples lead to their pages; what else is a link into the source tree, which is not part of the site, is text.
 """
 import re
 import sys
@@ -15,6 +16,8 @@ LABEL = re.compile(r"(\w+) {2,}(.*)")
 QUOTE = re.compile(r' {2}((?:throws )?)("[^"]*")\s*(.*)')
 PAGE = re.compile(r"docs/(\w+)\.md")
 HEADING = re.compile(r"##+ (.*)")
+LINK_TO_EXAMPLE = re.compile(r"\]\((?:\.\./)?examples/(\w+)\.cpp\)")
+LINK_TO_FILE = re.compile(r"(?<!!)\[([^][]+)\]\((?!https?:|@ref)[\w./-]+(?<!\.md)(?<!\.html)\)")
 LINK_TO_SECTION = re.compile(r"\]\((?:[\w./-]*?(\w+)\.md)?#([\w-]+)\)")
 
 
@@ -115,6 +118,7 @@ def document(page, lines):
         elif not in_code:
             line = re.sub(r"^# Corvane ", "# %Corvane ", line)  # the system, not the namespace
             line = LINK_TO_SECTION.sub(lambda link: f"](@ref {section(link[1] or page, link[2])})", line)
+            line = LINK_TO_FILE.sub(r"\1", LINK_TO_EXAMPLE.sub(r"](\1_8cpp-example.html)", line))
         out.append(line)
     return out
 
