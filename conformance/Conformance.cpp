@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <csignal>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -73,7 +72,7 @@ Problem CheckInChild(const std::function<Problem()>& check)
     int status = 0;
     ::waitpid(child, &status, 0);
     if (WIFSIGNALED(status)) {
-        return Join("the process ended by the signal ", ::strsignal(WTERMSIG(status)));
+        return Join("the process ended by signal ", WTERMSIG(status));
     }
     return WEXITSTATUS(status) == 0 ? problem : Join("the process ended with code ", WEXITSTATUS(status));
 }
@@ -403,6 +402,7 @@ Problem CheckThreads()
     }
     const auto lines = LinesOf([&] {
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([thread, &absent] { UseLoggers(thread, kRounds, absent); });
         }

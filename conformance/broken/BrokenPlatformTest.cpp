@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -24,6 +25,9 @@ Outcome RunKit(const std::string& fault, const std::string& test)
     const std::string command =
         "CORVANE_FAULT=" + fault + " " BROKEN_CONFORMANCE " --gtest_filter=Conformance." + test + " 2>&1";
     std::FILE* const pipe = ::popen(command.c_str(), "r");  // NOLINT(cert-env33-c): the command is ours
+    if (pipe == nullptr) {
+        throw std::runtime_error("no pipe");
+    }
     std::string output;
     std::array<char, 4096> bytes = {};
     for (std::size_t size = 0; (size = std::fread(bytes.data(), 1, bytes.size(), pipe)) != 0;) {

@@ -17,7 +17,10 @@ using records::Field;
 using records::Form;
 using records::Record;
 
-const Record kGood({{"a", "first value"}, {"b", ""}, {"c", "third value"}});
+Record Good()
+{
+    return Record({{"a", "first value"}, {"b", ""}, {"c", "third value"}});
+}
 
 // More bytes of zeros than a record can have, readable and without cost, that begin with given ones.
 class LongMemory {
@@ -67,7 +70,7 @@ protected:
     // A record that is right but for what `change` does to it; its checksums are right again.
     void ExpectRefused(const std::function<void(Record&)>& change)
     {
-        Record record = kGood;
+        Record record = Good();
         change(record);
         ExpectRefusedBeforeZeros(record.Bytes());
     }
@@ -87,14 +90,14 @@ INSTANTIATE_TEST_SUITE_P(All, Damage, testing::Values(Form::kMemory, Form::kDesc
 
 TEST_P(Damage, RecordMadeByHandIsGood)
 {
-    EXPECT_EQ(records::Read(GetParam(), chunk_, kGood.Bytes(), {"a", "b", "c"}), kGood.size);
+    EXPECT_EQ(records::Read(GetParam(), chunk_, Good().Bytes(), {"a", "b", "c"}), Good().size);
     EXPECT_EQ(*chunk_.Get("c"), "third value");
-    EXPECT_EQ(records::BytesOf(chunk_), kGood.Bytes());
+    EXPECT_EQ(records::BytesOf(chunk_), Good().Bytes());
 }
 
 TEST_P(Damage, EveryFlippedBitIsRefused)
 {
-    const std::string good = kGood.Bytes();
+    const std::string good = Good().Bytes();
     for (std::size_t bit = 0; bit < good.size() * 8; ++bit) {
         SCOPED_TRACE(bit);
         std::string bytes = good;
@@ -105,7 +108,7 @@ TEST_P(Damage, EveryFlippedBitIsRefused)
 
 TEST_P(Damage, EveryByteSetToAnyOtherValueIsRefused)
 {
-    const std::string good = kGood.Bytes();
+    const std::string good = Good().Bytes();
     for (std::size_t at = 0; at < good.size(); ++at) {
         SCOPED_TRACE(at);
         for (const char value : {'\0', '\x01', '\x7f', '\x80', '\xff'}) {
@@ -120,7 +123,7 @@ TEST_P(Damage, EveryByteSetToAnyOtherValueIsRefused)
 
 TEST_P(Damage, EveryCutIsRefused)
 {
-    const std::string good = kGood.Bytes();
+    const std::string good = Good().Bytes();
     for (std::size_t size = 0; size < good.size(); ++size) {
         SCOPED_TRACE(size);
         std::string bytes = good.substr(0, size);
@@ -145,7 +148,7 @@ TEST_P(Damage, OtherMarkIsRefused)
 
 TEST_P(Damage, SizeOfTheRecordThatDoesNotFitIsRefused)
 {
-    for (const std::uint64_t size : {0UL, 39UL, 40UL, kGood.size - 1, kGood.size + 1, 1UL << 29U, 1UL << 30U,
+    for (const std::uint64_t size : {0UL, 39UL, 40UL, Good().size - 1, Good().size + 1, 1UL << 29U, 1UL << 30U,
                                      (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
         SCOPED_TRACE(size);
         ExpectRefused([size](Record& record) { record.size = size; });
@@ -154,8 +157,8 @@ TEST_P(Damage, SizeOfTheRecordThatDoesNotFitIsRefused)
 
 TEST_P(Damage, SizeOfTheDirectoryThatDoesNotFitIsRefused)
 {
-    for (const std::uint64_t size : {0UL, 1UL, 15UL, 16UL, 17UL, kGood.directorySize - 1, kGood.directorySize + 1,
-                                     kGood.size - 40, kGood.size, 1UL << 31U, (1UL << 32U) - 1}) {
+    for (const std::uint64_t size : {0UL, 1UL, 15UL, 16UL, 17UL, Good().directorySize - 1, Good().directorySize + 1,
+                                     Good().size - 40, Good().size, 1UL << 31U, (1UL << 32U) - 1}) {
         SCOPED_TRACE(size);
         ExpectRefused([size](Record& record) { record.directorySize = size; });
     }
@@ -215,7 +218,7 @@ TEST_P(Damage, NamesThatDoNotAscendAreRefused)
 
 TEST(SkippedFields, TheirValuesAreNotChecked)
 {
-    Record record = kGood;
+    Record record = Good();
     ++record.fields[2].checksum;
     const records::OpenFile file(record.Bytes());
     DataChunk chunk;
@@ -225,8 +228,8 @@ TEST(SkippedFields, TheirValuesAreNotChecked)
 
 TEST(SkippedFields, HeadAndDirectoryAreChecked)
 {
-    const std::string good = kGood.Bytes();
-    for (std::size_t at = 0; at < 40 + kGood.directorySize; ++at) {
+    const std::string good = Good().Bytes();
+    for (std::size_t at = 0; at < 40 + Good().directorySize; ++at) {
         std::string bytes = good;
         bytes[at] = static_cast<char>(~bytes[at]);
         const records::OpenFile file(bytes);
@@ -237,7 +240,7 @@ TEST(SkippedFields, HeadAndDirectoryAreChecked)
 
 TEST(SkippedFields, RecordCutWithinThemIsRefused)
 {
-    const std::string good = kGood.Bytes();
+    const std::string good = Good().Bytes();
     for (std::size_t size = 0; size < good.size(); ++size) {
         for (const std::set<std::string>& names : {std::set<std::string>{}, {"a"}, {"b"}, {"c"}}) {
             const records::OpenFile file(good.substr(0, size));

@@ -20,8 +20,15 @@ using records::OpenFile;
 using records::Record;
 using support::SystemCalls;
 
-const Record kRecord({{"a", "first value"}, {"b", "second value"}});
-const std::set<std::string> kBoth = {"a", "b"};
+Record TheRecord()
+{
+    return Record({{"a", "first value"}, {"b", "second value"}});
+}
+
+std::set<std::string> Both()
+{
+    return {"a", "b"};
+}
 
 // The bytes in a pipe that ends behind them.
 class Pipe {
@@ -51,29 +58,29 @@ TEST(Reads, EndOfTheFileIsNoRecord)
     const OpenFile file("");
     DataChunk chunk;
     EXPECT_EQ(chunk.ReadFrom(file.Get()), 0U);
-    EXPECT_EQ(chunk.ReadFrom(file.Get(), kBoth), 0U);
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), Both()), 0U);
 }
 
 TEST(Reads, WholeRecordTakesTwoReads)
 {
-    const OpenFile file(kRecord.Bytes());
+    const OpenFile file(TheRecord().Bytes());
     DataChunk chunk;
     const SystemCalls calls;
-    EXPECT_EQ(chunk.ReadFrom(file.Get()), kRecord.size);
+    EXPECT_EQ(chunk.ReadFrom(file.Get()), TheRecord().size);
     ASSERT_EQ(calls.Names(), (std::vector<std::string>{"read", "read"}));
     EXPECT_EQ(calls.Calls()[0].size, 40U);
-    EXPECT_EQ(calls.Calls()[1].size, kRecord.size - 40);
+    EXPECT_EQ(calls.Calls()[1].size, TheRecord().size - 40);
 }
 
 TEST(Reads, ShortReadsAreContinued)
 {
-    for (const std::set<std::string>* const names : {static_cast<const std::set<std::string>*>(nullptr), &kBoth}) {
-        const OpenFile file(kRecord.Bytes());
+    for (const bool withNames : {false, true}) {
+        const OpenFile file(TheRecord().Bytes());
         DataChunk chunk;
         SystemCalls calls;
         calls.Shorten("read", 1, 0, true);
-        EXPECT_EQ(names == nullptr ? chunk.ReadFrom(file.Get()) : chunk.ReadFrom(file.Get(), *names), kRecord.size);
-        EXPECT_EQ(calls.Calls("read").size(), kRecord.size);
+        EXPECT_EQ(withNames ? chunk.ReadFrom(file.Get(), Both()) : chunk.ReadFrom(file.Get()), TheRecord().size);
+        EXPECT_EQ(calls.Calls("read").size(), TheRecord().size);
         EXPECT_EQ(*chunk.Get("b"), "second value");
     }
 }
@@ -81,11 +88,11 @@ TEST(Reads, ShortReadsAreContinued)
 TEST(Reads, InterruptedReadsAreRepeated)
 {
     for (std::uint64_t nth = 0; nth < 4; ++nth) {
-        const OpenFile file(kRecord.Bytes());
+        const OpenFile file(TheRecord().Bytes());
         DataChunk chunk;
         SystemCalls calls;
         calls.Fail("read", EINTR, nth);
-        EXPECT_EQ(chunk.ReadFrom(file.Get(), kBoth), kRecord.size);
+        EXPECT_EQ(chunk.ReadFrom(file.Get(), Both()), TheRecord().size);
         EXPECT_EQ(calls.Fired(), 1U);
     }
 }
@@ -93,11 +100,11 @@ TEST(Reads, InterruptedReadsAreRepeated)
 TEST(Reads, EveryReadThatFailsMakesNoRecord)
 {
     for (std::uint64_t nth = 0; nth < 4; ++nth) {
-        const OpenFile file(kRecord.Bytes());
+        const OpenFile file(TheRecord().Bytes());
         DataChunk chunk;
         SystemCalls calls;
         calls.Fail("read", EIO, nth);
-        EXPECT_EQ(nth < 2 ? chunk.ReadFrom(file.Get()) : chunk.ReadFrom(file.Get(), kBoth), 0U);
+        EXPECT_EQ(nth < 2 ? chunk.ReadFrom(file.Get()) : chunk.ReadFrom(file.Get(), Both()), 0U);
         EXPECT_EQ(calls.Fired(), 1U);
         EXPECT_TRUE(chunk.Fields().empty());
     }
@@ -109,24 +116,24 @@ TEST(Reads, DescriptorThatCannotBeReadMakesNoRecord)
     for (const int fd : {-1, folder}) {
         DataChunk chunk;
         EXPECT_EQ(chunk.ReadFrom(fd), 0U);
-        EXPECT_EQ(chunk.ReadFrom(fd, kBoth), 0U);
+        EXPECT_EQ(chunk.ReadFrom(fd, Both()), 0U);
     }
     ::close(folder);
 }
 
 TEST(Reads, PipeGivesWholeRecordsOneAfterTheOther)
 {
-    const Pipe pipe(kRecord.Bytes() + kRecord.Bytes());
+    const Pipe pipe(TheRecord().Bytes() + TheRecord().Bytes());
     DataChunk chunk;
-    EXPECT_EQ(chunk.ReadFrom(pipe.Get()), kRecord.size);
-    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), kBoth), kRecord.size);
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get()), TheRecord().size);
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), Both()), TheRecord().size);
     EXPECT_EQ(chunk.ReadFrom(pipe.Get()), 0U);
     EXPECT_EQ(*chunk.Get("b"), "second value");
 }
 
 TEST(Reads, FieldsThatAPipeCannotSkipMakeNoRecord)
 {
-    const Pipe pipe(kRecord.Bytes());
+    const Pipe pipe(TheRecord().Bytes());
     DataChunk chunk;
     EXPECT_EQ(chunk.ReadFrom(pipe.Get(), {"b"}), 0U);
     EXPECT_TRUE(chunk.Fields().empty());

@@ -28,24 +28,26 @@ DataChunk Golden()
     return chunk;
 }
 
-const std::string kGolden =
-    "\x43\x56\x43\x31"                  // 0   mark
-    "\x55\x00\x00\x00"                  // 4   size of the record: 85
-    "\x08\x07\x06\x05\x04\x03\x02\x01"  // 8   time point
-    "\x27\x00\x00\x00"                  // 16  size of the directory: 39
-    "\x02\x00\x00\x00"                  // 20  number of fields
-    "\xac\x65\x1c\x09\x36\x5f\x83\xdc"  // 24  checksum of bytes 40 to 78, the directory
-    "\x71\x9c\x05\xfe\x6d\x4b\xab\x8b"  // 32  checksum of bytes 0 to 31
-    "\x02\x00\x00\x00"                  // 40  first field: size of its name
-    "\x02\x00\x00\x00"                  // 44  size of its value
-    "\xf3\x8b\x6c\x34\x3a\x04\x9b\xa9"  // 48  checksum of its value
-    "on"                                // 56  name
-    "\x05\x00\x00\x00"                  // 58  second field
-    "\x04\x00\x00\x00"
-    "\xc5\x6d\x44\x7f\xa3\x73\x08\xd6"
-    "speed"
-    "\x00\xff"  // 79  first value
-    "12.5"s;    // 81  second value
+std::string GoldenBytes()
+{
+    return "\x43\x56\x43\x31"                  // 0   mark
+           "\x55\x00\x00\x00"                  // 4   size of the record: 85
+           "\x08\x07\x06\x05\x04\x03\x02\x01"  // 8   time point
+           "\x27\x00\x00\x00"                  // 16  size of the directory: 39
+           "\x02\x00\x00\x00"                  // 20  number of fields
+           "\xac\x65\x1c\x09\x36\x5f\x83\xdc"  // 24  checksum of bytes 40 to 78, the directory
+           "\x71\x9c\x05\xfe\x6d\x4b\xab\x8b"  // 32  checksum of bytes 0 to 31
+           "\x02\x00\x00\x00"                  // 40  first field: size of its name
+           "\x02\x00\x00\x00"                  // 44  size of its value
+           "\xf3\x8b\x6c\x34\x3a\x04\x9b\xa9"  // 48  checksum of its value
+           "on"                                // 56  name
+           "\x05\x00\x00\x00"                  // 58  second field
+           "\x04\x00\x00\x00"
+           "\xc5\x6d\x44\x7f\xa3\x73\x08\xd6"
+           "speed"
+           "\x00\xff"  // 79  first value
+           "12.5"s;    // 81  second value
+}
 
 void ExpectGolden(const DataChunk& chunk)
 {
@@ -65,15 +67,15 @@ INSTANTIATE_TEST_SUITE_P(All, ReadingForm,
 TEST(DataChunk, RecordHasTheDocumentedBytes)
 {
     EXPECT_EQ(Golden().GetSizeOnFile(), 85U);
-    EXPECT_EQ(BytesOf(Golden()), kGolden);
+    EXPECT_EQ(BytesOf(Golden()), GoldenBytes());
 }
 
 TEST_P(ReadingForm, DocumentedBytesReadBack)
 {
     DataChunk chunk;
-    EXPECT_EQ(records::Read(GetParam(), chunk, kGolden, {"on", "speed"}), 85U);
+    EXPECT_EQ(records::Read(GetParam(), chunk, GoldenBytes(), {"on", "speed"}), 85U);
     ExpectGolden(chunk);
-    EXPECT_EQ(BytesOf(chunk), kGolden);
+    EXPECT_EQ(BytesOf(chunk), GoldenBytes());
 }
 
 TEST_P(ReadingForm, ChunkWithoutFieldsReadsBack)
@@ -123,7 +125,7 @@ TEST_P(ReadingForm, AllocationThatFailsLeavesTheChunkAsItWas)
 
 TEST(DataChunk, NamedFieldsAreLoadedAndTheOthersSkipped)
 {
-    const OpenFile file(kGolden);
+    const OpenFile file(GoldenBytes());
     DataChunk chunk;
     EXPECT_EQ(chunk.ReadFrom(file.Get(), {"speed", "unknown"}), 85U);
     EXPECT_EQ(chunk.Fields(), (std::map<std::string, std::string>{{"speed", "12.5"}}));
@@ -134,7 +136,7 @@ TEST(DataChunk, NamedFieldsAreLoadedAndTheOthersSkipped)
 
 TEST(DataChunk, WithoutNamesOnlyTimeAndSizeAreLoaded)
 {
-    const OpenFile file(kGolden);
+    const OpenFile file(GoldenBytes());
     DataChunk chunk;
     EXPECT_EQ(chunk.ReadFrom(file.Get(), Names{}), 85U);
     EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 0x0102030405060708);
@@ -143,7 +145,7 @@ TEST(DataChunk, WithoutNamesOnlyTimeAndSizeAreLoaded)
 
 TEST(DataChunk, ChunkOfWhichFieldsWereSkippedIsNeitherWrittenNorChanged)
 {
-    const OpenFile file(kGolden);
+    const OpenFile file(GoldenBytes());
     DataChunk chunk;
     chunk.ReadFrom(file.Get(), {"speed"});
     std::string bytes(85, '\0');
@@ -155,7 +157,7 @@ TEST(DataChunk, ChunkOfWhichFieldsWereSkippedIsNeitherWrittenNorChanged)
 
 TEST(DataChunk, EveryFormStopsBehindTheRecord)
 {
-    const OpenFile file(kGolden + kGolden + kGolden + "more");
+    const OpenFile file(GoldenBytes() + GoldenBytes() + GoldenBytes() + "more");
     DataChunk chunk;
     EXPECT_EQ(chunk.ReadFrom(file.Get()), 85U);
     EXPECT_EQ(file.Position(), 85);
@@ -206,7 +208,7 @@ TEST(DataChunk, SetThatFindsNoMemoryChangesNothing)
         EXPECT_THROW(chunk.Set(name, std::move(value)), std::bad_alloc);
     }
     ExpectGolden(chunk);
-    EXPECT_EQ(BytesOf(chunk), kGolden);
+    EXPECT_EQ(BytesOf(chunk), GoldenBytes());
 }
 
 TEST(DataChunk, CopiesAreIndependent)

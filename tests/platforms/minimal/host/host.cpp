@@ -69,11 +69,8 @@ void Tag(const std::string& file)
     }
 }
 
-}  // namespace
-
-int main(int count, char** arguments)
+void RunAll(const std::string& file)
 {
-    const std::string file = count > 1 ? arguments[1] : "host.chunks";
     Write(file);
     LoggingManager::SetLevel(10);
     Read(file);
@@ -84,4 +81,16 @@ int main(int count, char** arguments)
     LoggingManager::SwitchOff();
     Reopen(file, 5);
     Read(file);
+}
+
+}  // namespace
+
+int main(int count, char** arguments)
+{
+    try {
+        RunAll(count > 1 ? arguments[1] : "host.chunks");
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << '\n';
+        return 1;
+    }
 }
