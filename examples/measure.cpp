@@ -45,7 +45,7 @@ DataChunk Fill(DataChunkFileAppender& file, std::chrono::duration<double> durati
             std::cout << ' ' << count;
         }
     }
-    std::cout << " measurements\n";
+    std::cout << ": " << file.GetTimePoints().size() << " measurements\n";
     return chunk;
 }
 

@@ -5,14 +5,13 @@
 #include <iostream>
 
 using Corvane::Pellin::DataChunk;
-using Corvane::Time::TimePoint;
 
 int main(int count, char** arguments)
 {
     const std::string name = count > 1 ? arguments[1] : "ten_lines.chunks";
     {
         Corvane::File::DataChunkFileAppender file(name, /* reopen = */ false, /* maxSize = */ 4096);
-        DataChunk chunk(TimePoint::Now());
+        DataChunk chunk(Corvane::Time::TimePoint::Now());
         chunk.Set("temperature", "21.5");
         file.Append(chunk);  // false, and a log record, if it does not fit or its time point is already there
     }  // here the whole file is written
