@@ -57,6 +57,7 @@ std::vector<Sample> Samples(const Options& options, Grower grow, bool bounded, s
     const double end = Now() + (options.quick ? 0.1 : 1.0);
     while (samples.size() < 3 || (Now() < end && samples.size() < 50)) {
         const auto figures = InChild([&] {
+            WarmFreeMemory(4 * kRecordSize * count);
             const Sample sample = grow(path, bounded, count);
             return std::vector<std::uint64_t>{Nanoseconds(sample.appendSeconds), Nanoseconds(sample.allSeconds)};
         });

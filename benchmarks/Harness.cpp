@@ -1,11 +1,13 @@
 #include "Harness.h"
 
 #include <malloc.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -31,8 +33,9 @@ struct Result {
     Cost cost;
 };
 
-double Timed(const Contender& contender, std::optional<std::uint64_t>& expected)
+double Timed(const Workload& workload, const Contender& contender, std::optional<std::uint64_t>& expected)
 {
+    WarmFreeMemory(workload.memory);
     if (contender.prepare) {
         contender.prepare();
     }
@@ -58,7 +61,7 @@ void WarmUp(const Workload& workload, const std::vector<Contender>& contenders)
     std::optional<std::uint64_t> outcome;
     std::optional<std::size_t> expected;
     for (const Contender& contender : contenders) {
-        Timed(contender, outcome);
+        Timed(workload, contender, outcome);
         if (!workload.file.empty()) {
             const std::size_t digest = std::hash<std::string>()(Content(workload.file));
             if (digest != expected.value_or(digest)) {
@@ -77,12 +80,12 @@ std::vector<Result> RunRounds(const Workload& workload, const Options& options,
         results.push_back({contender.name, {}, {}});
     }
     std::optional<std::uint64_t> outcome;
-    const double end = Now() + (workload.secondsForAll != 0 ? workload.secondsForAll : options.seconds);
+    const double end = Now() + (workload.seconds != 0 ? workload.seconds : options.seconds);
     const std::size_t fewest = options.quick ? 1 : kFewestRounds;
     for (std::size_t round = 0; round < kMostRounds && (round < fewest || Now() < end); ++round) {
         for (std::size_t i = 0; i < contenders.size(); ++i) {
             const std::size_t turn = (round + i) % contenders.size();  // nobody is always first
-            results[turn].seconds.push_back(Timed(contenders[turn], outcome));
+            results[turn].seconds.push_back(Timed(workload, contenders[turn], outcome));
         }
     }
     return results;
@@ -146,7 +149,7 @@ void PrintLine(const Workload& workload, const Result& result, const Result& bas
 {
     const Spread seconds = SpreadOf(result.seconds);
     const Spread ratio = Ratio(result, base);
-    std::printf("%-7s %-34s %-8s %9.3f ms %10.1f %7.2f  %5.2f-%-5.2f %9llu %9llu %8.1f", workload.id.c_str(),
+    std::printf("%-7s %-34s %-17s %9.3f ms %10.1f %7.2f  %5.2f-%-5.2f %9llu %9llu %8.1f", workload.id.c_str(),
                 workload.what.c_str(), result.name.c_str(), seconds.median * 1e3,
                 seconds.median / static_cast<double>(workload.operations) * 1e9, ratio.median, ratio.low, ratio.high,
                 static_cast<unsigned long long>(AllCalls(result.cost)),
@@ -216,9 +219,27 @@ double Now()
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+void WarmFreeMemory(std::uint64_t bytes)
+{
+    if (bytes == 0) {
+        return;
+    }
+    void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED) {
+        ::madvise(memory, bytes, MADV_HUGEPAGE);
+        std::memset(memory, 1, bytes);
+        ::munmap(memory, bytes);
+    }
+}
+
 void MeasureProcessorTime()
 {
     processorTime = true;
+}
+
+bool MeasuresProcessorTime()
+{
+    return processorTime;
 }
 
 double Stopwatch()
@@ -269,7 +290,7 @@ void PrintHead(const Options& options)
 {
     std::printf("Files in %s, %llu MiB, up to %zu rounds\n\n", options.folder.c_str(),
                 static_cast<unsigned long long>(options.bytes >> 20U), kMostRounds);
-    std::printf("%-7s %-34s %-8s %12s %10s %7s  %-11s %9s %9s %8s\n", "", "", "", "time", "ns each", "ratio",
+    std::printf("%-7s %-34s %-17s %12s %10s %7s  %-11s %9s %9s %8s\n", "", "", "", "time", "ns each", "ratio",
                 "quartiles", "calls", "faults", "MiB peak");
 }
 
@@ -278,7 +299,7 @@ bool Measure(const Workload& workload, const Options& options)
     const std::vector<Contender> contenders = workload.contenders();
     WarmUp(workload, contenders);
     std::vector<Result> results = RunRounds(workload, options, contenders);
-    for (std::size_t i = 0; i < contenders.size(); ++i) {
+    for (std::size_t i = 0; workload.costs && i < contenders.size(); ++i) {
         results[i].cost = CostOf(contenders[i]);
     }
     const std::optional<Judged> judged = Judge(workload, results);

@@ -32,7 +32,9 @@ struct Workload {
     std::optional<Goal> goal;
     std::function<std::vector<Contender>()> contenders;
     std::string file = {};     // compared between contenders after their first run; may be empty
-    double secondsForAll = 0;  // 0: the options' time
+    double seconds = 0;        // for its rounds; 0: the options'
+    std::uint64_t memory = 0;  // bytes of free memory that are made to be there before each run: see WarmFreeMemory
+    bool costs = true;         // CostOf each contender; not for those that keep threads, which a child would lack
 };
 
 struct Options {
@@ -67,11 +69,16 @@ bool Measure(const Workload& workload, const Options& options);
 // Prints the head of the table that Measure fills.
 void PrintHead(const Options& options);
 
+// Sees to it that so much of the machine's free memory is there. A virtual machine's host takes free memory back, and
+// whoever touches it first then waits for the host: up to ten times the kernel's own work, and by chance.
+void WarmFreeMemory(std::uint64_t bytes);
+
 // Seconds of a clock that only goes on.
 double Now();
 
 // Seconds of the clock that is measured with: the same, or this thread's processor time.
 void MeasureProcessorTime();
+bool MeasuresProcessorTime();
 double Stopwatch();
 
 // Adds one line to the results. Values are JSON already.

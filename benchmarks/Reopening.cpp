@@ -88,7 +88,7 @@ Workload Reopening(const Options& options, bool bounded, std::uint64_t recordSiz
                 {"literal", [=] { task.Prepare(); }, [=] { return ReopenThrough<LiteralAppender>(task); }}};
     };
     const std::string what = std::string(bounded ? "reopen bounded, " : "reopen unbounded, ") + SizeText(recordSize);
-    return {"W5", what, 2 * fileSize, count, Goal{"limit", goal}, makeContenders, task.path};
+    return {"W5", what, 2 * fileSize, count, Goal{"limit", goal}, makeContenders, task.path, 0, 4 * fileSize};
 }
 
 }  // namespace

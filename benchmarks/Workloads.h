@@ -21,6 +21,9 @@ std::vector<Workload> RefusalWorkloads(const Options& options);
 // become dearer by more than a quarter from 10^4 on.
 bool MeasureGrowth(const Options& options);
 
+// What a program of measurements does besides measuring: reads its arguments, makes and removes the folder of its files.
+int Main(const std::vector<std::string>& arguments, const std::function<void(const Options&)>& measure);
+
 // What the workloads share.
 std::string SizeText(std::uint64_t bytes);  // "64 B", "1 KiB"
 std::vector<std::int64_t> TimesInOrder(std::uint64_t count);

@@ -80,7 +80,7 @@ Workload Writing(const Options& options, const Kind& kind, std::uint64_t recordS
         const auto times = kind.order == Order::kByTime ? TimesInOrder(count) : TimesInRandomOrder(count);
         return Writers(std::make_shared<Task>(Task{path, recordSize, bytes, kind.bounded, times}));
     };
-    return {kind.id, kind.name + ", " + SizeText(recordSize), bytes, count, goal, makeContenders, path};
+    return {kind.id, kind.name + ", " + SizeText(recordSize), bytes, count, goal, makeContenders, path, 0, 3 * bytes};
 }
 
 }  // namespace

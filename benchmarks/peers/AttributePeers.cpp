@@ -1,0 +1,150 @@
+#include "AttributePeers.h"
+
+#include <attr/attributes.h>
+#include <gio/gio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "Corvane/File/ExtendedAttributes.h"
+#include "Store.h"
+
+namespace bench {
+
+using Corvane::File::ExtendedAttributes;
+
+namespace {
+
+constexpr std::uint64_t kCalls = 20'000;
+const std::string kName = "user.__trackSize";
+const std::string kShortName = "__trackSize";  // libattr adds "user."
+const std::string kValue = "0123456789abcdef";
+
+// A Python process that makes the calls whenever it is told to, so that its start is not measured.
+class Python {
+public:
+    Python(const std::string& path, const std::string& call) : answers_(path + ".answers")
+    {
+        ::unlink(answers_.c_str());
+        Demand(::mkfifo(answers_.c_str(), 0600) == 0, "Python");
+        const std::string script = "import os, sys\nanswers = open('" + answers_ + "', 'w')\npath = '" + path +
+                                   "'\nfor line in sys.stdin:\n    for i in range(" + std::to_string(kCalls) +
+                                   "):\n        os." + call + "\n    print('done', file=answers, flush=True)\n";
+        const std::string file = path + ".py";
+        std::ofstream(file) << script;
+        process_ = ::popen(("python3 '" + file + "'").c_str(), "w");
+        Demand(process_ != nullptr, "Python");
+        input_.open(answers_);
+    }
+    Python(const Python&) = delete;
+    Python& operator=(const Python&) = delete;
+    ~Python()
+    {
+        ::pclose(process_);
+        ::unlink(answers_.c_str());
+    }
+
+    std::uint64_t Run()
+    {
+        std::fputs("go\n", process_);
+        std::fflush(process_);
+        std::string answer;
+        return std::getline(input_, answer) ? kCalls : 0;
+    }
+
+private:
+    std::string answers_;
+    std::FILE* process_ = nullptr;
+    std::ifstream input_;
+};
+
+template <typename Call>
+Contender Looped(const std::string& name, const Call& call)
+{
+    return {name, {}, [=] {
+                std::uint64_t good = 0;
+                for (std::uint64_t i = 0; i < kCalls; ++i) {
+                    good += call() ? 1U : 0U;
+                }
+                return good;
+            }};
+}
+
+bool ReadByGio(const std::string& path)
+{
+    GFile* const file = g_file_new_for_path(path.c_str());
+    GFileInfo* const info = g_file_query_info(file, "xattr::__trackSize", G_FILE_QUERY_INFO_NONE, nullptr, nullptr);
+    const char* const value = info == nullptr ? nullptr : g_file_info_get_attribute_string(info, "xattr::__trackSize");
+    const bool good = value != nullptr && std::string(value).size() == kValue.size();
+    if (info != nullptr) {
+        g_object_unref(info);
+    }
+    g_object_unref(file);
+    return good;
+}
+
+bool WriteByGio(const std::string& path)
+{
+    GFile* const file = g_file_new_for_path(path.c_str());
+    const gboolean good = g_file_set_attribute_string(file, "xattr::__trackSize", kValue.c_str(),
+                                                      G_FILE_QUERY_INFO_NONE, nullptr, nullptr);
+    g_object_unref(file);
+    return good != FALSE;
+}
+
+// libattr's attr_get and attr_set are called obsolete by their header, which recommends the system's own calls.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+bool ReadByLibattr(const std::string& path)
+{
+    std::array<char, 256> value = {};
+    int size = static_cast<int>(value.size());
+    return ::attr_get(path.c_str(), kShortName.c_str(), value.data(), &size, 0) == 0 &&
+           std::string(value.data(), static_cast<std::size_t>(size)).size() == kValue.size();
+}
+
+bool WriteByLibattr(const std::string& path)
+{
+    return ::attr_set(path.c_str(), kShortName.c_str(), kValue.data(), static_cast<int>(kValue.size()), 0) == 0;
+}
+#pragma GCC diagnostic pop
+
+Contender ByPython(const std::string& path, const std::string& call)
+{
+    const auto python = std::make_shared<Python>(path, call);
+    return {"Python os", {}, [=] { return python->Run(); }};
+}
+
+}  // namespace
+
+std::vector<Workload> AttributePeerWorkloads(const Options& options)
+{
+    const std::string path = options.folder + "/tagged";
+    const auto readers = [=]() -> std::vector<Contender> {
+        std::ofstream(path).flush();
+        ExtendedAttributes::Write(path, kName, kValue);
+        return {Looped("ours", [=] { return ExtendedAttributes::Read(path, kName).size() == kValue.size(); }),
+                Looped("libattr", [=] { return ReadByLibattr(path); }), Looped("GIO", [=] { return ReadByGio(path); }),
+                ByPython(path, "getxattr(path, '" + kName + "')")};
+    };
+    const auto writers = [=]() -> std::vector<Contender> {
+        std::ofstream(path).flush();
+        const auto write = [=] {
+            bool success = false;
+            ExtendedAttributes::Write(path, kName, kValue, success);
+            return success;
+        };
+        return {Looped("ours", write), Looped("libattr", [=] { return WriteByLibattr(path); }),
+                Looped("GIO", [=] { return WriteByGio(path); }),
+                ByPython(path, "setxattr(path, '" + kName + "', b'" + kValue + "')")};
+    };
+    return {{"peers", "read an attribute", 0, kCalls, {}, readers, {}, 0, 0, false},
+            {"peers", "write an attribute", 0, kCalls, {}, writers, {}, 0, 0, false}};
+}
+
+}  // namespace bench

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "Harness.h"
+
+namespace bench {
+
+// Reading and writing one attribute by path: the library, GIO, libattr and Python's os.
+std::vector<Workload> AttributePeerWorkloads(const Options& options);
+
+}  // namespace bench

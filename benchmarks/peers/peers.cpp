@@ -1,0 +1,135 @@
+// The same work with what might be used instead of the library: see docs/performance.md.
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <stdexcept>
+
+#include "AttributePeers.h"
+#include "Store.h"
+#include "Workloads.h"
+
+namespace bench {
+
+namespace {
+
+std::vector<Store> AllStores()
+{
+    std::vector<Store> stores = {Ours()};
+    for (const auto& more :
+         {StdioStores(), LmdbStores(), {SqliteStore(), Hdf5Store(), LevelDbStore(), RocksDbStore()}}) {
+        stores.insert(stores.end(), more.begin(), more.end());
+    }
+    return stores;
+}
+
+// Work on one store: `prepare` makes what it needs, once or before each run.
+struct Work {
+    std::string what;
+    std::function<void(const Store&, const std::string& path)> prepare;
+    bool prepareEachTime;
+    std::function<std::uint64_t(const Store&, const std::string& path)> run;
+};
+
+Workload OnAllStores(const Options& options, const Data& data, const Work& work, std::uint64_t operations)
+{
+    const auto makeContenders = [=] {
+        std::vector<Contender> contenders;
+        for (const Store& store : AllStores()) {
+            const std::string path = options.folder + "/" + store.name;
+            const auto prepare = [=] {
+                std::filesystem::remove_all(path);
+                work.prepare(store, path);
+            };
+            if (!work.prepareEachTime) {
+                prepare();
+            }
+            contenders.push_back({store.name, work.prepareEachTime ? prepare : std::function<void()>(),
+                                  [=] { return work.run(store, path); }});
+        }
+        return contenders;
+    };
+    const std::string what = work.what + ", " + SizeText(data.recordSize);
+    return {"peers",           what, operations * data.recordSize, operations, {}, makeContenders, {}, 0,
+            6 * options.bytes, false};
+}
+
+std::vector<std::uint64_t> RandomTimes(const Data& data)
+{
+    std::vector<std::uint64_t> times(data.count);
+    std::iota(times.begin(), times.end(), 0);
+    std::shuffle(times.begin(), times.end(), std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
+    times.resize(data.count / 4);
+    return times;
+}
+
+std::vector<Workload> StoreWorkloads(const Options& options, std::uint64_t recordSize)
+{
+    const Data data = {recordSize, options.bytes / recordSize, std::string(recordSize - 16, 'p')};
+    const auto nothing = [](const Store&, const std::string&) {};
+    const auto writeHalf = [=](const Store& store, const std::string& path) {
+        store.write(path, data, 0, data.count / 2);
+    };
+    const auto writeAll = [=](const Store& store, const std::string& path) { store.write(path, data, 0, data.count); };
+    const auto times = std::make_shared<std::vector<std::uint64_t>>(RandomTimes(data));
+    const Work write = {"write", nothing, true, [=](const Store& store, const std::string& path) {
+                            return store.write(path, data, 0, data.count);
+                        }};
+    const Work append = {"reopen half, append half", writeHalf, true, [=](const Store& store, const std::string& path) {
+                             return store.write(path, data, data.count / 2, data.count);
+                         }};
+    const Work readAll = {"read in order", writeAll, false,
+                          [=](const Store& store, const std::string& path) { return store.readAll(path, data); }};
+    const Work readAt = {"read at random", writeAll, false,
+                         [=](const Store& store, const std::string& path) { return store.readAt(path, data, *times); }};
+    return {OnAllStores(options, data, write, data.count), OnAllStores(options, data, append, data.count / 2),
+            OnAllStores(options, data, readAll, data.count), OnAllStores(options, data, readAt, times->size())};
+}
+
+Workload SmallStores(const Options& options)
+{
+    const Data data = {1024, 16, std::string(1024 - 16, 'p')};
+    const std::uint64_t stores = options.quick ? 10 : 100;
+    const auto folder = [](const Store&, const std::string& path) { std::filesystem::create_directory(path); };
+    const Work work = {std::to_string(stores) + " stores of 16", folder, true,
+                       [=](const Store& store, const std::string& path) {
+                           std::uint64_t accepted = 0;
+                           for (std::uint64_t i = 0; i < stores; ++i) {
+                               accepted += store.write(path + "/" + std::to_string(i), data, 0, data.count);
+                           }
+                           return accepted;
+                       }};
+    return OnAllStores(options, data, work, stores);
+}
+
+}  // namespace
+
+void Demand(bool good, const char* peer)
+{
+    if (!good) {
+        throw std::runtime_error(std::string("trouble with ") + peer);
+    }
+}
+
+void MeasurePeers(Options options)
+{
+    const std::uint64_t bytes = options.bytes;
+    for (const std::uint64_t recordSize : {64U, 1024U}) {
+        options.bytes = (recordSize == 64 ? 1 : 2) * bytes / 8;  // the slowest take a hundred times as long as ours
+        for (const Workload& workload : StoreWorkloads(options, recordSize)) {
+            Measure(workload, options);
+        }
+    }
+    Measure(SmallStores(options), options);
+    for (const Workload& workload : AttributePeerWorkloads(options)) {
+        Measure(workload, options);
+    }
+}
+
+}  // namespace bench
+
+int main(int count, char** arguments)
+{
+    return bench::Main({arguments + 1, arguments + count}, bench::MeasurePeers);
+}
