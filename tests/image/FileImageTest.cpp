@@ -1,0 +1,82 @@
+#include "Corvane/File/FileImage.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <new>
+#include <stdexcept>
+
+namespace {
+
+using Corvane::File::FileImage;
+
+constexpr std::uint64_t kLongest = PTRDIFF_MAX;  // bytes that an array can have
+constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20U;
+
+bool IsZero(const FileImage& image, std::uint64_t from)
+{
+    return std::all_of(image.Data() + from, image.Data() + image.Size(), [](unsigned char byte) { return byte == 0; });
+}
+
+TEST(FileImage, LongerThanAnyArrayIsALengthErrorAndChangesNothing)
+{
+    FileImage image;
+    image.Cover(0, 10);
+    EXPECT_THROW(image.Cover(kLongest + 1, 0), std::length_error);
+    EXPECT_THROW(image.Cover(UINT64_MAX, UINT64_MAX), std::length_error);
+    EXPECT_THROW(image.Cover(kLongest, 1), std::length_error);
+    EXPECT_THROW(image.Cover(10, kLongest - 9), std::length_error);
+    EXPECT_EQ(image.Size(), 10U);
+}
+
+TEST(FileImage, LongerThanMemoryIsABadAllocationAndChangesNothing)
+{
+    FileImage image;
+    image.Cover(0, 10);
+    EXPECT_THROW(image.Cover(10, kLongest / 2), std::bad_alloc);
+    EXPECT_EQ(image.Size(), 10U);
+}
+
+TEST(FileImage, HoldsWhatLiesWithinItAndNothingElse)
+{
+    FileImage image;
+    image.Cover(4, 6);
+    EXPECT_TRUE(image.Holds(0, 10));
+    EXPECT_TRUE(image.Holds(10, 0));
+    EXPECT_FALSE(image.Holds(10, 1));
+    EXPECT_FALSE(image.Holds(11, 0));
+    EXPECT_FALSE(image.Holds(4, UINT64_MAX));
+}
+
+TEST(FileImage, GrowsByZerosAndKeepsItsBytesFromHeapToMappingAndOn)
+{
+    FileImage image;
+    for (const std::uint64_t size : {std::uint64_t{1}, std::uint64_t{5000}, 2 * kMebibyte, 5 * kMebibyte + 1}) {
+        const std::uint64_t before = image.Size();
+        image.Cover(before, size - before);
+        EXPECT_EQ(image.Size(), size);
+        EXPECT_TRUE(IsZero(image, before));
+        std::fill(image.Data() + before, image.Data() + size, static_cast<unsigned char>(1));
+        EXPECT_EQ(std::count(image.Data(), image.Data() + size, 1), static_cast<std::ptrdiff_t>(size));
+    }
+}
+
+TEST(FileImage, TailIsReadableZerosAndTheImageStaysWhatItIs)
+{
+    for (const std::uint64_t size : {std::uint64_t{100}, 4 * kMebibyte}) {
+        FileImage image;
+        image.Cover(0, size);
+        image.Data()[size - 1] = 7;
+        image.AttachTail();
+        EXPECT_EQ(image.Data()[size - 1], 7);
+        EXPECT_EQ(image.Data()[size + (std::uint64_t{1} << 32U) - 1], 0);
+        EXPECT_EQ(image.Size(), size);
+        image.DetachTail();
+        image.Cover(size, size);
+        EXPECT_EQ(image.Data()[size - 1], 7);
+        EXPECT_TRUE(IsZero(image, size));
+    }
+}
+
+}  // namespace
