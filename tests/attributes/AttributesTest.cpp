@@ -251,6 +251,9 @@ TEST_F(Attributes, UnlinkedFileKeepsItsAttributesForItsDescriptor)
 {
     const int fd = Open(path_, O_RDWR);
     ASSERT_EQ(::unlink(path_.c_str()), 0);
+    if (::fsetxattr(fd, "user.x", "", 0, 0) != 0) {
+        GTEST_SKIP() << "none for unlinked files on this file system: " << std::generic_category().message(errno);
+    }
     ExtendedAttributes::Write(fd, "user.x", "v");
     EXPECT_EQ(ExtendedAttributes::Read(fd, "user.x"), "v");
 }
@@ -327,18 +330,18 @@ TEST_F(Attributes, AnotherUsersStickyFolderIsNotPermitted)
 
 TEST_F(Attributes, SuccessCostsTheSystemCallsAndNothingElse)
 {
-    ExtendedAttributes::Write(path_, "user.x", std::string(1000, 'v'));
+    ExtendedAttributes::Write(path_, "user.x", std::string(500, 'v'));
     const int fd = Open(path_, O_RDWR);
     const std::string name = "user.x";
-    const std::string value(1000, 'w');
+    const std::string value(500, 'w');
     const support::SystemCalls calls;
     const support::Allocations allocations;
     ExtendedAttributes::Write(path_, name, value, success_);
     ExtendedAttributes::Write(fd, name, value, success_);
     EXPECT_EQ(allocations.Count(), 0U);
-    EXPECT_EQ(ExtendedAttributes::Read(fd, name, success_).size(), 1000U);
+    EXPECT_EQ(ExtendedAttributes::Read(fd, name, success_).size(), 500U);
     EXPECT_EQ(allocations.Count(), 1U);
-    EXPECT_EQ(ExtendedAttributes::Read(path_, name, success_).size(), 1000U);
+    EXPECT_EQ(ExtendedAttributes::Read(path_, name, success_).size(), 500U);
     EXPECT_EQ(allocations.Count(), 2U);
     ExtendedAttributes::Remove(path_, name, success_);
     EXPECT_EQ(allocations.Count(), 2U);
@@ -351,14 +354,14 @@ TEST_F(Attributes, ThrowingVariantsCostNoMore)
 {
     const int fd = Open(path_, O_RDWR);
     const std::string name = "user.x";
-    const std::string value(1000, 'w');
+    const std::string value(500, 'w');
     const support::SystemCalls calls;
     const support::Allocations allocations;
     ExtendedAttributes::Write(path_, name, value);
     ExtendedAttributes::Write(fd, name, value);
     EXPECT_EQ(allocations.Count(), 0U);
-    EXPECT_EQ(ExtendedAttributes::Read(fd, name).size(), 1000U);
-    EXPECT_EQ(ExtendedAttributes::Read(path_, name).size(), 1000U);
+    EXPECT_EQ(ExtendedAttributes::Read(fd, name).size(), 500U);
+    EXPECT_EQ(ExtendedAttributes::Read(path_, name).size(), 500U);
     EXPECT_EQ(allocations.Count(), 2U);
     ExtendedAttributes::Remove(path_, name);
     EXPECT_EQ(allocations.Count(), 2U);

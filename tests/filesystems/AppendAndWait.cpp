@@ -1,0 +1,28 @@
+#include <cstdint>
+#include <exception>
+#include <iostream>
+#include <string>
+
+#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/Chunks.h"
+
+// Appends a chunk of so many bytes to the named file, says "ready", waits for a line, and lets the appender write. What
+// the library has to say about it comes from the platform's default sink, on stderr.
+int main(int count, char** arguments)
+{
+    if (count != 3) {
+        std::cerr << "usage: append_and_wait FILE BYTES\n";
+        return 2;
+    }
+    try {
+        Corvane::File::DataChunkFileAppender file(arguments[1], /* reopen = */ false, /* maxSize = */ 0);
+        file.Append(support::ChunkOfSize(1, std::stoull(arguments[2])));
+        std::cout << "ready\n" << std::flush;
+        std::string line;
+        std::getline(std::cin, line);
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
