@@ -5,8 +5,9 @@ Headers: the plain // comments in Doxygen's notation. A comment belongs to the d
 that follow without an empty line between; one before a namespace is about the file. In it, "Word  text" opens a
 labelled entry, an indented quotation one about that text of the library, and other indented columns stay as they are.
 
-Pages: headings get names, so that links to sections work here as they do on a code host, and a broken one is an error.
-Links to examples lead to their pages; what else is a link into the source tree, which is not part of the site, is text.
+Pages: headings get names, so that links to sections work here as they do on a code host; a broken link and a missing
+picture are errors. Links to examples lead to their pages. What else is a link into the source tree, which is not part
+of the site, becomes text.
 """
 import re
 import sys
@@ -18,6 +19,7 @@ PAGE = re.compile(r"docs/(\w+)\.md")
 HEADING = re.compile(r"##+ (.*)")
 LINK_TO_EXAMPLE = re.compile(r"\]\((?:\.\./)?examples/(\w+)\.cpp\)")
 LINK_TO_FILE = re.compile(r"(?<!!)\[([^][]+)\]\((?!https?:|@ref)[\w./-]+(?<!\.md)(?<!\.html)\)")
+PICTURE = re.compile(r"!\[([^]]*)\]\([\w./-]*?([\w-]+\.svg)\)")
 LINK_TO_SECTION = re.compile(r"\]\((?:[\w./-]*?(\w+)\.md)?#([\w-]+)\)")
 
 
@@ -118,6 +120,7 @@ def document(page, lines):
         elif not in_code:
             line = re.sub(r"^# Corvane ", "# %Corvane ", line)  # the system, not the namespace
             line = LINK_TO_SECTION.sub(lambda link: f"](@ref {section(link[1] or page, link[2])})", line)
+            line = PICTURE.sub(r'@image html \2 "\1"', line)
             line = LINK_TO_FILE.sub(r"\1", LINK_TO_EXAMPLE.sub(r"](\1_8cpp-example.html)", line))
         out.append(line)
     return out
