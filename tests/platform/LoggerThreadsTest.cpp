@@ -24,6 +24,7 @@ constexpr int kRounds = 500;
 void InThreads(const std::function<void(int)>& function)
 {
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back(function, i);
     }
