@@ -76,11 +76,6 @@ SystemCalls::Action FailWith(int error, std::map<void*, std::uint64_t>& unmapLat
     };
 }
 
-bool IsMapping(const SystemCall& call)
-{
-    return call.name[0] == 'm';  // mmap, mremap, munmap, mprotect, madvise
-}
-
 bool IsLarge(const std::vector<SystemCall>& calls)
 {
     return Moved(calls, "write") > kManyBytes;
@@ -213,9 +208,8 @@ void Matrix::FailSystemCalls()
     std::map<std::string, std::uint64_t> index;
     for (const SystemCall& call : calls_) {
         const std::uint64_t nth = index[call.name]++;
-        // What only memory mappings see differs in large images; the rest needs all its errors in small ones only.
         const std::vector<int>& errors = Errors().at(call.name);
-        const std::size_t number = IsLarge(calls_) && !IsMapping(call) ? 2 : errors.size();
+        const std::size_t number = IsLarge(calls_) ? 2 : errors.size();  // small images show how each error is taken
         for (std::size_t i = 0; i < number; ++i) {
             const int error = errors[i];
             RunBoth(Describe(call, nth, ::strerrorname_np(error)), [&](SystemCalls& system, bool persistently) {
