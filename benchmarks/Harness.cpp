@@ -76,6 +76,7 @@ std::vector<Result> RunRounds(const Workload& workload, const Options& options,
                               const std::vector<Contender>& contenders)
 {
     std::vector<Result> results;
+    results.reserve(contenders.size());
     for (const Contender& contender : contenders) {
         results.push_back({contender.name, {}, {}});
     }
@@ -101,6 +102,7 @@ const Result* Find(const std::vector<Result>& results, const std::string& name)
 Spread Ratio(const Result& result, const Result& base)
 {
     std::vector<double> ratios;
+    ratios.reserve(result.seconds.size());
     for (std::size_t i = 0; i < result.seconds.size(); ++i) {
         ratios.push_back(result.seconds[i] / base.seconds[i]);
     }
@@ -128,6 +130,7 @@ std::uint64_t AllCalls(const Cost& cost)
 }
 
 struct Judged {
+    Goal goal;
     double value = 0;
     bool holds = true;
 };
@@ -142,7 +145,7 @@ std::optional<Judged> Judge(const Workload& workload, const std::vector<Result>&
     const double value = goal.against == "ns"
                              ? SpreadOf(ours->seconds).median / static_cast<double>(workload.operations) * 1e9
                              : Ratio(*ours, *Find(results, goal.against)).median;
-    return Judged{value, value <= goal.atMost};
+    return Judged{goal, value, value <= goal.atMost};
 }
 
 void PrintLine(const Workload& workload, const Result& result, const Result& base, const std::optional<Judged>& judged)
@@ -155,9 +158,9 @@ void PrintLine(const Workload& workload, const Result& result, const Result& bas
                 static_cast<unsigned long long>(AllCalls(result.cost)),
                 static_cast<unsigned long long>(result.cost.faults), static_cast<double>(result.cost.peak) / (1 << 20));
     if (judged && result.name == "ours") {
-        const bool absolute = workload.goal->against == "ns";
+        const bool absolute = judged->goal.against == "ns";
         std::printf("  %.2f %s goal %.2f %s", judged->value,
-                    absolute ? "ns," : ("x " + workload.goal->against + ",").c_str(), workload.goal->atMost,
+                    absolute ? "ns," : ("x " + judged->goal.against + ",").c_str(), judged->goal.atMost,
                     judged->holds ? "holds" : "MISSED");
     }
     std::printf("\n");
@@ -186,8 +189,8 @@ void RecordResult(const Workload& workload, const Options& options, const Result
         {"peak", std::to_string(result.cost.peak)},
     };
     if (judged && result.name == "ours") {
-        fields.insert(fields.end(), {{"goal_against", Quoted(workload.goal->against)},
-                                     {"goal", Number(workload.goal->atMost)},
+        fields.insert(fields.end(), {{"goal_against", Quoted(judged->goal.against)},
+                                     {"goal", Number(judged->goal.atMost)},
                                      {"value", Number(judged->value)},
                                      {"holds", judged->holds ? "true" : "false"}});
     }
@@ -255,10 +258,8 @@ double Stopwatch()
 Spread SpreadOf(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
-    const auto at = [&](double part) {
-        return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
-    };
-    return {at(0.5), at(0.25), at(0.75)};
+    const auto at = [&](std::size_t quarter) { return values[(quarter * (values.size() - 1) + 2) / 4]; };
+    return {at(2), at(1), at(3)};
 }
 
 Cost CostOf(const Contender& contender, bool countCalls)

@@ -31,7 +31,7 @@ struct Workload {
     std::uint64_t operations;  // made by one run: chunks, calls, files
     std::optional<Goal> goal;
     std::function<std::vector<Contender>()> contenders;
-    std::string file = {};     // compared between contenders after their first run; may be empty
+    std::string file;          // compared between contenders after their first run; may be empty
     double seconds = 0;        // for its rounds; 0: the options'
     std::uint64_t memory = 0;  // bytes of free memory that are made to be there before each run: see WarmFreeMemory
     bool costs = true;         // CostOf each contender; not for those that keep threads, which a child would lack

@@ -71,7 +71,7 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
         }
         if (random) {
             std::shuffle(positions->begin(), positions->end(),
-                         std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): repeatable
+                         std::mt19937_64(1));  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable
         }
         const auto chunk = std::make_shared<DataChunk>(recordSize);
         const auto buffer = std::make_shared<WarmBuffer>(recordSize);
@@ -79,7 +79,7 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
                 {"ours", {}, [=] { return ReadThrough(path, *positions, *chunk); }}};
     };
     const std::string what = (random ? "read at random, " : "read in order, ") + SizeText(recordSize);
-    return {"W6", what, count * recordSize, count, Goal{"limit", goal}, makeContenders};
+    return {"W6", what, count * recordSize, count, Goal{"limit", goal}, makeContenders, {}};
 }
 
 }  // namespace

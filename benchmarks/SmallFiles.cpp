@@ -99,9 +99,9 @@ std::vector<Workload> RefusalWorkloads(const Options& options)
                      }}};
         };
     };
-    return {{"W9", "refused: too long", 0, kCalls, Goal{"ns", 15}, refuse(16, 4096)},
-            {"W9", "refused: time point of the last", 0, kCalls, Goal{"ns", 15}, refuse(15, 64)},
-            {"W9", "refused: time point of the first", 0, kCalls, Goal{"ns", 15}, refuse(0, 64)}};
+    return {{"W9", "refused: too long", 0, kCalls, Goal{"ns", 15}, refuse(16, 4096), {}},
+            {"W9", "refused: time point of the last", 0, kCalls, Goal{"ns", 15}, refuse(15, 64), {}},
+            {"W9", "refused: time point of the first", 0, kCalls, Goal{"ns", 15}, refuse(0, 64), {}}};
 }
 
 }  // namespace bench

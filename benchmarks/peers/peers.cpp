@@ -59,7 +59,8 @@ std::vector<std::uint64_t> RandomTimes(const Data& data)
 {
     std::vector<std::uint64_t> times(data.count);
     std::iota(times.begin(), times.end(), 0);
-    std::shuffle(times.begin(), times.end(), std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
+    std::shuffle(times.begin(), times.end(),
+                 std::mt19937_64(1));  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same in every run
     times.resize(data.count / 4);
     return times;
 }

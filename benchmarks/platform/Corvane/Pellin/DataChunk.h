@@ -55,7 +55,7 @@ public:
         return ::read(fd, payload_.data(), payload_.size()) == static_cast<ssize_t>(payload_.size()) ? head_.size : 0;
     }
 
-    std::uint64_t ReadFrom(int fd, const std::set<std::string>&) { return ReadFrom(fd); }
+    std::uint64_t ReadFrom(int fd, const std::set<std::string>& /*names*/) { return ReadFrom(fd); }
 
 private:
     static constexpr std::uint32_t kMark = 0x6b6e6863;

@@ -13,7 +13,11 @@ public:
     Logger& operator=(const Logger&) = delete;
     virtual ~Logger() = default;
 
-    virtual void Log(std::int32_t, const std::string&, const char*, std::int32_t) { ++records; }
+    virtual void Log(std::int32_t /*level*/, const std::string& /*message*/, const char* /*file*/,
+                     std::int32_t /*line*/)
+    {
+        ++records;
+    }
     virtual std::int32_t GetCurrentLevel() { return level; }
 
     std::int32_t level = 60;  // above all that the library logs

@@ -9,8 +9,8 @@ namespace tarn::cv::logging {
 // One logger for every name.
 class LoggingManager {
 public:
-    static Logger& GetLogger(const std::string&) noexcept { return TheLogger(); }
-    static Logger* GetLoggerPtr(const std::string&) noexcept { return &TheLogger(); }
+    static Logger& GetLogger(const std::string& /*name*/) noexcept { return TheLogger(); }
+    static Logger* GetLoggerPtr(const std::string& /*name*/) noexcept { return &TheLogger(); }
 
 private:
     static Logger& TheLogger() noexcept
