@@ -124,6 +124,11 @@ void ChangeNumber(std::string& input, std::size_t record, Random& random)
     Store(input, at, static_cast<std::uint32_t>(random.Choose(numbers)));
 }
 
+void FlipBit(char& byte, std::size_t bit)
+{
+    byte = static_cast<char>(static_cast<unsigned char>(byte) ^ (1U << bit));
+}
+
 void Mutate(std::string& input, Random& random)
 {
     const std::vector<std::size_t> records = Records(input);
@@ -131,7 +136,7 @@ void Mutate(std::string& input, Random& random)
     const std::size_t size = records.empty() ? 0 : std::min(Load(input, record + 4), input.size() - record);
     switch (random.Below(9)) {
         case 0:
-            input[random.Below(input.size())] ^= static_cast<char>(1U << random.Below(8));
+            FlipBit(input[random.Below(input.size())], random.Below(8));
             break;
         case 1:
             Store(input, kCount,

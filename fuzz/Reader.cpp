@@ -45,7 +45,7 @@ void CheckPart(const DataChunk& some, const DataChunk& whole, const std::set<std
           "skipping fields changes neither size nor time");
     for (const auto& [name, value] : whole.Fields()) {
         const std::string* const found = some.Get(name);
-        Check((found != nullptr) == (names.count(name) != 0), "exactly the named fields are loaded");
+        Check((found != nullptr) == names.contains(name), "exactly the named fields are loaded");
         Check(found == nullptr || *found == value, "a field's value is the same either way");
     }
 }

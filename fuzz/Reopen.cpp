@@ -106,7 +106,7 @@ DataChunk NewChunk(const Prefix& prefix, std::size_t fieldSize)
 {
     const std::set<std::int64_t> times = prefix.Times();
     std::int64_t time = 0;
-    while (times.count(time) != 0) {
+    while (times.contains(time)) {
         ++time;
     }
     DataChunk chunk{TimePoint(time)};

@@ -18,7 +18,6 @@ import resource
 import shlex
 import subprocess
 import sys
-import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SOURCES = ROOT / "Corvane/Common/libFile/Corvane/File"
@@ -145,10 +144,12 @@ def all_mutants():
             yield mutant
 
 
-def limited():
-    """So that a mutant that never stops allocating or writing stops after all."""
-    resource.setrlimit(resource.RLIMIT_DATA, (5 << 30, 5 << 30))
+def limit(seconds, memory):
+    """So that a mutant that never ends, or never stops allocating, stops after all. For the process about to start."""
+    resource.setrlimit(resource.RLIMIT_CPU, (seconds, seconds))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    if memory:
+        resource.setrlimit(resource.RLIMIT_DATA, (5 << 30, 5 << 30))
 
 
 class Build:
@@ -162,7 +163,7 @@ class Build:
         subprocess.run(["cmake", "-S", ROOT, "-B", self.folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                         f"-DCMAKE_CXX_FLAGS=-w {flags}", "-DCORVANE_FILE_TESTS=ON", "-DCORVANE_FILE_EXAMPLES=OFF",
                         "-DCORVANE_FILE_INSTALL=OFF", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-                        "-DBUILD_SHARED_LIBS=ON"], check=True, stdout=subprocess.DEVNULL)
+                        "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"], check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", self.folder, "-j2", "--target", *programs], check=True)
         self.programs = {program: next(self.folder.rglob(program)) for program in programs}
         self.needs = {program: "corvane_file_scripted" if b"libcorvane_file_scripted" in path.read_bytes()
@@ -220,23 +221,24 @@ class Build:
                        "GTEST_BRIEF": "1"}
         try:
             return subprocess.run(self.programs[program], cwd=folder, env=environment, stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL, preexec_fn=None if self.sanitized else limited,
-                                  timeout=self.limits.get(program, 300)).returncode == 0
+                                  stderr=subprocess.DEVNULL, timeout=300, preexec_fn=lambda: limit(
+                                      self.limits.get(program, 300), not self.sanitized)).returncode == 0
         except subprocess.TimeoutExpired:
             return False
 
     def measure(self):
-        """Every program must pass with the unchanged library, and gets a multiple of the time that it takes."""
+        """Every program must pass with the unchanged library, and gets a multiple of the processor time it takes."""
         folder = self.folder / "unchanged"
         folder.mkdir(exist_ok=True)
         for target in self.commands:
             if not self.compile(None, target, folder):
                 sys.exit("mutants: the library does not compile")
         for program in self.programs:
-            start = time.monotonic()
+            before = resource.getrusage(resource.RUSAGE_CHILDREN)
             if not self.run(program, folder):
                 sys.exit(f"mutants: {program} fails with the unchanged library")
-            self.limits[program] = 15 + 6 * (time.monotonic() - start)
+            after = resource.getrusage(resource.RUSAGE_CHILDREN)
+            self.limits[program] = round(3 + 5 * (after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime))
 
     def judge(self, mutant, folder):
         """"invalid", "found by PROGRAM" or "survived"."""
