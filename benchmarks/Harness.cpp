@@ -21,7 +21,7 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t kFewestRounds = 5;
+constexpr std::size_t kFewestRounds = 3;
 constexpr std::size_t kMostRounds = 25;
 
 bool processorTime = false;

@@ -20,7 +20,8 @@ using Corvane::Pellin::DataChunk;
 
 namespace {
 
-constexpr std::uint64_t kCountedReads = 1000;  // of which the system calls are counted
+constexpr std::uint64_t kMostReads = 1'000'000;  // of a file that may hold more records
+constexpr std::uint64_t kCountedReads = 1000;    // of which the system calls are counted
 
 std::uint64_t ReadThrough(const std::string& path, const std::vector<std::uint64_t>& positions, DataChunk& chunk)
 {
@@ -62,6 +63,7 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
 {
     const std::string path = options.folder + "/read.chunks";
     const std::uint64_t count = options.bytes / recordSize;
+    const std::uint64_t reads = std::min(count, kMostReads);
     const auto makeContenders = [=]() -> std::vector<Contender> {
         ::unlink(path.c_str());
         MakeFile(path, count, recordSize);
@@ -73,13 +75,14 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
             std::shuffle(positions->begin(), positions->end(),
                          std::mt19937_64(1));  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable
         }
+        positions->resize(reads);
         const auto chunk = std::make_shared<DataChunk>(recordSize);
         const auto buffer = std::make_shared<WarmBuffer>(recordSize);
         return {{"limit", {}, [=] { return ReadDirectly(path, *positions, *buffer); }},
                 {"ours", {}, [=] { return ReadThrough(path, *positions, *chunk); }}};
     };
     const std::string what = (random ? "read at random, " : "read in order, ") + SizeText(recordSize);
-    return {"W6", what, count * recordSize, count, Goal{"limit", goal}, makeContenders, {}};
+    return {"W6", what, reads * recordSize, reads, Goal{"limit", goal}, makeContenders, {}};
 }
 
 }  // namespace

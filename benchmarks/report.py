@@ -19,6 +19,7 @@ text { font: 12px sans-serif; fill: #24292f; }
 .goal { stroke: #cf222e; stroke-width: 2; }
 .a { fill: #0969da; } .b { fill: #bf8700; } .c { fill: #8250df; } .d { fill: #1a7f37; }
 .e { fill: #cf222e; } .f { fill: #57606a; } .g { fill: #bc4c00; } .h { fill: #1b7c83; }
+.i { fill: #bf3989; } .j { fill: #116329; } .k { fill: #0a3069; }
 .line { fill: none; stroke-width: 2; }
 .line.a { stroke: #0969da; fill: none; } .line.b { stroke: #bf8700; fill: none; }
 .line.c { stroke: #8250df; fill: none; } .line.d { stroke: #1a7f37; fill: none; }
@@ -27,6 +28,7 @@ text { font: 12px sans-serif; fill: #24292f; }
   .goal { stroke: #ff7b72; }
   .a { fill: #58a6ff; } .b { fill: #e3b341; } .c { fill: #bc8cff; } .d { fill: #56d364; }
   .e { fill: #ff7b72; } .f { fill: #9198a1; } .g { fill: #ffa657; } .h { fill: #76e3ea; }
+  .i { fill: #f778ba; } .j { fill: #aff5b4; } .k { fill: #cae8ff; }
   .line.a { stroke: #58a6ff; } .line.b { stroke: #e3b341; } .line.c { stroke: #bc8cff; }
   .line.d { stroke: #56d364; }
 }
@@ -115,7 +117,7 @@ def legend(picture, x, y, entries):
     for text, kind in entries:
         picture.bar(x, y - 9, 12, 10, kind)
         picture.text(x + 17, y, text, kind="small")
-        x += 32 + 6.5 * len(text)
+        x += 36 + 6 * len(text)
 
 
 def draw_ratios(rows):
@@ -171,11 +173,11 @@ def draw_peers(rows):
     """Dots: each peer's time as a multiple of ours, which is the line at 1."""
     groups = workloads(rows)
     names = list(dict.fromkeys(row["contender"] for row in rows if "ratio" in row and row["contender"] != "ours"))
-    kinds = {name: "abcdefgh"[i % 8] for i, name in enumerate(names)}
+    kinds = {name: "abcdefghijk"[i % 11] for i, name in enumerate(names)}
     left, right, top, step = 240, 870, 80, 28
     bottom = top + step * len(groups)
     picture = Picture(900, bottom + 20, "Time of other stores as a multiple of ours")
-    scale = Scale(0.01, 1000, left, right)
+    scale = Scale(0.005, 5000, left, right)
     legend(picture, 20, 20, [(name, kinds[name]) for name in names[:6]])
     legend(picture, 20, 40, [(name, kinds[name]) for name in names[6:]])
     for tick in (0.01, 0.1, 1, 10, 100, 1000):
@@ -199,9 +201,11 @@ def machine_text(rows):
     row = next((row for row in rows if row["workload"] == "machine"), None)
     if row is None:
         return "Nothing is recorded yet."
+    rounds = [other["rounds"] for other in rows if "rounds" in other]
     kind = "virtual, " if row["virtual"] else ""
     return (f"{row['processor']}, {row['processors']} processors, {row['memory_mib'] / 1024:.0f} GiB ({kind}Linux "
-            f"{row['kernel']}), {row['file_system']}, {row['bytes'] >> 20} MiB a workload, measured in {row['clock']}.")
+            f"{row['kernel']}), {row['file_system']}, {row['bytes'] >> 20} MiB a workload, {min(rounds)} to "
+            f"{max(rounds)} rounds, measured in {row['clock']}.")
 
 
 def calls_text(row):

@@ -91,7 +91,7 @@ std::vector<Workload> StoreWorkloads(const Options& options, std::uint64_t recor
 Workload SmallStores(const Options& options)
 {
     const Data data = {1024, 16, std::string(1024 - 16, 'p')};
-    const std::uint64_t stores = options.quick ? 10 : 100;
+    const std::uint64_t stores = options.quick ? 10 : 50;
     const auto folder = [](const Store&, const std::string& path) { std::filesystem::create_directory(path); };
     const Work work = {std::to_string(stores) + " stores of 16", folder, true,
                        [=](const Store& store, const std::string& path) {
