@@ -396,10 +396,33 @@ TEST_F(Attributes, NoMemoryForWhatTheSystemReportsIsThrownWithTheFlagTrue)
 
 TEST_F(Attributes, WriteReplacesOrCreatesWithoutFlags)
 {
+    const int fd = Open(path_, O_RDWR);
     const support::SystemCalls calls;
     ExtendedAttributes::Write(path_, "user.x", std::string("a\0b", 3));
+    ExtendedAttributes::Write(fd, "user.x", std::string("\0bcd", 4));
     EXPECT_EQ(calls.Calls("setxattr").at(0).flags, 0);
     EXPECT_EQ(calls.Calls("setxattr").at(0).size, 3U);
+    EXPECT_EQ(calls.Calls("fsetxattr").at(0).flags, 0);
+    EXPECT_EQ(calls.Calls("fsetxattr").at(0).size, 4U);
+    EXPECT_EQ(ExtendedAttributes::Read(path_, "user.x"), std::string("\0bcd", 4));
+}
+
+TEST_F(Attributes, SizeIsAskedWithoutABufferAndContentWithOneOfThatSize)
+{
+    ExtendedAttributes::Write(path_, "user.x", std::string(100, 'v'));
+    const int fd = Open(path_, O_RDONLY);
+    const support::SystemCalls calls;
+    TryRead(path_, "user.x");
+    ExtendedAttributes::Read(fd, "user.x", success_);
+    ExtendedAttributes::List(path_, success_);
+    const auto made = calls.Calls();
+    ASSERT_EQ(made.size(), 6U);
+    for (std::size_t i = 0; i < made.size(); i += 2) {
+        EXPECT_EQ(made[i].buffer, nullptr);
+        EXPECT_EQ(made[i].size, 0U);
+        EXPECT_NE(made[i + 1].buffer, nullptr);
+        EXPECT_EQ(made[i + 1].size, static_cast<std::uint64_t>(made[i].result));
+    }
 }
 
 TEST_F(Attributes, FlagBecomesTrueWhateverItWas)
