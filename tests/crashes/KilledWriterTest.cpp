@@ -155,7 +155,7 @@ protected:
 
 TEST_F(KilledWriter, LeavesNewBytesThenOldOnesAndReopeningKeepsTheGood)
 {
-    const char* const chosen = std::getenv("CORVANE_KILLS");
+    const char* const chosen = std::getenv("CORVANE_KILLS");  // NOLINT(concurrency-mt-unsafe): one thread
     const int kills = chosen != nullptr ? std::stoi(chosen) : 20;
     std::int64_t longest = Duration().count();
     std::mt19937_64 random(20);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same moments each time

@@ -146,7 +146,7 @@ void AppenderScenario::Check(const std::vector<SystemCall>& calls) const
         times.insert(setup_.stored[i].time);
     }
     for (const Chunk& chunk : chunks_) {
-        EXPECT_TRUE(chunk.end == End::kThrown || (chunk.end == End::kRefused) == (times.count(chunk.time) != 0));
+        EXPECT_TRUE(chunk.end == End::kThrown || (chunk.end == End::kRefused) == times.contains(chunk.time));
         if (chunk.end == End::kHeld) {
             times.insert(chunk.time);
         }

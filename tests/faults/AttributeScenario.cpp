@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "Corvane/File/ExtendedAttributes.h"
@@ -18,7 +19,7 @@ using support::SystemCall;
 
 namespace {
 
-const std::string kOldValue = "the value of old";
+constexpr std::string_view kOldValue = "the value of old";
 constexpr std::size_t kEnoughBytes = 4096;
 
 // The value on disk; empty if there is none.
@@ -30,7 +31,7 @@ std::string Stored(int fd, const std::string& name)
     return value;
 }
 
-void Store(int fd, const std::string& name, const std::string& value)
+void Store(int fd, const std::string& name, std::string_view value)
 {
     if (::fsetxattr(fd, name.c_str(), value.data(), value.size(), 0) != 0) {
         throw std::runtime_error("cannot set " + name);
@@ -85,7 +86,8 @@ void AttributeScenario::Check(const std::vector<SystemCall>& calls) const
     const bool allowed =
         std::all_of(calls.begin(), calls.end(), [](const SystemCall& call) { return call.result >= 0; });
     EXPECT_TRUE(end_ == End::kThrown || (end_ == End::kSuccess) == allowed);
-    EXPECT_EQ(Stored(work_.fd, "user.first"), operation_.changes && allowed ? operation_.valueAfter : kOldValue);
+    EXPECT_EQ(Stored(work_.fd, "user.first"),
+              operation_.changes && allowed ? std::string_view(operation_.valueAfter) : kOldValue);
     EXPECT_EQ(Stored(work_.fd, "user.second"), "2");
     if (end_ != End::kSuccess || operation_.changes) {
         return;

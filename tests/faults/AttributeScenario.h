@@ -16,8 +16,8 @@ struct AttributeWork {
     int fd = -1;
     std::string name = "user.first";
     std::string newValue = "another value";
-    std::string value = {};
-    std::set<std::string> names = {};
+    std::string value;
+    std::set<std::string> names;
     bool success = false;
 };
 

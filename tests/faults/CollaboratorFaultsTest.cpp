@@ -31,7 +31,8 @@ protected:
         const auto fail = [&](std::uint64_t nth, bool persistently) {
             thrown = false;
             operation = [&thrown, nth, persistently, uses = std::uint64_t{0}]() mutable {
-                if (uses++ == nth || (persistently && uses > nth)) {
+                const std::uint64_t use = uses++;
+                if (use == nth || (persistently && use > nth)) {
                     thrown = true;
                     throw Thrown();
                 }

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <system_error>
 #include <thread>
 
 #include "Corvane/File/ChunkFileLayout.h"
@@ -126,7 +127,7 @@ protected:
     void SetUp() override
     {
         if (::access("/dev/fuse", R_OK | W_OK) != 0) {
-            GTEST_SKIP() << "cannot use /dev/fuse: " << std::strerror(errno);
+            GTEST_SKIP() << "cannot use /dev/fuse: " << std::generic_category().message(errno);
         }
         std::filesystem::create_directory(mountPoint_);
         disk = new (::mmap(nullptr, sizeof(Disk), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Disk;
@@ -160,7 +161,7 @@ protected:
         }
     }
 
-    std::string Stored() const { return {disk->bytes, disk->bytes + kSize}; }
+    static std::string Stored() { return {disk->bytes, disk->bytes + kSize}; }
 
     // The error of a reopening; empty if there is none.
     std::string TextOfFailure(std::uint64_t maxSize) const

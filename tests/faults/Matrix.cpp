@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -88,14 +89,14 @@ bool IsAttributeQuery(const SystemCall& call)
 
 // The kinds of results that are short of `size`.
 struct Shortening {
-    std::string name;
+    const char* name;
     std::uint64_t (*shorten)(std::uint64_t size);
 };
-const std::vector<Shortening> kShortenings = {
-    {"nothing", [](std::uint64_t) { return std::uint64_t{0}; }},
-    {"one byte", [](std::uint64_t size) { return std::min<std::uint64_t>(size, 1); }},
-    {"a third", [](std::uint64_t size) { return (size + 2) / 3; }},
-    {"all but one byte", [](std::uint64_t size) { return size - std::min<std::uint64_t>(size, 1); }},
+constexpr std::array kShortenings = {
+    Shortening{"nothing", [](std::uint64_t) { return std::uint64_t{0}; }},
+    Shortening{"one byte", [](std::uint64_t size) { return std::min<std::uint64_t>(size, 1); }},
+    Shortening{"a third", [](std::uint64_t size) { return (size + 2) / 3; }},
+    Shortening{"all but one byte", [](std::uint64_t size) { return size - std::min<std::uint64_t>(size, 1); }},
 };
 
 // Bytes of memory mapped by others than malloc, which is told to leave mmap alone.
@@ -121,10 +122,14 @@ std::int64_t Shortened(const SystemCall& call, std::uint64_t size)
     if (call.name == "write") {
         return ::write(call.fd, buffer, size);
     }
-    const ssize_t result =
-        call.name == "getxattr"    ? ::getxattr(call.path.c_str(), call.attribute.c_str(), buffer, call.size)
-        : call.name == "fgetxattr" ? ::fgetxattr(call.fd, call.attribute.c_str(), buffer, call.size)
-                                   : ::listxattr(call.path.c_str(), static_cast<char*>(buffer), call.size);
+    ssize_t result = 0;
+    if (call.name == "getxattr") {
+        result = ::getxattr(call.path.c_str(), call.attribute.c_str(), buffer, call.size);
+    } else if (call.name == "fgetxattr") {
+        result = ::fgetxattr(call.fd, call.attribute.c_str(), buffer, call.size);
+    } else {
+        result = ::listxattr(call.path.c_str(), static_cast<char*>(buffer), call.size);
+    }
     return std::min(result, static_cast<ssize_t>(size));
 }
 
@@ -137,7 +142,7 @@ std::string Describe(const SystemCall& call, std::uint64_t nth, const std::strin
 
 Matrix::Matrix(Scenario& scenario) : scenario_(scenario), mapped_(0)
 {
-    ::mallopt(M_MMAP_THRESHOLD, 1 << 25);
+    ::mallopt(M_MMAP_THRESHOLD, 1 << 25);  // NOLINT(concurrency-mt-unsafe): one thread
     descriptors_ = support::OpenDescriptors();
     RunUndisturbed();
     mapped_ = MappedBytes();
@@ -233,7 +238,7 @@ void Matrix::ShortenSystemCalls()
                 const std::uint64_t size = transfers ? made.size : static_cast<std::uint64_t>(call.result);
                 return Shortened(made, kind.shorten(size));
             };
-            if (call.size > kManyBytes && kind.name == "one byte") {
+            if (call.size > kManyBytes && kind.shorten(call.size) == 1) {
                 continue;  // as many reads as bytes
             }
             RunBoth(Describe(call, nth, kind.name),

@@ -2,9 +2,9 @@
 #include <sys/xattr.h>
 
 #include <cerrno>
-#include <cstring>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include "faults/AppenderScenario.h"
 #include "faults/AttributeScenario.h"
@@ -47,7 +47,7 @@ protected:
     {
         if (GetParam().name.rfind("Attribute", 0) == 0 &&
             ::setxattr(folder_.Path().c_str(), "user.probe", "", 0, 0) != 0) {
-            GTEST_SKIP() << "no extended attributes on this file system: " << std::strerror(errno);
+            GTEST_SKIP() << "no extended attributes on this file system: " << std::generic_category().message(errno);
         }
         scenario_ = GetParam().make();
         matrix_ = std::make_unique<Matrix>(*scenario_);

@@ -28,8 +28,10 @@ protected:
     static int Run(std::vector<std::string> command)
     {
         return support::RunInChild([&] {
-            ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // which cannot look for them under strace
+            // Leaks cannot be looked for under strace.
+            ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // NOLINT(concurrency-mt-unsafe): a child of one thread
             std::vector<char*> arguments;
+            arguments.reserve(command.size() + 1);
             for (std::string& word : command) {
                 arguments.push_back(word.data());
             }

@@ -68,7 +68,7 @@ private:
         for (std::uint64_t i = Pick(60); i != 0; --i) {
             const auto time = static_cast<std::int64_t>(Pick(1000));
             const DataChunk chunk = support::ChunkOfSize(time, 60 + Pick(2000));
-            const bool accepted = chunk.GetSizeOnFile() <= kMaxSize - used_ && chunks_.count(time) == 0;
+            const bool accepted = chunk.GetSizeOnFile() <= kMaxSize - used_ && !chunks_.contains(time);
             right = right && appender.Append(chunk) == accepted;
             if (accepted) {
                 chunks_[time] = {used_, support::RecordOf(chunk)};
@@ -125,12 +125,13 @@ protected:
 TEST_F(Load, ThreadsOnFilesOfTheirOwnAgreeWithTheirModelsInFlatMemory)
 {
     constexpr unsigned kThreads = 4;
-    const char* const chosen = std::getenv("CORVANE_SOAK_SECONDS");
+    const char* const chosen = std::getenv("CORVANE_SOAK_SECONDS");  // NOLINT(concurrency-mt-unsafe): one thread yet
     const std::chrono::seconds duration(chosen != nullptr ? std::stoi(chosen) : 3);
     const auto start = Clock::now();
     std::atomic<std::uint64_t> rounds = 0;
     std::atomic<std::uint64_t> wrong = 0;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (unsigned i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
             for (ModelledFile file(folder_ / std::to_string(i), i); wrong == 0 && Clock::now() - start < duration;) {
