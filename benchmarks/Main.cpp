@@ -21,7 +21,7 @@ constexpr const char* kUsage =
 Options ParseArguments(const std::vector<std::string>& arguments)
 {
     Options options;
-    options.folder = std::filesystem::current_path() / "bench-files";
+    std::string folder = std::filesystem::temp_directory_path();
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         const auto value = [&] { return arguments.at(++i); };
@@ -36,7 +36,7 @@ Options ParseArguments(const std::vector<std::string>& arguments)
         } else if (argument == "--seconds") {
             options.seconds = std::stod(value());
         } else if (argument == "--folder") {
-            options.folder = value();
+            folder = value();
         } else if (argument == "--results") {
             options.results = value();
         } else if (argument.rfind('-', 0) == 0) {
@@ -45,8 +45,25 @@ Options ParseArguments(const std::vector<std::string>& arguments)
             options.only.push_back(argument);
         }
     }
+    options.folder = folder + "/bench-files";  // of our own: it is removed in the end
     return options;
 }
+
+// A new folder that goes with what is in it, however the measurements end.
+class Folder {
+public:
+    explicit Folder(const std::string& path) : path_(path) { std::filesystem::create_directories(path_); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder()
+    {
+        std::error_code error;
+        std::filesystem::remove_all(path_, error);
+    }
+
+private:
+    std::filesystem::path path_;
+};
 
 // What follows the colon in the first line of a file under /proc that starts so.
 std::string ProcLine(const char* file, const std::string& start)
@@ -102,11 +119,10 @@ int Main(const std::vector<std::string>& arguments, const std::function<void(con
 {
     try {
         const Options options = ParseArguments(arguments);
-        std::filesystem::create_directories(options.folder);
+        const Folder folder(options.folder);
         RecordMachine(options);
         PrintHead(options);
         measure(options);
-        std::filesystem::remove_all(options.folder);
         return 0;
     } catch (const std::exception& error) {
         std::cerr << "bench: " << error.what() << '\n' << kUsage;

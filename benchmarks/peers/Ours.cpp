@@ -24,7 +24,7 @@ std::uint64_t Write(const std::string& path, const Data& data, std::uint64_t fir
     return accepted;
 }
 
-std::uint64_t ReadAll(const std::string& path, const Data&)
+std::uint64_t ReadAll(const std::string& path, const Data& /*data*/)
 {
     Corvane::File::DataChunkFileReader file(path);
     DataChunk chunk;

@@ -56,7 +56,7 @@ std::uint64_t SumOfRow(sqlite3_stmt* row)
     return SumOf(static_cast<std::uint64_t>(sqlite3_column_int64(row, 0)), payload.size());
 }
 
-std::uint64_t ReadAll(const std::string& path, const Data&)
+std::uint64_t ReadAll(const std::string& path, const Data& /*data*/)
 {
     const Database database = Open(path);
     const Statement select = Prepare(database.get(), "SELECT time, value FROM chunks ORDER BY time");
@@ -67,7 +67,7 @@ std::uint64_t ReadAll(const std::string& path, const Data&)
     return sum;
 }
 
-std::uint64_t ReadAt(const std::string& path, const Data&, const std::vector<std::uint64_t>& times)
+std::uint64_t ReadAt(const std::string& path, const Data& /*data*/, const std::vector<std::uint64_t>& times)
 {
     const Database database = Open(path);
     const Statement select = Prepare(database.get(), "SELECT time, value FROM chunks WHERE time = ?");

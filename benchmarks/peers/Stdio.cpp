@@ -25,6 +25,12 @@ std::uint64_t TimeIn(const std::string& record)
     return time;
 }
 
+bool Next(std::FILE* file, std::string& record)
+{
+    return std::feof(file) == 0 && std::ferror(file) == 0 &&
+           std::fread(record.data(), 1, record.size(), file) == record.size();
+}
+
 void Put(std::FILE* file, std::uint64_t time, const std::string& payload)
 {
     std::fwrite(&time, sizeof time, 1, file);
@@ -45,7 +51,7 @@ std::uint64_t ReadAll(const std::string& path, const Data& data)
     const File file = Open(path, "r");
     std::string record(sizeof(std::uint64_t) + data.payload.size(), '\0');
     std::uint64_t sum = 0;
-    while (std::fread(record.data(), 1, record.size(), file.get()) == record.size()) {
+    while (Next(file.get(), record)) {
         sum += SumOf(TimeIn(record), record.size() - sizeof(std::uint64_t));
     }
     return sum;
@@ -71,7 +77,7 @@ std::uint64_t WriteWithSet(const std::string& path, const Data& data, std::uint6
     if (first != 0) {
         const File file = Open(path, "r");
         std::string record(sizeof(std::uint64_t) + data.payload.size(), '\0');
-        while (std::fread(record.data(), 1, record.size(), file.get()) == record.size()) {
+        while (Next(file.get(), record)) {
             times.insert(times.end(), TimeIn(record));
         }
     }
