@@ -43,8 +43,10 @@ int main(int count, char** arguments)
     try {
         if (count == 4) {
             Write(arguments[2], std::stoll(arguments[3]));
-        } else {
+        } else if (count == 3) {
             Reopen(arguments[2]);
+        } else {
+            throw std::runtime_error("usage: chunk_writer write FILE GENERATION | chunk_writer reopen FILE");
         }
         return 0;
     } catch (const std::exception& error) {
