@@ -41,6 +41,7 @@ std::uint64_t ReadDirectly(const std::string& path, const std::vector<std::uint6
     std::uint64_t header[2] = {};
     std::uint64_t sum = 0;
     if (::read(fd, &header[0], 8) != 8 || ::read(fd, &header[1], 8) != 8) {
+        ::close(fd);
         return 0;
     }
     const std::uint64_t count = CountingSystemCalls() ? kCountedReads : positions.size();

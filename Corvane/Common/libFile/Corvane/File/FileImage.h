@@ -84,7 +84,7 @@ private:
     static constexpr std::uint64_t kShortestTail = std::uint64_t{1} << 16U;
     static constexpr int kPopulateRead = 22;  // MADV_POPULATE_READ, younger than the oldest headers we build with
 
-    static std::uint64_t RoundUp(std::uint64_t size, std::uint64_t unit) { return (size + unit - 1) / unit * unit; }
+    static std::uint64_t RoundUp(std::uint64_t bytes, std::uint64_t step) { return (bytes + step - 1) / step * step; }
 
     void Reserve(std::uint64_t size)
     {

@@ -42,6 +42,7 @@ public:
     std::vector<std::string> Lines() const
     {
         std::vector<std::string> lines;
+        lines.reserve(records.size());
         for (const Record& record : records) {
             lines.push_back(std::to_string(record.level) + " " + record.message);
         }
