@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -33,8 +34,17 @@ struct Result {
     Cost cost;
 };
 
+// A large allocation joins the heap's small free blocks. Without it, a set's nodes lie in the holes that the set of the
+// run before has left, in the order in which they were freed.
+void JoinFreeBlocks()
+{
+    void* volatile block = std::malloc(std::size_t{1} << 20U);
+    std::free(block);
+}
+
 double Timed(const Workload& workload, const Contender& contender, std::optional<std::uint64_t>& expected)
 {
+    JoinFreeBlocks();
     WarmFreeMemory(workload.memory);
     if (contender.prepare) {
         contender.prepare();
