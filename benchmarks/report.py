@@ -125,7 +125,8 @@ def draw_ratios(rows):
     groups = {key: group for key, group in workloads(rows).items() if find(group, "limit")}
     left, right, top, step = 260, 860, 60, 30
     picture = Picture(900, top + step * len(groups) + 30, "Time as a multiple of the limit")
-    scale = Scale(0.2, 100, left, right)
+    highest = max(row["ratio_high"] for group in groups.values() for row in group)
+    scale = Scale(0.2, max(100, highest), left, right)
     bottom = top + step * len(groups)
     legend(picture, left, 20, [("ours, with quartiles", "a"), ("literal", "f"), ("goal", "e")])
     for tick in scale.ticks():
@@ -140,8 +141,9 @@ def draw_ratios(rows):
         if literal:
             picture.bar(left, y + 15, scale.at(literal["ratio"]) - left, 6, "f")
         goal_row = find([row for row in group if "goal" in row], "ours")
-        if goal_row and goal_row["goal_against"] == "limit":
-            picture.line(scale.at(goal_row["goal"]), y, scale.at(goal_row["goal"]), y + 22, "goal")
+        if goal_row:
+            goal = goal_row["goal"] * find(group, goal_row["goal_against"])["ratio"]
+            picture.line(scale.at(goal), y, scale.at(goal), y + 22, "goal")
     picture.write("ratios.svg")
 
 

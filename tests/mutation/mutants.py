@@ -27,7 +27,8 @@ GOAL = 98.0  # percent
 
 # Which test programs look at which source; first those that find the most in the least time.
 APPENDER = ["appender_test", "reopen_test", "reopen_calls_test", "appender_calls_test", "appender_exceptions_test",
-            "reopen_walk_test", "reopen_damage_test", "reopen_memory_test"]
+            "appender_collaborators_test", "reopen_walk_test", "collaborator_faults_test", "reopen_damage_test",
+            "reopen_memory_test"]
 READER = ["reader_test", "reader_calls_test", "reader_exceptions_test"]
 ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test"]
 PROGRAMS = {

@@ -13,9 +13,11 @@ struct SystemCall {
     std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "rename", "remove",
                        // "mmap", "mremap", "munmap", "mprotect", "madvise", and the six for extended attributes
     int fd = -1;
+    // NOLINTBEGIN(readability-redundant-member-init): without a value here, g++ wants one wherever a call is made up
     std::string path = {};
     std::string target = {};  // what a rename leads to
     std::string attribute = {};
+    // NOLINTEND(readability-redundant-member-init)
     int flags = 0;
     unsigned mode = 0;
     const void* buffer = nullptr;
