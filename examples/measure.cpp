@@ -95,15 +95,15 @@ void DamageAndRecover(const std::string& name, std::uint64_t end)
     Print(copy, {});
 }
 
-void Tag(const std::string& name, std::uint64_t end)
+void Tag(const std::string& path, std::uint64_t end)
 {
     try {
-        ExtendedAttributes::Write(name, XattrTrackSize, std::to_string(end));
-        ExtendedAttributes::Write(name, XattrFileSize, std::to_string(std::filesystem::file_size(name)));
-        for (const std::string& attribute : ExtendedAttributes::List(name)) {
-            std::cout << "  " << attribute << " = " << ExtendedAttributes::Read(name, attribute) << '\n';
+        ExtendedAttributes::Write(path, XattrTrackSize, std::to_string(end));
+        ExtendedAttributes::Write(path, XattrFileSize, std::to_string(std::filesystem::file_size(path)));
+        for (const std::string& attribute : ExtendedAttributes::List(path)) {
+            std::cout << "  " << attribute << " = " << ExtendedAttributes::Read(path, attribute) << '\n';
         }
-        ExtendedAttributes::Read(name, XattrEmptyFile);
+        ExtendedAttributes::Read(path, XattrEmptyFile);
     } catch (const std::runtime_error& error) {
         std::cout << "  thrown: " << error.what() << '\n';
     }

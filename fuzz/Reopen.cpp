@@ -58,7 +58,7 @@ std::uint64_t ChooseMaxSize(const fuzz::Input& input)
         case 2:
             return input.file.size() + input.choices[1];
         default:
-            return 256U * input.choices[1];
+            return std::uint64_t{256} * input.choices[1];
     }
 }
 

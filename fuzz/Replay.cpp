@@ -48,7 +48,7 @@ int main(int count, char** arguments)
         std::fprintf(stderr, "usage: %s FOLDER MUTATIONS\n", arguments[0]);
         return 2;
     }
-    const auto mutations = static_cast<unsigned>(std::atoi(arguments[2]));
+    const auto mutations = static_cast<unsigned>(std::stoul(arguments[2]));
     const auto inputs = Inputs(arguments[1]);
     for (const auto& [name, input] : inputs) {
         std::fprintf(stderr, "%s\n", name.c_str());

@@ -151,8 +151,8 @@ TEST_F(AppenderCalls, EveryReasonOfAFailedOpenIsTold)
     for (const int error : {EACCES, EPERM, EMFILE, EISDIR, ENOSPC, EROFS, ELOOP}) {
         support::SystemCalls calls;
         calls.Fail("open", error);
-        EXPECT_EQ(TextOfFailedOpen(),
-                  "DataChunkFileAppender could not open file " + path_ + ": " + std::strerror(error));
+        const std::string reason = std::strerror(error);  // NOLINT(concurrency-mt-unsafe): there is one thread
+        EXPECT_EQ(TextOfFailedOpen(), "DataChunkFileAppender could not open file " + path_ + ": " + reason);
     }
     EXPECT_EQ(log_.Lines(), Lines{});
 }

@@ -57,6 +57,15 @@ TEST_F(AppenderCollaborators, ChunkThatDoesNotFitIsAskedForItsSizeOnly)
     EXPECT_EQ(asked_, Lines{"size"});
 }
 
+TEST_F(AppenderCollaborators, ChunkThatClaimsNoLengthFitsAFullFile)
+{
+    {
+        DataChunkFileAppender appender(path_, false, 16);
+        EXPECT_TRUE(appender.Append(DataChunk(1, 0)));
+    }
+    EXPECT_EQ(support::ReadFile(path_), support::Word(2) + support::Word(1));
+}
+
 TEST_F(AppenderCollaborators, RefusedDuplicateIsNotWritten)
 {
     DataChunkFileAppender appender(path_, false, 400);

@@ -53,7 +53,7 @@ protected:
         return support::ReadFile(path_);
     }
 
-    std::string Image(std::initializer_list<const DataChunk*> chunks) const
+    static std::string Image(std::initializer_list<const DataChunk*> chunks)
     {
         std::string bytes = support::Word(GetParam() == 0 ? 0 : 2) + support::Word(chunks.size());
         for (const DataChunk* const chunk : chunks) {

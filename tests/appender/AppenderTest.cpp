@@ -303,7 +303,7 @@ TEST_F(Appender, FileThatCannotBeOpenedThrowsTheReasonAndLogsNothing)
 {
     const std::string path = folder_ / "none/a";
     try {
-        DataChunkFileAppender(path, false, 64);
+        const DataChunkFileAppender appender(path, false, 64);
         FAIL();
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(error.what(), "DataChunkFileAppender could not open file " + path + ": No such file or directory");
@@ -352,6 +352,7 @@ TEST_P(ImageSizes, BoundedImageHoldsEveryByte)
 TEST_P(ImageSizes, UnboundedImageGrowsToIt)
 {
     std::vector<support::DataChunk> chunks;
+    chunks.reserve(8);
     for (std::int64_t time = 0; time < 8; ++time) {
         chunks.push_back(ChunkOfSize(time, GetParam() / 8));
     }

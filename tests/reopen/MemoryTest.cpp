@@ -31,7 +31,7 @@ std::uint64_t PeakMemory()
 
 class ReopenMemory : public testing::TestWithParam<bool> {
 protected:
-    std::uint64_t MaxSize(std::uint64_t fileSize) const { return GetParam() ? fileSize : 0; }
+    static std::uint64_t MaxSize(std::uint64_t fileSize) { return GetParam() ? fileSize : 0; }
 
     std::string NotGood() const
     {

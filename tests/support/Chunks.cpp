@@ -64,6 +64,7 @@ std::vector<DataChunk> ReadAll(const std::string& path)
 std::vector<std::int64_t> TimesOf(const std::vector<DataChunk>& chunks)
 {
     std::vector<std::int64_t> times;
+    times.reserve(chunks.size());
     for (const DataChunk& chunk : chunks) {
         times.push_back(chunk.GetTimePoint().Nanoseconds());
     }

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -13,16 +14,17 @@
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 namespace support {
 
 TemporaryFolder::TemporaryFolder()
 {
-    const char* const chosen = std::getenv("CORVANE_TEST_FOLDER");
+    const char* const chosen = std::getenv("CORVANE_TEST_FOLDER");  // NOLINT(concurrency-mt-unsafe): nothing sets it
     path_ = (chosen != nullptr ? std::string(chosen) : std::filesystem::temp_directory_path().string()) +
             "/chunkfiles-XXXXXX";
     if (::mkdtemp(path_.data()) == nullptr) {
-        throw std::runtime_error("cannot make the folder " + path_ + ": " + std::strerror(errno));
+        throw std::system_error(errno, std::generic_category(), "cannot make the folder " + path_);
     }
 }
 

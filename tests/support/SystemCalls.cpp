@@ -119,6 +119,7 @@ SystemCalls::~SystemCalls()
     delete std::exchange(observed, nullptr);
 }
 
+// NOLINTBEGIN(readability-convert-member-functions-to-static): only while there is an object is there what it observes
 void SystemCalls::On(const std::string& name, std::uint64_t nth, Action action, bool persistently)
 {
     observed->rules.push_back({name, nth, std::move(action), persistently});
@@ -163,6 +164,7 @@ std::vector<SystemCall> SystemCalls::Calls(const std::string& name) const
 std::vector<std::string> SystemCalls::Names() const
 {
     std::vector<std::string> names;
+    names.reserve(observed->calls.size());
     for (const SystemCall& call : observed->calls) {
         names.push_back(call.name);
     }
@@ -178,6 +180,7 @@ void SystemCalls::Clear()
 {
     observed->calls.clear();
 }
+// NOLINTEND(readability-convert-member-functions-to-static)
 
 }  // namespace support
 
@@ -212,7 +215,7 @@ int open(const char* path, int flags, ...)
     return OpenObserved(path, flags, mode);
 }
 
-int __open_2(const char* path, int flags)
+int __open_2(const char* path, int flags)  // NOLINT(bugprone-reserved-identifier): what open is with _FORTIFY_SOURCE
 {
     return OpenObserved(path, flags, 0);
 }
