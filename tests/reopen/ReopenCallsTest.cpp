@@ -230,7 +230,7 @@ TEST_P(ReopenCalls, NoMappingIsLeftBehind)
             const auto dash = line.find('-');
             const auto from = std::stoull(line.substr(0, dash), nullptr, 16);
             const auto to = std::stoull(line.substr(dash + 1), nullptr, 16);
-            large += to - from > 60'000'000 && line.find("/") == std::string::npos ? 1U : 0U;
+            large += to - from > 60'000'000 && line.find('/') == std::string::npos ? 1U : 0U;
         }
         return large;
     };

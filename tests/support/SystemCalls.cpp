@@ -119,7 +119,6 @@ SystemCalls::~SystemCalls()
     delete std::exchange(observed, nullptr);
 }
 
-// NOLINTBEGIN(readability-convert-member-functions-to-static): only while there is an object is there what it observes
 void SystemCalls::On(const std::string& name, std::uint64_t nth, Action action, bool persistently)
 {
     observed->rules.push_back({name, nth, std::move(action), persistently});
@@ -180,7 +179,6 @@ void SystemCalls::Clear()
 {
     observed->calls.clear();
 }
-// NOLINTEND(readability-convert-member-functions-to-static)
 
 }  // namespace support
 
