@@ -221,7 +221,10 @@ def limits_table(rows):
         goal, verdict = "", ""
         if "goal" in ours:
             unit = " ns" if ours["goal_against"] == "ns" else f" × {ours['goal_against']}"
-            goal, verdict = f"{ours['goal']:g}{unit}", ("holds" if ours["holds"] else "missed") + f" ({number(ours['value'])})"
+            figure = number(ours["value"])
+            if not ours["holds"] and figure == number(ours["goal"]):
+                figure = f"{ours['value']:.3f}"
+            goal, verdict = f"{ours['goal']:g}{unit}", ("holds" if ours["holds"] else "missed") + f" ({figure})"
         each = ours["seconds"] / ours["operations"] * 1e9
         lines.append([f"{name} {what}", number(each),
                       f"{number(ours['ratio'])} ({number(ours['ratio_low'])}–{number(ours['ratio_high'])})" if limit else "",
@@ -242,7 +245,8 @@ def growth_table(rows):
             lines.append([f"{count:,} {what}", number(ours["append_ns"]), number(ours["all_ns"]),
                           number(ours["memory_bytes"]), number(literal["append_ns"]), number(literal["memory_bytes"])])
     head = ["Chunks of 64 B", "append, ns", "in all, ns", "memory, B", "literal: append, ns", "literal: memory, B"]
-    verdicts = [f"An append at the most chunks costs {number(row['value'])} of one at 10,000 ({row['what']}; goal "
+    verdicts = [f"An append to a file of the most chunks costs {number(row['value'])} times one to a file of 10,000 "
+                f"({row['what']}; goal "
                 f"{row['goal']:g}: {'holds' if row['holds'] else 'missed'})."
                 for row in rows if row["workload"] == "growth-goal"]
     return table(head, lines) + "\n\n" + "\n".join(verdicts)
