@@ -55,7 +55,7 @@ REPLACEMENTS = [
                                 else str(int(text) + 1), lambda text: None if int(text) < 2 else str(int(text) - 1)]),
 ]
 NO_STATEMENT = re.compile(r"(\}|if|for|while|do|else|const|constexpr|using|namespace|template|static|struct|class|explicit|auto|return .|"
-                         r"public|private|[\w:<>*&, ]+[ *&]\w+( = .*|\(.*\).*)?;$|virtual|friend|\w+\(const \w+&\))")
+                         r"public|private|[\w:<>*&, ]+[ *&]\w+( = .*|\(.*\).*)?;$|virtual|friend|\w+\(const \w+&\)|\w+& operator=)")
 
 
 def code_of(text):
