@@ -125,6 +125,30 @@ TEST_P(ReopenCalls, ShortReadsAreContinued)
     }
 }
 
+TEST_P(ReopenCalls, LongFileIsReadWithOneCall)
+{
+    Write(FileOf({ChunkOfSize(1, 100'000)}));
+    SystemCalls calls;
+    EXPECT_EQ(Reopen(calls), 1);
+    const auto reads = calls.Calls("read");
+    ASSERT_EQ(reads.size(), 2U);
+    EXPECT_EQ(reads[0].size, file_.size());
+}
+
+TEST_P(ReopenCalls, NoReadGoesBeyondTheImage)
+{
+    Write(FileOf({ChunkOfSize(1, 100'000)}));
+    SystemCalls calls;
+    calls.Shorten("read", 30'000, 0, true);
+    EXPECT_EQ(Reopen(calls), 1);
+    const auto reads = calls.Calls("read");
+    ASSERT_EQ(reads.size(), 5U);  // the last one asks for what lies behind the image's end
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(reads[i].buffer, static_cast<const char*>(reads[0].buffer) + 30'000 * i);
+        EXPECT_EQ(reads[i].size, file_.size() - 30'000 * i);
+    }
+}
+
 TEST_P(ReopenCalls, ErrorOfAnyReadCountsAsAnEmptyFile)
 {
     for (const int error : {EIO, EISDIR, EBADF, EAGAIN, ENOMEM, ESTALE}) {
