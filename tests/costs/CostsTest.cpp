@@ -54,18 +54,6 @@ std::vector<std::int64_t> TimesInRandomOrder()
     return times;
 }
 
-// The most memory that this process has had, in bytes.
-std::uint64_t PeakMemory()
-{
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stoull(line.substr(6)) * 1024;
-        }
-    }
-    return 0;
-}
-
 class Costs : public testing::Test {
 protected:
     Asked Append(const std::vector<std::int64_t>& times, std::uint64_t maxSize)
@@ -101,9 +89,9 @@ protected:
     {
         const int result = support::RunInChild([&] {
             std::ofstream("/proc/self/clear_refs") << 5;  // forget the peak of the parent
-            const std::uint64_t before = PeakMemory();
+            const std::uint64_t before = support::PeakMemory();
             Fill(size, maxSize);
-            EXPECT_LE((PeakMemory() - before) / kMiB, mostMiB);
+            EXPECT_LE((support::PeakMemory() - before) / kMiB, mostMiB);
         });
         EXPECT_EQ(result, 0);
     }

@@ -17,18 +17,6 @@ using Lines = std::vector<std::string>;
 
 constexpr std::uint64_t kMegabyte = 1'000'000;
 
-// The most memory that this process has had, in bytes.
-std::uint64_t PeakMemory()
-{
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stoull(line.substr(6)) * 1024;
-        }
-    }
-    return 0;
-}
-
 class ReopenMemory : public testing::TestWithParam<bool> {
 protected:
     static std::uint64_t MaxSize(std::uint64_t fileSize) { return GetParam() ? fileSize : 0; }
@@ -92,11 +80,11 @@ TEST_P(ReopenMemory, PeakIsTheFileAndLittleMore)
     }
     const int result = support::RunInChild([&] {
         std::ofstream("/proc/self/clear_refs") << 5;  // forget the peak of the parent
-        const std::uint64_t before = PeakMemory();
+        const std::uint64_t before = support::PeakMemory();
         const DataChunkFileAppender appender(path_, true, MaxSize(16 + kRecords * kMegabyte));
         EXPECT_EQ(appender.GetTimePoints().size(), kRecords);
-        EXPECT_LT(PeakMemory() - before, 11 * kRecords * kMegabyte / 10 + 8 * kMegabyte);
-        EXPECT_GE(PeakMemory() - before, kRecords * kMegabyte);
+        EXPECT_LT(support::PeakMemory() - before, 11 * kRecords * kMegabyte / 10 + 8 * kMegabyte);
+        EXPECT_GE(support::PeakMemory() - before, kRecords * kMegabyte);
     });
     EXPECT_EQ(result, 0);
 }

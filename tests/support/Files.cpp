@@ -88,6 +88,17 @@ std::set<int> OpenDescriptors()
     return descriptors;
 }
 
+std::uint64_t PeakMemory()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmHWM:", 0) == 0) {
+            return std::stoull(line.substr(6)) * 1024;
+        }
+    }
+    throw std::runtime_error("/proc/self/status tells no VmHWM");
+}
+
 int RunInChild(const std::function<void()>& function)
 {
     const pid_t child = ::fork();

@@ -43,6 +43,9 @@ constexpr bool kSanitized = false;
 // The numbers of this process's open descriptors.
 std::set<int> OpenDescriptors();
 
+// The most memory that this process has had, in bytes; throws std::runtime_error where the system does not tell.
+std::uint64_t PeakMemory();
+
 // Runs the function in a child process. 0: it returned and no expectation in it failed; 1: one failed or it threw
 // (printed to stderr); 128 + n: signal n ended it.
 int RunInChild(const std::function<void()>& function);
