@@ -76,6 +76,18 @@ TEST_F(AppenderCalls, LargeImageIsWrittenInOneCallToo)
     EXPECT_EQ(calls.Calls("write")[0].result, 64'000'000);
 }
 
+TEST_F(AppenderCalls, UntouchedEndOfALargeImageIsMappedBeforeItIsWritten)
+{
+    support::SystemCalls calls;
+    {
+        DataChunkFileAppender appender(path_, false, 64'000'000);
+        EXPECT_TRUE(appender.Append(ChunkOfSize(1, 5000)));
+    }
+    const support::SystemCall populated = calls.Calls("madvise").back();
+    EXPECT_EQ(populated.flags, 22);  // MADV_POPULATE_READ
+    EXPECT_EQ(populated.size, 64'000'000U - 8192U);
+}
+
 TEST_F(AppenderCalls, AppendMakesNoCall)
 {
     DataChunkFileAppender appender(path_, false, 512);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 
 namespace {
 
@@ -27,6 +28,11 @@ TEST(FileImage, LongerThanAnyArrayIsALengthErrorAndChangesNothing)
     EXPECT_THROW(image.Cover(UINT64_MAX, UINT64_MAX), std::length_error);
     EXPECT_THROW(image.Cover(kLongest, 1), std::length_error);
     EXPECT_THROW(image.Cover(10, kLongest - 9), std::length_error);
+    try {
+        image.Cover(UINT64_MAX, 0);
+    } catch (const std::length_error& error) {
+        EXPECT_STREQ(error.what(), "Corvane::File::FileImage");
+    }
     EXPECT_EQ(image.Size(), 10U);
 }
 
@@ -35,7 +41,35 @@ TEST(FileImage, LongerThanMemoryIsABadAllocationAndChangesNothing)
     FileImage image;
     image.Cover(0, 10);
     EXPECT_THROW(image.Cover(10, kLongest / 2), std::bad_alloc);
+    EXPECT_THROW(image.Cover(0, kLongest), std::bad_alloc);
+    EXPECT_THROW(image.Cover(kLongest, 0), std::bad_alloc);
     EXPECT_EQ(image.Size(), 10U);
+}
+
+TEST(FileImage, IsNeitherCopiedNorAssigned)
+{
+    EXPECT_FALSE(std::is_copy_constructible_v<FileImage>);
+    EXPECT_FALSE(std::is_copy_assignable_v<FileImage>);
+}
+
+TEST(FileImage, CoveringWhatIsThereChangesNothing)
+{
+    FileImage image;
+    image.Cover(0, 10);
+    image.Cover(2, 3);
+    EXPECT_EQ(image.Size(), 10U);
+}
+
+TEST(FileImage, SmallOneDoublesAndMovesOnlyWhenItIsFull)
+{
+    FileImage image;
+    image.Cover(0, 100);
+    image.Cover(100, 1);
+    const unsigned char* const bytes = image.Data();
+    image.Cover(101, 99);
+    EXPECT_EQ(image.Data(), bytes);
+    image.Cover(200, 1);
+    EXPECT_NE(image.Data(), bytes);
 }
 
 TEST(FileImage, HoldsWhatLiesWithinItAndNothingElse)

@@ -106,6 +106,24 @@ TEST_P(ReopenCalls, RefusedFileIsNeitherOpenedForWritingNorWritten)
     }
 }
 
+TEST_P(ReopenCalls, FileWithoutChunksTakesNoMapping)
+{
+    Write(support::Word(2) + support::Word(0));
+    SystemCalls calls;
+    EXPECT_EQ(Reopen(calls), 0);
+    EXPECT_TRUE(calls.Calls("mmap").empty());
+}
+
+TEST_P(ReopenCalls, LoadedBytesAreNotMappedAgain)
+{
+    Write(FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 3'000'000)}).substr(0, 2'500'000));
+    SystemCalls calls;
+    EXPECT_EQ(Reopen(calls), 1);
+    for (const SystemCall& call : calls.Calls("madvise")) {
+        EXPECT_EQ(call.flags, MADV_HUGEPAGE);
+    }
+}
+
 TEST_P(ReopenCalls, InterruptedReadsAreRepeated)
 {
     SystemCalls calls;
@@ -268,6 +286,16 @@ TEST_P(ReopenCalls, NoMappingIsLeftBehind)
 
 INSTANTIATE_TEST_SUITE_P(BoundedAndUnbounded, ReopenCalls, testing::Values(1, 0),
                          [](const auto& parameter) { return parameter.param == 0 ? "Unbounded" : "Bounded"; });
+
+TEST(ReopenLongFile, TakesNoMoreThanTheBoundedImage)
+{
+    const support::TemporaryFolder folder;
+    const std::string path = folder / "a";
+    support::WriteFile(path, FileOf({ChunkOfSize(1, 3'000'000)}));
+    const SystemCalls calls;
+    EXPECT_THROW(DataChunkFileAppender(path, true, 512), std::runtime_error);
+    EXPECT_TRUE(calls.Calls("mmap").empty());
+}
 
 TEST(ReopenGrowingFile, IsReadToTheEndItHasThen)
 {

@@ -302,17 +302,12 @@ void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t 
     if (observed == nullptr) {
         return real(address, size, protection, flags, fd, offset);
     }
-    void* mapping = MAP_FAILED;
-    Observe(
+    return reinterpret_cast<void*>(Observe(  // NOLINT(performance-no-int-to-ptr): as the kernel returns it
         [&] {
             return SystemCall{
                 .name = "mmap", .fd = fd, .flags = flags, .mode = static_cast<unsigned>(protection), .size = size};
         },
-        [&] {
-            mapping = real(address, size, protection, flags, fd, offset);
-            return mapping == MAP_FAILED ? -1 : 0;
-        });
-    return mapping;
+        [&] { return reinterpret_cast<std::intptr_t>(real(address, size, protection, flags, fd, offset)); }));
 }
 
 void* mremap(void* address, size_t oldSize, size_t size, int flags, ...) noexcept

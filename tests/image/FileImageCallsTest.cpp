@@ -1,0 +1,184 @@
+// What an image asks of the kernel, to the byte: what lies beside its mapping is not its own.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <new>
+
+#include "Corvane/File/FileImage.h"
+#include "support/SystemCalls.h"
+
+namespace {
+
+using Corvane::File::FileImage;
+using support::SystemCall;
+using support::SystemCalls;
+using Names = std::vector<std::string>;
+
+constexpr std::uint64_t kPage = 4096;
+constexpr std::uint64_t kHugePage = std::uint64_t{1} << 21U;
+constexpr std::uint64_t kTail = std::uint64_t{1} << 32U;
+constexpr unsigned kReadWrite = PROT_READ | PROT_WRITE;
+
+void ExpectCall(const SystemCall& call, const std::string& name, const void* address, std::uint64_t size)
+{
+    EXPECT_EQ(call.name, name);
+    EXPECT_EQ(call.buffer, address);
+    EXPECT_EQ(call.size, size);
+}
+
+// A mapping for `size` bytes was made, and what lies before and behind them was given back.
+void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64_t size, unsigned protection)
+{
+    const SystemCall mapping = calls.Calls("mmap").back();
+    EXPECT_EQ(mapping.size, size + kHugePage);
+    EXPECT_EQ(mapping.mode, protection);
+    EXPECT_EQ(mapping.flags, MAP_PRIVATE | MAP_ANONYMOUS);
+
+    const auto address = reinterpret_cast<std::uintptr_t>(image.Data());
+    EXPECT_EQ(address % kHugePage, 0U);
+    std::uint64_t given = 0;
+    for (const SystemCall& call : calls.Calls("munmap")) {
+        const auto at = reinterpret_cast<std::uintptr_t>(call.buffer);
+        EXPECT_TRUE(at == static_cast<std::uintptr_t>(mapping.result) ? at + call.size == address
+                                                                      : at == address + size);
+        given += call.size;
+    }
+    EXPECT_EQ(given, kHugePage);
+}
+
+class FileImageCalls : public testing::Test {
+protected:
+    // Makes the image's next mapping begin so many bytes behind a huge page's begin.
+    void MapNextAt(std::uint64_t misalignment)
+    {
+        calls_.On("mmap", 0, [misalignment](const SystemCall& call) -> std::optional<std::int64_t> {
+            const std::uint64_t size = call.size + 2 * kHugePage;
+            void* const room = ::mmap(nullptr, size, static_cast<int>(call.mode), call.flags, call.fd, 0);
+            auto* const begin = static_cast<unsigned char*>(room);
+            auto* const at = begin + -reinterpret_cast<std::uintptr_t>(begin) % kHugePage + misalignment;
+            ::munmap(begin, static_cast<std::uint64_t>(at - begin));
+            ::munmap(at + call.size, static_cast<std::uint64_t>(begin + size - at) - call.size);
+            return reinterpret_cast<std::intptr_t>(at);
+        });
+    }
+
+    // The last thing that the image does.
+    void ExpectDestructorToUnmap(std::uint64_t size)
+    {
+        const unsigned char* const bytes = image_->Data();
+        calls_.Clear();
+        image_.reset();
+        ASSERT_EQ(calls_.Names(), Names{"munmap"});
+        ExpectCall(calls_.Calls()[0], "munmap", bytes, size);
+    }
+
+    SystemCalls calls_;
+    std::unique_ptr<FileImage> image_ = std::make_unique<FileImage>();
+};
+
+TEST_F(FileImageCalls, SmallImageMakesNone)
+{
+    image_->Cover(0, kHugePage / 4);
+    image_->Cover(kHugePage / 4, 1000);
+    image_->PopulateForReading(5000);
+    image_.reset();
+    EXPECT_EQ(calls_.Names(), Names{});
+}
+
+TEST_F(FileImageCalls, FirstMappingIsAsLongAsItsPagesAndBeginsOnAHugeOne)
+{
+    for (const std::uint64_t misalignment : {std::uint64_t{0}, kPage, kHugePage / 2, kHugePage - kPage}) {
+        image_ = std::make_unique<FileImage>();
+        calls_.Clear();
+        MapNextAt(misalignment);
+        image_->Cover(0, kHugePage + 1);
+        ExpectMapping(calls_, *image_, kHugePage + kPage, kReadWrite);
+        ExpectCall(calls_.Calls("madvise").at(0), "madvise", image_->Data(), kHugePage + kPage);
+        EXPECT_EQ(calls_.Calls("madvise")[0].flags, MADV_HUGEPAGE);
+        ExpectDestructorToUnmap(kHugePage + kPage);
+    }
+}
+
+TEST_F(FileImageCalls, PagesThatAreFullAreNotRoundedUp)
+{
+    image_->Cover(0, kHugePage + kPage);
+    ExpectMapping(calls_, *image_, kHugePage + kPage, kReadWrite);
+    calls_.Clear();
+    image_->Cover(kHugePage, kPage);
+    EXPECT_EQ(calls_.Names(), Names{});
+}
+
+TEST_F(FileImageCalls, GrowthDoublesUpToTheEndOfAHugePage)
+{
+    image_->Cover(0, kHugePage + kPage);
+    const unsigned char* const before = image_->Data();
+    calls_.Clear();
+    MapNextAt(kPage);
+    image_->Cover(kHugePage + kPage, 1);
+    ExpectMapping(calls_, *image_, 3 * kHugePage, kReadWrite);
+    ExpectCall(calls_.Calls("mremap").at(0), "mremap", before, 3 * kHugePage);
+    EXPECT_EQ(calls_.Calls("mremap")[0].flags, MREMAP_MAYMOVE | MREMAP_FIXED);
+    ExpectDestructorToUnmap(3 * kHugePage);
+}
+
+TEST_F(FileImageCalls, RefusedMappingIsNotTouched)
+{
+    calls_.Fail("mmap", ENOMEM);
+    EXPECT_THROW(image_->Cover(0, kHugePage), std::bad_alloc);
+    EXPECT_EQ(calls_.Names(), Names{"mmap"});
+}
+
+TEST_F(FileImageCalls, TailOfASmallImageIsFourGiBThatCannotBeWritten)
+{
+    image_->Cover(0, 100);
+    MapNextAt(kPage);
+    image_->AttachTail();
+    ExpectMapping(calls_, *image_, kPage + kTail, PROT_READ);
+    ExpectCall(calls_.Calls("mprotect").at(0), "mprotect", image_->Data(), kPage);
+    EXPECT_EQ(calls_.Calls("mprotect")[0].mode, kReadWrite);
+
+    calls_.Clear();
+    image_->DetachTail();
+    ASSERT_EQ(calls_.Names(), Names{"munmap"});
+    ExpectCall(calls_.Calls()[0], "munmap", image_->Data() + kPage, kTail);
+    ExpectDestructorToUnmap(kPage);
+}
+
+TEST_F(FileImageCalls, MappedImageMovesBeforeItsTail)
+{
+    image_->Cover(0, 2 * kHugePage);
+    const unsigned char* const before = image_->Data();
+    calls_.Clear();
+    image_->AttachTail();
+    ExpectMapping(calls_, *image_, 2 * kHugePage + kTail, PROT_READ);
+    ExpectCall(calls_.Calls("mremap").at(0), "mremap", before, 2 * kHugePage);
+    ExpectDestructorToUnmap(2 * kHugePage + kTail);
+}
+
+TEST_F(FileImageCalls, WholeUntouchedPagesArePopulated)
+{
+    constexpr int kPopulateRead = 22;  // MADV_POPULATE_READ
+    image_->Cover(0, 2 * kHugePage);
+    calls_.Clear();
+    image_->PopulateForReading(kPage + 1);
+    ASSERT_EQ(calls_.Names(), Names{"madvise"});
+    ExpectCall(calls_.Calls()[0], "madvise", image_->Data() + 2 * kPage, 2 * kHugePage - 2 * kPage);
+    EXPECT_EQ(calls_.Calls()[0].flags, kPopulateRead);
+}
+
+TEST_F(FileImageCalls, NothingIsPopulatedWhereEveryPageIsTouched)
+{
+    image_->Cover(0, 2 * kHugePage - 1);
+    calls_.Clear();
+    for (const std::uint64_t from : {2 * kHugePage - kPage + 1, 2 * kHugePage - 1, 2 * kHugePage}) {
+        image_->PopulateForReading(from);
+    }
+    image_->Cover(0, 2 * kHugePage);
+    image_->PopulateForReading(2 * kHugePage);
+    EXPECT_EQ(calls_.Names(), Names{});
+}
+
+}  // namespace
