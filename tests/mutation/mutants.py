@@ -30,12 +30,13 @@ APPENDER = ["appender_test", "reopen_test", "reopen_calls_test", "appender_calls
             "appender_collaborators_test", "reopen_walk_test", "costs_test", "collaborator_faults_test",
             "reopen_damage_test", "reopen_memory_test"]
 READER = ["reader_test", "reader_calls_test", "reader_exceptions_test"]
+IMAGE = "image_test"  # holds FileImage.h in itself, so it is built anew for each mutant of that
 ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test"]
 PROGRAMS = {
     "DataChunkFileAppender.cpp": APPENDER,
     "DataChunkFileReader.cpp": READER,
     "ExtendedAttributes.cpp": ATTRIBUTES,
-    "FileImage.h": APPENDER,
+    "FileImage.h": [IMAGE, *APPENDER],
     "Descriptor.h": READER + APPENDER,
     "Records.h": ATTRIBUTES + READER + APPENDER,
     "ChunkFileLayout.h": READER + APPENDER,
@@ -167,22 +168,26 @@ class Build:
                         "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"], check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", self.folder, "-j2", "--target", *programs], check=True)
         self.programs = {program: next(self.folder.rglob(program)) for program in programs}
-        self.needs = {program: "corvane_file_scripted" if b"libcorvane_file_scripted" in path.read_bytes()
+        self.needs = {program: IMAGE if program == IMAGE
+                      else "corvane_file_scripted" if b"libcorvane_file_scripted" in path.read_bytes()
                       else "CorvaneFile" for program, path in self.programs.items()}
-        self.commands = {"CorvaneFile": [], "corvane_file_scripted": []}
+        self.commands = {"CorvaneFile": [], "corvane_file_scripted": [], IMAGE: []}
         for entry in json.loads((self.folder / "compile_commands.json").read_text()):
-            if pathlib.Path(entry["file"]).parent == SOURCES:
-                target = re.search(r"CMakeFiles/(\w+)\.dir", entry["command"]).group(1)
-                if target in self.commands:
-                    self.commands[target].append((pathlib.Path(entry["file"]).name, shlex.split(entry["command"])))
+            target = re.search(r"CMakeFiles/(\w+)\.dir", entry["command"]).group(1)
+            if target in self.commands and (target == IMAGE or pathlib.Path(entry["file"]).parent == SOURCES):
+                self.commands[target].append((pathlib.Path(entry["file"]).name, shlex.split(entry["command"])))
+        link = subprocess.run(["ninja", "-t", "commands", "-s", self.programs[IMAGE].relative_to(self.folder)],
+                              cwd=self.folder, check=True, capture_output=True, text=True).stdout.split("&&")[1]
+        self.link_image = [word for word in shlex.split(link) if f"{IMAGE}.dir" not in word]
         self.limits = {}
         self.precompile()
 
     def precompile(self):
         """Compiles the standard headers once: they take most of the time."""
-        includes = {line for source in SOURCES.iterdir() for line in source.read_text().splitlines()
-                    if line.startswith("#include <")}
         for target, commands in self.commands.items():
+            sources = ROOT / "tests/image" if target == IMAGE else SOURCES
+            includes = {line for source in sources.iterdir() for line in source.read_text().splitlines()
+                        if line.startswith("#include <")}
             header = self.folder / f"{target}-standard.h"
             header.write_text("\n".join(sorted(includes)) + "\n")
             command = commands[0][1]
@@ -192,7 +197,7 @@ class Build:
                 command.insert(1, f"-include{header}")
 
     def compile(self, mutant, target, folder):
-        """Puts one form of the mutant's library into `folder`; false if it does not compile."""
+        """Puts one form of the mutant's library, or the image's test, into `folder`; false if it does not compile."""
         tree = folder / "Corvane/Common/libFile/Corvane/File"
         tree.mkdir(parents=True, exist_ok=True)
         for source in SOURCES.iterdir():
@@ -210,6 +215,11 @@ class Build:
             if subprocess.run([*words, f"-ffile-prefix-map={folder}/=", "-o", objects[-1]], cwd=self.folder,
                               stderr=subprocess.DEVNULL).returncode != 0:
                 return False
+        if target == IMAGE:
+            at = self.link_image.index("-o")
+            subprocess.run([*self.link_image[:at], *objects, "-o", folder / IMAGE, *self.link_image[at + 2:]],
+                           cwd=self.folder, check=True)
+            return True
         name = "libCorvaneFile.so.1" if target == "CorvaneFile" else f"lib{target}.so"
         sanitizers = ["-fsanitize=address,undefined"] if self.sanitized else []
         subprocess.run([command[0], "-shared", *sanitizers, f"-Wl,-soname,{name}", *objects, "-o", folder / name],
@@ -221,7 +231,8 @@ class Build:
         environment = {**os.environ, **self.environment, "LD_LIBRARY_PATH": str(folder), "GTEST_FAIL_FAST": "1",
                        "GTEST_BRIEF": "1"}
         try:
-            return subprocess.run(self.programs[program], cwd=folder, env=environment, stdout=subprocess.DEVNULL,
+            path = folder / IMAGE if program == IMAGE else self.programs[program]
+            return subprocess.run(path, cwd=folder, env=environment, stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, timeout=300, preexec_fn=lambda: limit(
                                       self.limits.get(program, 300), not self.sanitized)).returncode == 0
         except subprocess.TimeoutExpired:
