@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <locale>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
+#include "support/GroupedNumbers.h"
 #include "support/LogCapture.h"
 #include "tarn/cv/logging/LoggingManager.h"
 
@@ -165,6 +167,15 @@ TEST_F(Appender, ChunkOneByteTooLongIsRefused)
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 100)));
     EXPECT_EQ(log_.Lines(), Lines{"50 Current file size 16 + chunkSize 100 > maxSize 115"});
     EXPECT_TRUE(appender.GetTimePoints().empty());
+}
+
+TEST_F(Appender, LocaleOfTheProgramDoesNotChangeTheNumbers)
+{
+    DataChunkFileAppender appender(path_, false, 115);
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new support::GroupedNumbers));
+    EXPECT_FALSE(appender.Append(ChunkOfSize(1, 100)));
+    std::locale::global(before);
+    EXPECT_EQ(log_.Lines(), Lines{"50 Current file size 16 + chunkSize 100 > maxSize 115"});
 }
 
 TEST_F(Appender, RefusedChunkLeavesRoomForASmallerOne)

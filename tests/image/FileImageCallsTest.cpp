@@ -44,6 +44,7 @@ void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64
         const auto at = reinterpret_cast<std::uintptr_t>(call.buffer);
         EXPECT_TRUE(at == static_cast<std::uintptr_t>(mapping.result) ? at + call.size == address
                                                                       : at == address + size);
+        EXPECT_NE(call.size, 0U);
         given += call.size;
     }
     EXPECT_EQ(given, kHugePage);
@@ -129,6 +130,21 @@ TEST_F(FileImageCalls, RefusedMappingIsNotTouched)
     calls_.Fail("mmap", ENOMEM);
     EXPECT_THROW(image_->Cover(0, kHugePage), std::bad_alloc);
     EXPECT_EQ(calls_.Names(), Names{"mmap"});
+}
+
+TEST_F(FileImageCalls, MappingIsGivenBackWhereTheImageCannotMoveThere)
+{
+    image_->Cover(0, 2 * kHugePage);
+    for (const std::uint64_t tail : {std::uint64_t{0}, kTail}) {
+        calls_.Clear();
+        calls_.Fail("mremap", ENOMEM);
+        EXPECT_THROW(tail == 0 ? image_->Cover(0, 2 * kHugePage + 1) : image_->AttachTail(), std::bad_alloc);
+        const SystemCall last = calls_.Calls().back();
+        const std::uint64_t size = tail == 0 ? 4 * kHugePage : 2 * kHugePage + kTail;
+        EXPECT_EQ(calls_.Calls("mmap").at(0).size, size + kHugePage);
+        ExpectCall(last, "munmap", last.buffer, size);
+    }
+    ExpectDestructorToUnmap(2 * kHugePage);
 }
 
 TEST_F(FileImageCalls, TailOfASmallImageIsFourGiBThatCannotBeWritten)

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "support/GroupedNumbers.h"
 #include "tarn/cv/logging/Logger.h"
 #include "tarn/cv/logging/LoggingManager.h"
 
@@ -222,15 +223,10 @@ TEST_F(Logging, LongRecordIsOneWriteToo)
     EXPECT_EQ(writes.Take().size(), 1U);
 }
 
-class GroupedNumbers : public std::numpunct<char> {
-protected:
-    std::string do_grouping() const override { return "\1"; }
-};
-
 TEST_F(Logging, LocaleOfTheProgramDoesNotChangeTheNumbers)
 {
     const WritesToStderr writes;
-    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new GroupedNumbers));
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new support::GroupedNumbers));
     LoggingManager::GetLogger("a").Log(50, "text", "f", 1234);
     std::locale::global(before);
     const Lines lines = writes.Take();

@@ -9,6 +9,8 @@
 #include <sstream>
 #include <string>
 
+#include "support/GroupedNumbers.h"
+
 namespace {
 
 using Corvane::Time::TimePoint;
@@ -19,12 +21,6 @@ std::string Text(std::int64_t nanoseconds)
     stream << TimePoint(nanoseconds);
     return stream.str();
 }
-
-class GroupedNumbers : public std::numpunct<char> {
-protected:
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\1"; }
-};
 
 TEST(TimePoint, StreamsAsRfc3339WithNineDecimals)
 {
@@ -53,7 +49,7 @@ TEST(TimePoint, FirstAndLastPointsStream)
 TEST(TimePoint, FlagsAndLocaleOfTheStreamDoNotChangeTheText)
 {
     std::ostringstream stream;
-    stream.imbue(std::locale(std::locale::classic(), new GroupedNumbers));
+    stream.imbue(std::locale(std::locale::classic(), new support::GroupedNumbers));
     stream << std::hex << std::showbase << std::showpos << std::setprecision(1) << std::scientific << TimePoint(-1);
     EXPECT_EQ(stream.str(), "1969-12-31T23:59:59.999999999Z");
     EXPECT_TRUE((stream.flags() & std::ios::hex) != 0);
