@@ -30,18 +30,19 @@ APPENDER = ["appender_test", "reopen_test", "reopen_calls_test", "appender_calls
             "appender_collaborators_test", "reopen_walk_test", "costs_test", "collaborator_faults_test",
             "reopen_damage_test", "reopen_memory_test"]
 READER = ["reader_test", "reader_calls_test", "reader_exceptions_test"]
-IMAGE = "image_test"  # holds FileImage.h in itself, so it is built anew for each mutant of that
 ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test"]
 PROGRAMS = {
     "DataChunkFileAppender.cpp": APPENDER,
     "DataChunkFileReader.cpp": READER,
     "ExtendedAttributes.cpp": ATTRIBUTES,
-    "FileImage.h": [IMAGE, *APPENDER],
+    "FileImage.h": ["image_test", *APPENDER],
     "Descriptor.h": READER + APPENDER,
     "Records.h": ATTRIBUTES + READER + APPENDER,
     "ChunkFileLayout.h": READER + APPENDER,
     "XattrNames.h": ["library_names_test"],
 }
+# Programs that hold a header of the library in themselves, so that they are built anew for each mutant.
+REBUILT = {"image_test": ROOT / "tests/image", "library_names_test": ROOT / "tests/library"}
 
 # Operators and constants: what is looked for in the code, and what takes its place.
 REPLACEMENTS = [
@@ -167,26 +168,31 @@ class Build:
                         "-DCORVANE_FILE_INSTALL=OFF", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
                         "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"], check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", self.folder, "-j2", "--target", *programs], check=True)
-        self.programs = {program: next(self.folder.rglob(program)) for program in programs}
-        self.needs = {program: IMAGE if program == IMAGE
+        self.programs = {program: next((self.folder / "tests").rglob(program)) for program in programs}
+        self.needs = {program: program if program in REBUILT
                       else "corvane_file_scripted" if b"libcorvane_file_scripted" in path.read_bytes()
                       else "CorvaneFile" for program, path in self.programs.items()}
-        self.commands = {"CorvaneFile": [], "corvane_file_scripted": [], IMAGE: []}
+        self.commands = {"CorvaneFile": [], "corvane_file_scripted": [], **{program: [] for program in REBUILT}}
         for entry in json.loads((self.folder / "compile_commands.json").read_text()):
             target = re.search(r"CMakeFiles/(\w+)\.dir", entry["command"]).group(1)
-            if target in self.commands and (target == IMAGE or pathlib.Path(entry["file"]).parent == SOURCES):
+            if target in self.commands and (target in REBUILT or pathlib.Path(entry["file"]).parent == SOURCES):
                 self.commands[target].append((pathlib.Path(entry["file"]).name, shlex.split(entry["command"])))
-        link = subprocess.run(["ninja", "-t", "commands", "-s", self.programs[IMAGE].relative_to(self.folder)],
-                              cwd=self.folder, check=True, capture_output=True, text=True).stdout.split("&&")[1]
-        self.link_image = [word for word in shlex.split(link) if f"{IMAGE}.dir" not in word]
+        self.links = {program: self.link_of(program) for program in REBUILT}
         self.limits = {}
         self.precompile()
+
+    def link_of(self, program):
+        """How a program is linked, without its own objects and the output."""
+        command = subprocess.run(["ninja", "-t", "commands", "-s", self.programs[program].relative_to(self.folder)],
+                                 cwd=self.folder, check=True, capture_output=True, text=True).stdout.split("&&")[1]
+        words = [word for word in shlex.split(command) if f"{program}.dir" not in word]
+        at = words.index("-o")
+        return words[:at], words[at + 2:]
 
     def precompile(self):
         """Compiles the standard headers once: they take most of the time."""
         for target, commands in self.commands.items():
-            sources = ROOT / "tests/image" if target == IMAGE else SOURCES
-            includes = {line for source in sources.iterdir() for line in source.read_text().splitlines()
+            includes = {line for source in REBUILT.get(target, SOURCES).glob("*.[ch]*") for line in source.read_text().splitlines()
                         if line.startswith("#include <")}
             header = self.folder / f"{target}-standard.h"
             header.write_text("\n".join(sorted(includes)) + "\n")
@@ -197,7 +203,7 @@ class Build:
                 command.insert(1, f"-include{header}")
 
     def compile(self, mutant, target, folder):
-        """Puts one form of the mutant's library, or the image's test, into `folder`; false if it does not compile."""
+        """Puts one form of the mutant's library, or a program, into `folder`; false if it does not compile."""
         tree = folder / "Corvane/Common/libFile/Corvane/File"
         tree.mkdir(parents=True, exist_ok=True)
         for source in SOURCES.iterdir():
@@ -215,10 +221,9 @@ class Build:
             if subprocess.run([*words, f"-ffile-prefix-map={folder}/=", "-o", objects[-1]], cwd=self.folder,
                               stderr=subprocess.DEVNULL).returncode != 0:
                 return False
-        if target == IMAGE:
-            at = self.link_image.index("-o")
-            subprocess.run([*self.link_image[:at], *objects, "-o", folder / IMAGE, *self.link_image[at + 2:]],
-                           cwd=self.folder, check=True)
+        if target in REBUILT:
+            before, behind = self.links[target]
+            subprocess.run([*before, *objects, "-o", folder / target, *behind], cwd=self.folder, check=True)
             return True
         name = "libCorvaneFile.so.1" if target == "CorvaneFile" else f"lib{target}.so"
         sanitizers = ["-fsanitize=address,undefined"] if self.sanitized else []
@@ -231,7 +236,7 @@ class Build:
         environment = {**os.environ, **self.environment, "LD_LIBRARY_PATH": str(folder), "GTEST_FAIL_FAST": "1",
                        "GTEST_BRIEF": "1"}
         try:
-            path = folder / IMAGE if program == IMAGE else self.programs[program]
+            path = folder / program if program in REBUILT else self.programs[program]
             return subprocess.run(path, cwd=folder, env=environment, stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, timeout=300, preexec_fn=lambda: limit(
                                       self.limits.get(program, 300), not self.sanitized)).returncode == 0
