@@ -1,4 +1,4 @@
-// Runs a target on the seeds, on every file of the given folder and on a number of mutations of each, without libFuzzer.
+// Runs a target on the seeds, on each file of the given folder and on a number of mutations of each, without libFuzzer.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

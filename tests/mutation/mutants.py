@@ -3,8 +3,9 @@
 
 A mutant is the library with one operator, constant, literal, flag, statement or branch changed. It is found when a
 test program fails with it, plainly built or, should it survive that, under sanitizers. survivors.txt must give a reason
-for each mutant that is not found: "the same: ..." if no caller can tell it from the library. Of the others at least 98 %
-must be found. What was found stays found as long as the library's sources do: an interrupted run goes on where it was.
+for each mutant that is not found: "the same: ..." if no caller can tell it from the library. Of the others at least
+98 % must be found. What was found stays found as long as the library's sources do: an interrupted run goes on where it
+was.
 """
 import argparse
 import concurrent.futures
@@ -56,8 +57,9 @@ REPLACEMENTS = [
     (r"(?<![\w.])\d+(?=U?\b)", [lambda text: oct(int(text, 8) + 1)[2:].zfill(4) if len(text) > 1 and text[0] == "0"
                                 else str(int(text) + 1), lambda text: None if int(text) < 2 else str(int(text) - 1)]),
 ]
-NO_STATEMENT = re.compile(r"(\}|if|for|while|do|else|const|constexpr|using|namespace|template|static|struct|class|explicit|auto|return .|"
-                         r"public|private|[\w:<>*&, ]+[ *&]\w+( = .*|\(.*\).*)?;$|virtual|friend|\w+\(const \w+&\)|\w+& operator=)")
+NO_STATEMENT = re.compile(
+    r"(\}|if|for|while|do|else|const|constexpr|using|namespace|template|static|struct|class|explicit|auto|return .|"
+    r"public|private|[\w:<>*&, ]+[ *&]\w+( = .*|\(.*\).*)?;$|virtual|friend|\w+\(const \w+&\)|\w+& operator=)")
 
 
 def code_of(text):
@@ -166,7 +168,8 @@ class Build:
         subprocess.run(["cmake", "-S", ROOT, "-B", self.folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                         f"-DCMAKE_CXX_FLAGS=-w {flags}", "-DCORVANE_FILE_TESTS=ON", "-DCORVANE_FILE_EXAMPLES=OFF",
                         "-DCORVANE_FILE_INSTALL=OFF", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-                        "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"], check=True, stdout=subprocess.DEVNULL)
+                        "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"],
+                       check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", self.folder, "-j2", "--target", *programs], check=True)
         self.programs = {program: next((self.folder / "tests").rglob(program)) for program in programs}
         self.needs = {program: program if program in REBUILT
@@ -192,8 +195,8 @@ class Build:
     def precompile(self):
         """Compiles the standard headers once: they take most of the time."""
         for target, commands in self.commands.items():
-            includes = {line for source in REBUILT.get(target, SOURCES).glob("*.[ch]*") for line in source.read_text().splitlines()
-                        if line.startswith("#include <")}
+            texts = [source.read_text() for source in REBUILT.get(target, SOURCES).glob("*.[ch]*")]
+            includes = {line for text in texts for line in text.splitlines() if line.startswith("#include <")}
             header = self.folder / f"{target}-standard.h"
             header.write_text("\n".join(sorted(includes)) + "\n")
             command = commands[0][1]
