@@ -41,11 +41,12 @@ public:
     bool Recovered() const override;
 
 private:
-    enum class End { kSuccess, kFailure, kThrown };  // kThrown: something that is no failure of the operation
+    enum class End { kSuccess, kFailure, kThrown };  // kThrown: memory was short
 
     AttributeOperation operation_;
     support::TemporaryFolder folder_;
     AttributeWork work_;
+    std::size_t listSize_ = 0;  // bytes of the kernel's list of all names
     End end_ = End::kThrown;
 };
 

@@ -17,7 +17,8 @@ class Matrix {
 public:
     explicit Matrix(Scenario& scenario);
 
-    // Every system call × every error that it could give.
+    // Every system call × every error that it could give; where the image is large, two of them: small images show how
+    // each is taken.
     void FailSystemCalls();
 
     // Every read, write and attribute call × every kind of short result.

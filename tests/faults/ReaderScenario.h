@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Corvane/Pellin/DataChunk.h"
 #include "faults/Scenario.h"
 #include "support/Files.h"
 
@@ -21,20 +22,15 @@ public:
     bool Recovered() const override;
 
 private:
-    struct Found {
-        std::int64_t time;
-        std::uint64_t size;
-    };
-
     static constexpr std::size_t kChunks = 6;
 
     support::TemporaryFolder folder_;
     std::string path_;
     std::string file_;
-    std::vector<Found> expected_;
-    std::vector<Found> found_;  // has room for all
+    std::vector<Corvane::Pellin::DataChunk> chunks_;
+    std::vector<Corvane::Pellin::DataChunk> found_;  // has room for all
+    std::size_t announced_ = 0;                      // of the chunks, as many as the reader says there are
     bool constructed_ = false;
-    bool thrown_ = false;  // also when done again
 };
 
 }  // namespace faults

@@ -57,6 +57,7 @@ protected:
     {
         std::cout << matrix_->Cases() << " faults\n";
         EXPECT_GE(matrix_->Cases(), least);
+        EXPECT_EQ(matrix_->Cases() == 0, least == 0);
     }
 
     static bool OnlyChangesAnAttribute()

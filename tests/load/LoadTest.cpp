@@ -124,7 +124,7 @@ protected:
 
 TEST_F(Load, ThreadsOnFilesOfTheirOwnAgreeWithTheirModelsInFlatMemory)
 {
-    constexpr unsigned kThreads = 4;
+    constexpr unsigned kThreads = 16;
     const char* const chosen = std::getenv("CORVANE_SOAK_SECONDS");  // NOLINT(concurrency-mt-unsafe): one thread yet
     const std::chrono::seconds duration(chosen != nullptr ? std::stoi(chosen) : 3);
     const auto start = Clock::now();

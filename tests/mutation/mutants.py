@@ -336,9 +336,17 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--only", default="", help="only mutants whose name holds this text")
+    parser.add_argument("--reasons", action="store_true", help="only see that every reason is for one of the mutants")
     parser.add_argument("--list", action="store_true", help="print the mutants, judge none")
     arguments = parser.parse_args()
     mutants = [mutant for mutant in all_mutants() if arguments.only in mutant.name]
+    if not mutants:
+        parser.error(f"no mutant's name holds {arguments.only}")
+    if arguments.reasons:
+        gone = set(reasons()) - {mutant.name for mutant in mutants}
+        for name in sorted(gone):
+            print(f"a reason is given for what is no mutant: {name}")
+        return 1 if gone else 0
     if arguments.list:
         print("\n".join(f"{mutant.where} {mutant.name}" for mutant in mutants))
         return 0
