@@ -174,16 +174,21 @@ def cut_during(build, disk, cuts):
     for cut in range(1, cuts + 1):
         program = subprocess.Popen([*replace, *texts(cut)], stderr=subprocess.DEVNULL)
         time.sleep(random.uniform(0, duration))
+        ended = program.poll()
         disk.cut_power()
         program.wait()
         disk.restart()
         kind = "new" if is_whole(path, cut) else "old" if is_whole(path, there) else "lost"
         if kind == "lost" or chunks_in(build, path) != 50:
             sys.exit(f"{disk.kind}: cut {cut} left neither the old file nor the new one")
+        if ended is not None and (ended != 0 or kind != "new"):
+            sys.exit(f"{disk.kind}: before cut {cut} the program ended with {ended}, and the file is {kind}")
         there = cut if kind == "new" else there
         duration *= 0.8 if kind == "new" else 1.25  # how fast the machine is changes
         found[kind] += 1
         progress(disk, "during", cut, cuts)
+    if cuts >= 20 and len(found) != 2:
+        sys.exit(f"{disk.kind}: the cuts do not fall into the program's work: {dict(found)}")
     print(f"{disk.kind}: during: {dict(sorted(found.items()))}, none torn", flush=True)
 
 
