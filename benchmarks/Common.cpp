@@ -31,7 +31,7 @@ std::vector<std::int64_t> TimesInRandomOrder(std::uint64_t count)
 {
     std::vector<std::int64_t> times = TimesInOrder(count);
     std::shuffle(times.begin(), times.end(),
-                 std::mt19937_64(1));  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same in every run
+                 std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
     return times;
 }
 

@@ -74,7 +74,7 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
         }
         if (random) {
             std::shuffle(positions->begin(), positions->end(),
-                         std::mt19937_64(1));  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable
+                         std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): repeatable
         }
         positions->resize(reads);
         const auto chunk = std::make_shared<DataChunk>(recordSize);

@@ -158,7 +158,7 @@ TEST_F(KilledWriter, LeavesNewBytesThenOldOnesAndReopeningKeepsTheGood)
     const char* const chosen = std::getenv("CORVANE_KILLS");  // NOLINT(concurrency-mt-unsafe): one thread
     const int kills = chosen != nullptr ? std::stoi(chosen) : 20;
     std::int64_t longest = Duration().count();
-    std::mt19937_64 random(20);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same moments each time
+    std::mt19937_64 random(20);  // NOLINT(cert-msc51-cpp): the same moments each time
     int killed = 0;
     int torn = 0;
     for (int attempt = 0; killed < kills && attempt < 10 * kills && !HasFailure(); ++attempt) {
