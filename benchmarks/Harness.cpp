@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +23,7 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t kFewestRounds = 3;
+constexpr std::size_t kFewestRounds = 7;
 constexpr std::size_t kMostRounds = 25;
 
 bool processorTime = false;
@@ -268,8 +269,13 @@ double Stopwatch()
 Spread SpreadOf(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
-    const auto at = [&](std::size_t quarter) { return values[(quarter * (values.size() - 1) + 2) / 4]; };
-    return {at(2), at(1), at(3)};
+    const auto at = [&](double part) {  // of the way from the first value to the last, between two where it falls
+        const double place = part * static_cast<double>(values.size() - 1);
+        const auto before = static_cast<std::size_t>(place);
+        const std::size_t behind = std::min(before + 1, values.size() - 1);
+        return values[before] + (place - std::floor(place)) * (values[behind] - values[before]);
+    };
+    return {at(0.5), at(0.25), at(0.75)};
 }
 
 Cost CostOf(const Contender& contender, bool countCalls)

@@ -1,6 +1,7 @@
 // Measures each workload against its limit, side by side: see docs/performance.md.
 #include <algorithm>
 #include <iostream>
+#include <stdexcept>
 
 #include "Workloads.h"
 
@@ -12,6 +13,15 @@ using bench::Workload;
 bool Wanted(const Options& options, const std::string& id)
 {
     return options.only.empty() || std::find(options.only.begin(), options.only.end(), id) != options.only.end();
+}
+
+void DemandKnown(const std::vector<std::string>& ids)
+{
+    for (const std::string& id : ids) {
+        if (id != "growth" && (id.size() != 2 || id[0] != 'W' || id[1] < '1' || id[1] > '9')) {
+            throw std::invalid_argument("no workload " + id);
+        }
+    }
 }
 
 // Whether all goals held.
@@ -37,6 +47,7 @@ bool MeasureAll(const Options& options)
 int main(int count, char** arguments)
 {
     return bench::Main({arguments + 1, arguments + count}, [](const Options& options) {
+        DemandKnown(options.only);
         std::cout << (MeasureAll(options) ? "\nAll goals hold.\n" : "\nSome goals were missed.\n");
     });
 }
