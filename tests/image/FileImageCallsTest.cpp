@@ -144,7 +144,10 @@ TEST_F(FileImageCalls, MappingIsGivenBackWhereTheImageCannotMoveThere)
         EXPECT_EQ(mapping.size, size + kHugePage);
         const auto begin = static_cast<std::uint64_t>(mapping.result);
         const std::uint64_t aligned = (begin + kHugePage - 1) / kHugePage * kHugePage;
-        ExpectCall(calls_.Calls().back(), "munmap", reinterpret_cast<const void*>(aligned), size);
+        const SystemCall last = calls_.Calls().back();
+        EXPECT_EQ(last.name, "munmap");
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(last.buffer), aligned);
+        EXPECT_EQ(last.size, size);
     }
     ExpectDestructorToUnmap(2 * kHugePage);
 }
