@@ -30,6 +30,7 @@ TEST(FileImage, LongerThanAnyArrayIsALengthErrorAndChangesNothing)
     EXPECT_THROW(image.Cover(10, kLongest - 9), std::length_error);
     try {
         image.Cover(UINT64_MAX, 0);
+        FAIL() << "an array can't be that long";
     } catch (const std::length_error& error) {
         EXPECT_STREQ(error.what(), "Corvane::File::FileImage");
     }
