@@ -82,7 +82,7 @@ void ReadAtRefusedPosition(DataChunkFileReader& reader, std::uint64_t position)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    fuzz::DiscardRecords();
+    fuzz::DiscardLog();
     const fuzz::TimeLimit limit;
     const fuzz::Input input(data, size);
     const fuzz::MemoryFile file(input.file);

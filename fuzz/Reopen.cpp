@@ -159,7 +159,7 @@ void CheckContinued(const fuzz::MemoryFile& file, std::uint64_t maxSize, std::si
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    fuzz::DiscardRecords();
+    fuzz::DiscardLog();
     const fuzz::TimeLimit limit;
     const fuzz::Input input(data, size);
     const std::uint64_t maxSize = ChooseMaxSize(input);

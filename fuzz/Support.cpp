@@ -71,14 +71,14 @@ std::string MemoryFile::Bytes() const
     return bytes;
 }
 
-void DiscardRecords()
+void DiscardLog()
 {
     using tarn::cv::logging::LoggingManager;
     static const bool once = [] {
         for (const char* const name : {"DataChunkFileAppender", "DataChunkFileReader"}) {
             LoggingManager::SetLevel(name, 0);
         }
-        LoggingManager::SetSink([](const tarn::cv::logging::Record&) {});
+        LoggingManager::SetSink([](const tarn::cv::logging::LogEntry&) {});
         return true;
     }();
     static_cast<void>(once);

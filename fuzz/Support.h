@@ -53,7 +53,7 @@ private:
 };
 
 // Makes the library's loggers build every text, and print none.
-void DiscardRecords();
+void DiscardLog();
 
 // Whether time, size and fields are the same.
 bool Equal(const DataChunk& left, const DataChunk& right);

@@ -8,9 +8,9 @@
 namespace Corvane::Conformance {
 
 using Pellin::DataChunk;
+using tarn::cv::logging::LogEntry;
 using tarn::cv::logging::Logger;
 using tarn::cv::logging::LoggingManager;
-using tarn::cv::logging::Record;
 
 std::unique_ptr<DataChunk> MakeChunk(int number)
 {
@@ -54,9 +54,9 @@ std::vector<std::string> LinesOf(const std::function<void()>& action)
 {
     std::mutex mutex;
     std::vector<std::string> lines;
-    LoggingManager::SetSink([&](const Record& record) {
+    LoggingManager::SetSink([&](const LogEntry& entry) {
         const std::lock_guard lock(mutex);
-        lines.push_back(record.message);
+        lines.push_back(entry.message);
     });
     action();
     LoggingManager::SetSink({});

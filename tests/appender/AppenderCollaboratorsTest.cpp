@@ -5,9 +5,9 @@
 #include <stdexcept>
 
 #include "Corvane/File/DataChunkFileAppender.h"
-#include "platforms/scripted/ScriptedPlatform.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 

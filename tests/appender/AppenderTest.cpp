@@ -283,7 +283,7 @@ TEST_F(Appender, LevelIsInclusive)
     EXPECT_EQ(log_.Lines().size(), 1U);
 }
 
-TEST_F(Appender, AbsentLoggerChangesNothingButTheRecords)
+TEST_F(Appender, AbsentLoggerChangesNothingButTheLog)
 {
     support::LogCapture::SetLevel(tarn::cv::logging::Logger::kOff);
     {
@@ -301,13 +301,13 @@ TEST_F(Appender, RecordNamesTheLoggerAndTheIssuingLine)
     EXPECT_TRUE(appender.Append(ChunkOfSize(1, 40)));
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 40)));
     EXPECT_FALSE(appender.Append(ChunkOfSize(2, 60)));
-    const auto records = log_.Records();
-    ASSERT_EQ(records.size(), 2U);
-    for (const auto& record : records) {
-        EXPECT_EQ(record.logger, "DataChunkFileAppender");
-        EXPECT_EQ(record.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileAppender.cpp");
+    const auto entries = log_.Entries();
+    ASSERT_EQ(entries.size(), 2U);
+    for (const auto& entry : entries) {
+        EXPECT_EQ(entry.logger, "DataChunkFileAppender");
+        EXPECT_EQ(entry.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileAppender.cpp");
     }
-    EXPECT_NE(records[0].line, records[1].line);
+    EXPECT_NE(entries[0].line, entries[1].line);
 }
 
 TEST_F(Appender, FileThatCannotBeOpenedThrowsTheReasonAndLogsNothing)

@@ -11,9 +11,9 @@
 #include <system_error>
 
 #include "Corvane/File/ExtendedAttributes.h"
-#include "platforms/scripted/ScriptedPlatform.h"
 #include "support/Allocations.h"
 #include "support/SystemCalls.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 
@@ -219,7 +219,7 @@ TEST_P(Failures, FlagVariantReportsUpToLevel10)
 {
     for (const std::int32_t level : {-5, 9, 10, 11, 40, 41, 50}) {
         platform_.logger.level = level;
-        platform_.logger.records.clear();
+        platform_.logger.entries.clear();
         LoggingManager::names.clear();
         EXPECT_FALSE(RunFlagVariant(ENODATA));
         EXPECT_EQ(platform_.logger.Lines(), level <= 10 ? Lines{FlagLine(ENODATA)} : Lines{}) << level;
@@ -231,7 +231,7 @@ TEST_P(Failures, ThrowingVariantReportsTwiceThenOnceThenNever)
 {
     for (const std::int32_t level : {9, 10, 11, 40, 41, 50}) {
         platform_.logger.level = level;
-        platform_.logger.records.clear();
+        platform_.logger.entries.clear();
         LoggingManager::names.clear();
         EXPECT_STREQ(RunThrowingVariant(ENODATA).c_str(), GetParam().thrownText.c_str());
         Lines expected;
@@ -250,7 +250,7 @@ TEST_P(Failures, EveryErrorTakesTheSamePath)
 {
     for (const int error : {EPERM, ENOENT, EBADF, E2BIG, EACCES, ENOTDIR, EINVAL, ENOSPC, EROFS, ERANGE, ENAMETOOLONG,
                             ELOOP, ENODATA, EOPNOTSUPP, EIO, EINTR, EDQUOT, 9999}) {
-        platform_.logger.records.clear();
+        platform_.logger.entries.clear();
         EXPECT_FALSE(RunFlagVariant(error));
         EXPECT_EQ(platform_.logger.Lines(), Lines{FlagLine(error)});
     }
@@ -272,7 +272,7 @@ TEST_P(Failures, ReasonStaysRightWhereOthersChangeErrno)
     support::Allocations allocations;
     allocations.DisturbErrno(ERANGE);
     GetParam().flagVariant(success);
-    ASSERT_EQ(platform_.logger.records.size(), 1U);
+    ASSERT_EQ(platform_.logger.entries.size(), 1U);
     EXPECT_EQ(platform_.logger.Lines()[0], expected);
 }
 
@@ -352,14 +352,14 @@ TEST_P(Failures, ThatDoNotHappenLookUpNoLogger)
 TEST_P(Failures, RecordsNameTheLinesOfTheirOperation)
 {
     EXPECT_STREQ(RunThrowingVariant(EIO).c_str(), GetParam().thrownText.c_str());
-    const auto& records = platform_.logger.records;
-    ASSERT_EQ(records.size(), 2U);
+    const auto& entries = platform_.logger.entries;
+    ASSERT_EQ(entries.size(), 2U);
     const Lines signatures = {GetParam().signature, GetParam().throwingSignature};
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        EXPECT_EQ(records[i].file, "Corvane/Common/libFile/Corvane/File/ExtendedAttributes.cpp");
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        EXPECT_EQ(entries[i].file, "Corvane/Common/libFile/Corvane/File/ExtendedAttributes.cpp");
         const auto [first, last] = LinesOf(signatures[i]);
-        EXPECT_GT(records[i].line, first) << signatures[i];
-        EXPECT_LT(records[i].line, last) << signatures[i];
+        EXPECT_GT(entries[i].line, first) << signatures[i];
+        EXPECT_LT(entries[i].line, last) << signatures[i];
     }
 }
 

@@ -9,9 +9,9 @@
 #include <system_error>
 
 #include "Corvane/File/ExtendedAttributes.h"
-#include "platforms/scripted/ScriptedPlatform.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 

@@ -57,7 +57,7 @@ protected:
         for (std::thread& thread : threads) {
             thread.join();
         }
-        EXPECT_GE(log_.Records().size(), static_cast<std::size_t>(kThreads * kRounds));
+        EXPECT_GE(log_.Entries().size(), static_cast<std::size_t>(kThreads * kRounds));
     }
 
     support::TemporaryFolder folder_;

@@ -5,7 +5,7 @@
 
 #include "faults/AppenderScenario.h"
 #include "faults/Matrix.h"
-#include "platforms/scripted/ScriptedPlatform.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace faults {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Corvane/Pellin/DataChunk.h"
-#include "Records.h"
+#include "ReferenceRecord.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Corvane/Pellin/DataChunk.h"
-#include "Records.h"
+#include "ReferenceRecord.h"
 #include "support/SystemCalls.h"
 
 namespace {

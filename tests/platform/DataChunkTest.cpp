@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "Records.h"
+#include "ReferenceRecord.h"
 #include "support/Allocations.h"
 
 namespace {

@@ -18,9 +18,9 @@
 
 namespace {
 
+using tarn::cv::logging::LogEntry;
 using tarn::cv::logging::Logger;
 using tarn::cv::logging::LoggingManager;
-using tarn::cv::logging::Record;
 using Lines = std::vector<std::string>;
 
 // The name of a logger that no other test has used.
@@ -74,12 +74,12 @@ protected:
     Logging() = default;
     ~Logging() override { LoggingManager::SetSink({}); }
 
-    // Keeps each record as "<level> <logger> <message> <file>:<line>".
-    void KeepRecords()
+    // Keeps each entry as "<level> <logger> <message> <file>:<line>".
+    void KeepEntries()
     {
-        LoggingManager::SetSink([this](const Record& record) {
-            lines_.push_back(std::to_string(record.level) + " " + record.logger + " " + record.message + " " +
-                             record.file + ":" + std::to_string(record.line));
+        LoggingManager::SetSink([this](const LogEntry& entry) {
+            lines_.push_back(std::to_string(entry.level) + " " + entry.logger + " " + entry.message + " " + entry.file +
+                             ":" + std::to_string(entry.line));
         });
     }
 
@@ -133,18 +133,18 @@ TEST_F(Logging, LoggerThatIsSwitchedOffIsNullByPointerAndThereByReference)
     EXPECT_EQ(LoggingManager::GetLoggerPtr(name), earlier);
 }
 
-TEST_F(Logging, RecordReachesTheSinkWhole)
+TEST_F(Logging, EntryReachesTheSinkWhole)
 {
-    KeepRecords();
+    KeepEntries();
     LoggingManager::GetLogger("a").Log(50, "two\nlines", "some/file.cpp", 17);
     EXPECT_EQ(lines_, (Lines{"50 a two\nlines some/file.cpp:17"}));
 }
 
 TEST_F(Logging, SinkMayLogLookUpLoggersAndReplaceItself)
 {
-    LoggingManager::SetSink([this](const Record& record) {
-        lines_.push_back(record.message);
-        KeepRecords();
+    LoggingManager::SetSink([this](const LogEntry& entry) {
+        lines_.push_back(entry.message);
+        KeepEntries();
         LoggingManager::SetLevel("b", 20);
         LoggingManager::GetLogger("b").Log(20, "from the sink", "f", 2);
     });
@@ -155,10 +155,10 @@ TEST_F(Logging, SinkMayLogLookUpLoggersAndReplaceItself)
 
 TEST_F(Logging, ExceptionOfTheSinkReachesTheCallerAndHarmsNothing)
 {
-    LoggingManager::SetSink([](const Record&) { throw std::runtime_error("sink"); });
+    LoggingManager::SetSink([](const LogEntry&) { throw std::runtime_error("sink"); });
     Logger& logger = LoggingManager::GetLogger(NewName());
     EXPECT_THROW(logger.Log(50, "lost", "f", 1), std::runtime_error);
-    KeepRecords();
+    KeepEntries();
     logger.Log(50, "kept", "f", 2);
     EXPECT_EQ(lines_, (Lines{"50 " + logger.Name() + " kept f:2"}));
 }
@@ -166,7 +166,7 @@ TEST_F(Logging, ExceptionOfTheSinkReachesTheCallerAndHarmsNothing)
 TEST_F(Logging, EmptySinkBringsTheDefaultBack)
 {
     const WritesToStderr writes;
-    KeepRecords();
+    KeepEntries();
     LoggingManager::SetSink({});
     LoggingManager::GetLogger("a").Log(50, "printed", "f", 1);
     EXPECT_EQ(writes.Take().size(), 1U);
@@ -216,7 +216,7 @@ TEST_F(Logging, HighControlCharactersAreEscapedAndOtherUtf8IsNot)
     EXPECT_NE(lines[0].find("caf\xc3\xa9 \\xc2\\x9b[2J \\xc2\\x85 \xc2\xa0 \xc2 f:1\n"), std::string::npos) << lines[0];
 }
 
-TEST_F(Logging, LongRecordIsOneWriteToo)
+TEST_F(Logging, LongEntryIsOneWriteToo)
 {
     const WritesToStderr writes;
     LoggingManager::GetLogger("a").Log(50, std::string(100'000, 'x'), "f", 1);

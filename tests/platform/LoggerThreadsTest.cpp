@@ -13,9 +13,9 @@
 
 namespace {
 
+using tarn::cv::logging::LogEntry;
 using tarn::cv::logging::Logger;
 using tarn::cv::logging::LoggingManager;
-using tarn::cv::logging::Record;
 
 constexpr int kThreads = 4;
 constexpr int kRounds = 500;
@@ -47,12 +47,12 @@ TEST(LoggerThreads, LookUpsOfOneNameGiveOneLogger)
     }
 }
 
-TEST(LoggerThreads, EveryRecordReachesExactlyOneSinkWhileSinksAreReplaced)
+TEST(LoggerThreads, EveryEntryReachesExactlyOneSinkWhileSinksAreReplaced)
 {
-    std::atomic<int> records = 0;
-    const auto count = [&](const Record& record) {
-        EXPECT_EQ(record.message, "a text too long to be kept without an allocation");
-        ++records;
+    std::atomic<int> entries = 0;
+    const auto count = [&](const LogEntry& entry) {
+        EXPECT_EQ(entry.message, "a text too long to be kept without an allocation");
+        ++entries;
     };
     LoggingManager::SetSink(count);
     InThreads([&](int thread) {
@@ -65,7 +65,7 @@ TEST(LoggerThreads, EveryRecordReachesExactlyOneSinkWhileSinksAreReplaced)
         }
     });
     LoggingManager::SetSink({});
-    EXPECT_EQ(records, (kThreads - 1) * kRounds);
+    EXPECT_EQ(entries, (kThreads - 1) * kRounds);
 }
 
 TEST(LoggerThreads, LevelIsReadWhileItIsSet)

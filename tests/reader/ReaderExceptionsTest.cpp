@@ -4,10 +4,10 @@
 #include <stdexcept>
 
 #include "Corvane/File/DataChunkFileReader.h"
-#include "platforms/scripted/ScriptedPlatform.h"
 #include "support/Allocations.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 

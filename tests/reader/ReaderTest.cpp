@@ -194,13 +194,13 @@ TEST_F(Reader, RecordNamesTheLoggerAndTheIssuingLine)
     EXPECT_NE(TextOfFailedOpen(), "none");
     support::WriteFile(path_, "");
     EXPECT_EQ(TextOfFailedOpen(), "none");
-    const auto records = log_.Records();
-    ASSERT_EQ(records.size(), 2U);
-    for (const auto& record : records) {
-        EXPECT_EQ(record.logger, "DataChunkFileReader");
-        EXPECT_EQ(record.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileReader.cpp");
+    const auto entries = log_.Entries();
+    ASSERT_EQ(entries.size(), 2U);
+    for (const auto& entry : entries) {
+        EXPECT_EQ(entry.logger, "DataChunkFileReader");
+        EXPECT_EQ(entry.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileReader.cpp");
     }
-    EXPECT_NE(records[0].line, records[1].line);
+    EXPECT_NE(entries[0].line, entries[1].line);
 }
 
 TEST_F(Reader, AnotherUsersReadableFileCannotBeOpened)

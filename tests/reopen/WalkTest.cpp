@@ -3,8 +3,8 @@
 #include <stdexcept>
 
 #include "Corvane/File/DataChunkFileAppender.h"
-#include "platforms/scripted/ScriptedPlatform.h"
 #include "support/Files.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 

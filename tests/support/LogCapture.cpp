@@ -4,15 +4,15 @@
 
 namespace support {
 
+using tarn::cv::logging::LogEntry;
 using tarn::cv::logging::LoggingManager;
-using tarn::cv::logging::Record;
 
 LogCapture::LogCapture(std::int32_t level)
 {
     SetLevel(level);
-    LoggingManager::SetSink([this](const Record& record) {
+    LoggingManager::SetSink([this](const LogEntry& entry) {
         const std::lock_guard lock(mutex_);
-        records_.push_back({record.level, record.logger, record.message, record.file, record.line});
+        entries_.push_back({entry.level, entry.logger, entry.message, entry.file, entry.line});
     });
 }
 
@@ -29,17 +29,17 @@ void LogCapture::SetLevel(std::int32_t level)
     }
 }
 
-std::vector<LogRecord> LogCapture::Records() const
+std::vector<CapturedEntry> LogCapture::Entries() const
 {
     const std::lock_guard lock(mutex_);
-    return records_;
+    return entries_;
 }
 
 std::vector<std::string> LogCapture::Lines() const
 {
     std::vector<std::string> lines;
-    for (const LogRecord& record : Records()) {
-        lines.push_back(std::to_string(record.level) + " " + record.message);
+    for (const CapturedEntry& entry : Entries()) {
+        lines.push_back(std::to_string(entry.level) + " " + entry.message);
     }
     return lines;
 }
@@ -47,7 +47,7 @@ std::vector<std::string> LogCapture::Lines() const
 void LogCapture::Clear()
 {
     const std::lock_guard lock(mutex_);
-    records_.clear();
+    entries_.clear();
 }
 
 }  // namespace support

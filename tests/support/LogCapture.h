@@ -7,8 +7,8 @@
 
 namespace support {
 
-// One log record, copied.
-struct LogRecord {
+// One log entry, copied.
+struct CapturedEntry {
     std::int32_t level;
     std::string logger;
     std::string message;
@@ -16,7 +16,7 @@ struct LogRecord {
     std::int32_t line;
 };
 
-// While it lives, the platform's log records are kept here instead of printed, and the library's three loggers have
+// While it lives, the platform's log entries are kept here instead of printed, and the library's three loggers have
 // this level. Afterwards the default sink is back, and their level is 40.
 class LogCapture {
 public:
@@ -27,16 +27,16 @@ public:
 
     static void SetLevel(std::int32_t level);
 
-    std::vector<LogRecord> Records() const;
+    std::vector<CapturedEntry> Entries() const;
 
-    // Each record as "<level> <message>".
+    // Each entry as "<level> <message>".
     std::vector<std::string> Lines() const;
 
     void Clear();
 
 private:
     mutable std::mutex mutex_;
-    std::vector<LogRecord> records_;
+    std::vector<CapturedEntry> entries_;
 };
 
 }  // namespace support

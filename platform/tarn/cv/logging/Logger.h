@@ -6,14 +6,14 @@
 
 namespace tarn::cv::logging {
 
-// A named logger. Levels are numbers, held exactly; a larger one is a more important record.
+// A named logger. Levels are numbers, held exactly; a larger one is a more important entry.
 //
 // What the library calls, and a platform of your own must offer: Log and GetCurrentLevel, as virtual operations, safe
-// from any thread that calls the library. The library asks GetCurrentLevel first and logs a record of level L only if
+// from any thread that calls the library. The library asks GetCurrentLevel first and logs an entry of level L only if
 // the answer is at most L; Log need not check again.
 class Logger {
 public:
-    // What GetCurrentLevel answers for a logger that is switched off: no record is that important.
+    // What GetCurrentLevel answers for a logger that is switched off: no entry is that important.
     static constexpr std::int32_t kOff = INT32_MAX;
 
     explicit Logger(std::string name);
@@ -21,7 +21,7 @@ public:
     Logger& operator=(const Logger&) = delete;
     virtual ~Logger();
 
-    // Passes one record to the sink. `file` (zero-terminated) and `line` name the statement that issues it.
+    // Passes one entry to the sink. `file` (zero-terminated) and `line` name the statement that issues it.
     // Throws what the sink throws.
     virtual void Log(std::int32_t level, const std::string& message, const char* file, std::int32_t line);
 

@@ -119,12 +119,12 @@ void LoggingManager::SetSink(Sink sink)
     TheRegistry().sink.swap(next);
 }
 
-void LoggingManager::WriteToStderr(const Record& record)
+void LoggingManager::WriteToStderr(const LogEntry& entry)
 {
     std::ostringstream line;
     line.imbue(std::locale::classic());  // numbers come out the same whatever locale the program has set
-    line << Corvane::Time::TimePoint::Now() << ' ' << record.level << ' ' << Escaped(record.logger) << ' '
-         << Escaped(record.message) << ' ' << Escaped(record.file) << ':' << record.line << '\n';
+    line << Corvane::Time::TimePoint::Now() << ' ' << entry.level << ' ' << Escaped(entry.logger) << ' '
+         << Escaped(entry.message) << ' ' << Escaped(entry.file) << ':' << entry.line << '\n';
     const std::string text = line.str();
     std::fwrite(text.data(), 1, text.size(), stderr);  // one call, so that lines of several threads do not mix
 }

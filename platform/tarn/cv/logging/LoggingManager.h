@@ -8,8 +8,8 @@
 
 namespace tarn::cv::logging {
 
-// One log record. The references are good for the duration of the call of the sink only.
-struct Record {
+// One log entry. The references are good for the duration of the call of the sink only.
+struct LogEntry {
     std::int32_t level;
     const std::string& logger;
     const std::string& message;
@@ -17,8 +17,8 @@ struct Record {
     std::int32_t line;
 };
 
-// Where records go. It may be called from several threads at once.
-using Sink = std::function<void(const Record&)>;
+// Where entries go. It may be called from several threads at once.
+using Sink = std::function<void(const LogEntry&)>;
 
 // The registry of loggers. A logger comes into being when its name is first used, and lives until the process ends.
 // Every operation may be called from any thread at any time.
@@ -41,8 +41,8 @@ public:
     static void SetSink(Sink sink);
 
     // The default sink: one line on stderr, "<time> <level> <logger> <message> <file>:<line>", in one write. Control
-    // characters in the texts, and the backslash, are written as \xNN, so that a record is always one line.
-    static void WriteToStderr(const Record& record);
+    // characters in the texts, and the backslash, are written as \xNN, so that an entry is always one line.
+    static void WriteToStderr(const LogEntry& entry);
 };
 
 }  // namespace tarn::cv::logging

@@ -15,7 +15,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/Descriptor.h"
 #include "Corvane/File/FileImage.h"
-#include "Corvane/File/Records.h"
+#include "Corvane/File/Log.h"
 #include "Corvane/File/XattrNames.h"
 #include "tarn/cv/logging/LoggingManager.h"
 

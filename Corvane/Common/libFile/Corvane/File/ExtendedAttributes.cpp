@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Corvane/File/Records.h"
+#include "Corvane/File/Log.h"
 #include "tarn/cv/logging/LoggingManager.h"
 
 namespace Corvane::File {

@@ -3,11 +3,11 @@
 # From the environment: SOURCE and BUILD (the project's folders), VERSION, CXX. Ends with 77 for a skip.
 set -euo pipefail
 
-work=$BUILD/tests/packaging/work
+work=$BUILD/tests/delivery/work
 moved=$work/moved
 packages=$work/package/packages
 library=$BUILD/Corvane/Common/libFile/libCorvaneFile.so
-outside=$SOURCE/tests/packaging/outside
+outside=$SOURCE/tests/delivery/outside
 unset LD_LIBRARY_PATH
 
 fail() {
@@ -44,14 +44,14 @@ MakeInstalledCopy() {
 }
 
 InstalledFilesAreThoseOfTheList() {
-    diff "$SOURCE/tests/packaging/installed_files.txt" <(files_below "$moved")
+    diff "$SOURCE/tests/delivery/installed_files.txt" <(files_below "$moved")
 }
 
 RuntimeComponentIsTheSharedLibrariesAlone() {
     local folder
     folder=$(scratch runtime)
     cmake --install "$BUILD" --prefix "$folder" --component Runtime >/dev/null
-    diff <(grep '\.so\.' "$SOURCE/tests/packaging/installed_files.txt") <(files_below "$folder")
+    diff <(grep '\.so\.' "$SOURCE/tests/delivery/installed_files.txt") <(files_below "$folder")
 }
 
 InstalledCopyNamesNoFolderOfItsBuild() {
@@ -94,7 +94,7 @@ AnotherMajorVersionIsRefused() {
 parent_runs_and_is_left_alone() {
     local folder
     folder=$(scratch "parent_$1")
-    configure -S "$SOURCE/tests/packaging/parent" -B "$folder" -DCORVANE_SOURCE="$SOURCE" -DFETCH="$1" \
+    configure -S "$SOURCE/tests/delivery/parent" -B "$folder" -DCORVANE_SOURCE="$SOURCE" -DFETCH="$1" \
         -DCMAKE_INSTALL_PREFIX="$folder/prefix"
     cmake --build "$folder" >/dev/null
     "$folder/outside" "$folder/file.chunks"
@@ -228,7 +228,7 @@ PackagedFilesAreHardenedAndSearchNoFolderOfTheirOwn() {
 
 # --- The binary interface -------------------------------------------------------------------------------------------
 
-abi=$SOURCE/tests/packaging/abi
+abi=$SOURCE/tests/delivery/abi
 platform=$BUILD/platform/libCorvanePlatform.so
 
 abi_is() {

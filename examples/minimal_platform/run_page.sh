@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the commands of docs/integration.md: its blocks of shell, in their order.
 set -euo pipefail
-cd "$(dirname "$0")/../../.."
+cd "$(dirname "$0")/../.."
 out=build/integration-$$
 trap 'rm -rf "$out"' EXIT
 export out

@@ -74,7 +74,7 @@ def mounted(kind):
 def kill(build, kind, kills):
     with mounted(kind) as disk:
         environment = {**os.environ, "CORVANE_TEST_FOLDER": str(disk.path), "CORVANE_KILLS": str(kills)}
-        test = subprocess.run([build / "tests/crashes/killed_writer_test"], env=environment, text=True,
+        test = subprocess.run([build / "tests/long/crashes/killed_writer_test"], env=environment, text=True,
                               stdout=subprocess.PIPE, check=False)
     if test.returncode != 0:
         sys.exit(f"{kind}: {test.stdout}")
@@ -103,7 +103,7 @@ def state(path, old, new):
 
 def cut_plain(build, disk, cuts):
     """Counts what is found where an appender was destroyed at its ease and the power failed soon after."""
-    writer = build / "tests/crashes/chunk_writer"
+    writer = build / "tests/long/crashes/chunk_writer"
     found = {"overwritten": collections.Counter(), "new": collections.Counter()}
     for cut in range(cuts):
         kind = ("overwritten", "new")[cut % 2]
@@ -158,7 +158,7 @@ def chunks_in(build, path):
     with tempfile.NamedTemporaryFile() as copy:
         copy.write(path.read_bytes())
         copy.flush()
-        tool = [build / "tests/crashes/chunk_writer", "reopen", copy.name]
+        tool = [build / "tests/long/crashes/chunk_writer", "reopen", copy.name]
         return int(subprocess.run(tool, check=True, text=True, stdout=subprocess.PIPE).stdout)
 
 

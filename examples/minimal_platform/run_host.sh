@@ -4,7 +4,7 @@
 set -euo pipefail
 way=$1
 sources=$2
-minimal=$sources/tests/platforms/minimal
+minimal=$sources/examples/minimal_platform
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 

@@ -20,7 +20,7 @@ import shlex
 import subprocess
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+ROOT = pathlib.Path(__file__).resolve().parents[3]
 SOURCES = ROOT / "Corvane/Common/libFile/Corvane/File"
 WORK = ROOT / "build/mutants"
 SURVIVORS = pathlib.Path(__file__).with_name("survivors.txt")
@@ -38,12 +38,12 @@ PROGRAMS = {
     "ExtendedAttributes.cpp": ATTRIBUTES,
     "FileImage.h": ["image_test", *APPENDER],
     "Descriptor.h": READER + APPENDER,
-    "Records.h": ATTRIBUTES + READER + APPENDER,
+    "Log.h": ATTRIBUTES + READER + APPENDER,
     "ChunkFileLayout.h": READER + APPENDER,
-    "XattrNames.h": ["library_names_test"],
+    "XattrNames.h": ["attributes_names_test"],
 }
 # Programs that hold a header of the library in themselves, so that they are built anew for each mutant.
-REBUILT = {"image_test": ROOT / "tests/image", "library_names_test": ROOT / "tests/library"}
+REBUILT = {"image_test": ROOT / "tests/image", "attributes_names_test": ROOT / "tests/attributes"}
 
 # Operators and constants: what is looked for in the code, and what takes its place.
 REPLACEMENTS = [

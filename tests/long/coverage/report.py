@@ -9,7 +9,7 @@ import json
 import pathlib
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+ROOT = pathlib.Path(__file__).resolve().parents[3]
 LIBRARY = ROOT / "Corvane/Common/libFile"
 
 

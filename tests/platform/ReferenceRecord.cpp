@@ -1,4 +1,4 @@
-#include "Records.h"
+#include "ReferenceRecord.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

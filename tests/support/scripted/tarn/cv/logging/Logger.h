@@ -7,10 +7,10 @@
 
 namespace tarn::cv::logging {
 
-// A logger that keeps its records and does what a test tells it.
+// A logger that keeps its entries and does what a test tells it.
 class Logger {
 public:
-    struct Record {
+    struct LogEntry {
         std::int32_t level;
         std::string message;
         std::string file;
@@ -22,12 +22,12 @@ public:
     Logger& operator=(const Logger&) = delete;
     virtual ~Logger() = default;
 
-    virtual void Log(std::int32_t recordLevel, const std::string& message, const char* file, std::int32_t line)
+    virtual void Log(std::int32_t entryLevel, const std::string& message, const char* file, std::int32_t line)
     {
         if (onLog) {
             onLog();
         }
-        records.push_back({recordLevel, message, file, line});
+        entries.push_back({entryLevel, message, file, line});
     }
 
     virtual std::int32_t GetCurrentLevel()
@@ -38,19 +38,19 @@ public:
         return level;
     }
 
-    // Each record as "<level> <message>".
+    // Each entry as "<level> <message>".
     std::vector<std::string> Lines() const
     {
         std::vector<std::string> lines;
-        lines.reserve(records.size());
-        for (const Record& record : records) {
-            lines.push_back(std::to_string(record.level) + " " + record.message);
+        lines.reserve(entries.size());
+        for (const LogEntry& entry : entries) {
+            lines.push_back(std::to_string(entry.level) + " " + entry.message);
         }
         return lines;
     }
 
     std::int32_t level = 0;
-    std::vector<Record> records;
+    std::vector<LogEntry> entries;
     std::function<void()> onLog;
     std::function<void()> onLevel;
 };

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # What a user gets with the library's file and headers. One claim a run:
-#   delivered.sh CLAIM
+#   library.sh CLAIM
 # LIBRARY is the file, SOURCE the project's top folder, CXX the compiler, SCRATCH a folder for its own files.
 set -euo pipefail
 
@@ -12,7 +12,7 @@ fail() {
     exit 1
 }
 
-# After a change that is meant: delivered.sh ExportedNames >tests/library/exports.txt
+# After a change that is meant: library.sh ExportedNames >tests/delivery/exports.txt
 ExportedNames() {
     nm -DC --defined-only "$LIBRARY" |
         sed -E 's/^[0-9a-f]+ //; s/std::(__cxx11::)?basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g;
@@ -21,7 +21,7 @@ ExportedNames() {
 }
 
 ExportsAreTheListedNames() {
-    ExportedNames | diff -u "$SOURCE/tests/library/exports.txt" - || fail "exported names differ from the list"
+    ExportedNames | diff -u "$SOURCE/tests/delivery/exports.txt" - || fail "exported names differ from the list"
 }
 
 SonameIsItsOwnNumber() {
