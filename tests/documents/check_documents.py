@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks the pages: links lead to files, and C++ that is shown is C++ that the build compiles.
+"""Checks the pages: links lead to files, C++ that is shown is compiled, and tests that are named exist.
 
 usage: check_documents.py REPOSITORY
 """
@@ -10,6 +10,10 @@ import sys
 
 LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
 CODE = re.compile(r"^```cpp\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+NAMED_TEST = re.compile(r"`((?:[A-Z]\w*|library|packaging)\.[A-Z]\w*)`")
+TEST = re.compile(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", re.MULTILINE)
+CLAIM = re.compile(r"^([A-Z]\w*)\(\) \{$", re.MULTILINE)  # of tests/delivery/*.sh
+DAMAGE = re.compile(r"\n\n\| State \|[^\n]*\n\|-[^\n]*\n(.*?)\n\n", re.DOTALL)
 
 
 def dead_links(page, text):
@@ -22,18 +26,42 @@ def uncompiled_code(page, text, compiled):
     return [f"{page}: in no compiled file:\n{block}" for block in blocks]
 
 
+def missing_tests(page, text, tests):
+    return [f"{page}: no test {name}" for name in NAMED_TEST.findall(text) if name not in tests]
+
+
+def untested_states(page, text):
+    """The rows of the format page's damage table that name no test."""
+    if page.name != "format.md":
+        return []
+    table = DAMAGE.search(text)
+    rows = table[1].split("\n") if table else ["no table of states"]
+    return [f"{page}: without a test: {row}" for row in rows if not NAMED_TEST.search(row)]
+
+
+def all_tests(files, compiled):
+    """Tests as "Suite.Name", claims of scripts as "script.Name"."""
+    tests = {f"{suite}.{name}" for source in compiled for suite, name in TEST.findall(source)}
+    for file in files:
+        if file.suffix == ".sh":
+            tests |= {f"{file.stem}.{claim}" for claim in CLAIM.findall(file.read_text())}
+    return tests
+
+
 def main():
     repository = pathlib.Path(sys.argv[1])
     listed = subprocess.run(["git", "ls-files"], cwd=repository, check=True, capture_output=True, text=True).stdout
-    files = [repository / name for name in listed.splitlines()]
+    files = [file for name in listed.splitlines() if (file := repository / name).exists()]
     pages = [file for file in files if file.suffix == ".md"]
-    compiled = [file.read_text() for file in files if file.suffix in (".cpp", ".h") and file.exists()]
+    compiled = [file.read_text() for file in files if file.suffix in (".cpp", ".h")]
+    tests = all_tests(files, compiled)
     findings = []
     for page in pages:
         text = page.read_text()
         findings += dead_links(page, text) + uncompiled_code(page, text, compiled)
+        findings += missing_tests(page, text, tests) + untested_states(page, text)
     print(*findings, f"{len(pages)} pages, {len(findings)} findings", sep="\n")
-    return 1 if findings or not pages else 0
+    return 1 if findings or not pages or not tests else 0
 
 
 if __name__ == "__main__":

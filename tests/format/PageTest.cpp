@@ -1,9 +1,7 @@
-// Keeps docs/format.md in step with what the library writes and with the tests that it names.
+// Keeps docs/format.md in step with what the library writes.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cstdlib>
-#include <filesystem>
 #include <iomanip>
 #include <sstream>
 #include <string_view>
@@ -109,49 +107,6 @@ TEST(FormatPage, ShowsAFileOfTwoRecords)
         GTEST_SKIP() << FORMAT_PAGE " has been renewed";
     }
     EXPECT_EQ(page.substr(begin, end - begin), dump);
-}
-
-// Adds the tests of a source, TEST(suite, name), TEST_F or TEST_P, as "suite.name".
-void AddTests(const std::string& source, std::set<std::string>& names)
-{
-    for (std::size_t at = source.find("\nTEST"); at != std::string::npos; at = source.find("\nTEST", at + 1)) {
-        const std::size_t suite = source.find('(', at) + 1;
-        const std::size_t comma = source.find(", ", suite);
-        const std::size_t end = source.find(')', comma);
-        names.insert(source.substr(suite, comma - suite) + '.' + source.substr(comma + 2, end - comma - 2));
-    }
-}
-
-std::set<std::string> AllTests()
-{
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(TESTS_FOLDER)) {
-        if (entry.path().extension() == ".cpp") {
-            AddTests(support::ReadFile(entry.path()), names);
-        }
-    }
-    return names;
-}
-
-// Whether what stands in backquotes is the name of a test: "Suite.Name".
-bool IsTest(const std::string& code)
-{
-    const std::size_t dot = code.find('.');
-    return dot != std::string::npos && std::isupper(code[0]) != 0 && std::isupper(code[dot + 1]) != 0;
-}
-
-TEST(FormatPage, NamesTestsThatThereAre)
-{
-    const std::set<std::string> tests = AllTests();
-    std::istringstream page(support::ReadFile(FORMAT_PAGE));
-    int count = 0;
-    for (std::string text, code; std::getline(page, text, '`') && std::getline(page, code, '`');) {
-        if (IsTest(code)) {
-            EXPECT_EQ(tests.count(code), 1U) << code;
-            ++count;
-        }
-    }
-    EXPECT_GT(count, 20);
 }
 
 }  // namespace
