@@ -10,7 +10,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <iostream>
 #include <iterator>
 #include <thread>
@@ -19,6 +18,7 @@ namespace {
 
 using namespace Corvane::File;
 using Corvane::Pellin::DataChunk;
+using tarn::cv::logging::LoggingManager;
 
 constexpr std::uint64_t kMaxSize = 4'000'000;  // bytes
 
@@ -32,104 +32,97 @@ DataChunk Measure()
     return chunk;
 }
 
-// Measures for that long, and returns the last measurement.
+// Measures every 10 ms for this long, or until the file is full, and returns the last measurement.
 DataChunk Fill(DataChunkFileAppender& file, std::chrono::duration<double> duration)
 {
     DataChunk chunk;
     const auto start = std::chrono::steady_clock::now();
-    for (auto next = start; next - start < duration; next += std::chrono::milliseconds(10)) {
+    auto next = start;
+    do {
         std::this_thread::sleep_until(next);
         chunk = Measure();
-        file.Append(chunk);
-        if (const std::size_t count = file.GetTimePoints().size(); count % 20 == 0) {
-            std::cout << ' ' << count;
-        }
-    }
-    std::cout << ": " << file.GetTimePoints().size() << " measurements\n";
+        next += std::chrono::milliseconds(10);
+    } while (file.Append(chunk) && next - start < duration);
     return chunk;
 }
 
-void PrintRow(std::uint64_t number, std::uint64_t position, const DataChunk& chunk)
+void MeasureInto(const std::string& name, double seconds)
 {
-    std::cout << "  " << std::setw(6) << number << std::setw(10) << position << std::setw(8) << chunk.GetSizeOnFile()
-              << std::setw(8) << chunk.Fields().size() << "  " << chunk.GetTimePoint() << "  "
-              << chunk.Get("loadavg")->substr(0, 14) << '\n';
+    std::cout << "Measuring this machine for " << seconds << " s into " << name << std::flush;
+    DataChunkFileAppender file(name, false, kMaxSize);
+    DataChunk chunk = Fill(file, std::chrono::duration<double>(seconds));
+    std::cout << ": " << file.GetTimePoints().size() << " measurements\n"
+              << "Appending the last chunk again, and one that is too long\n";
+    file.Append(chunk);
+    chunk.Set("padding", std::string(kMaxSize, 'x'));
+    file.Append(chunk);
 }
 
-// Walks the file, prints its first and last records, and returns the position behind the last one.
-std::uint64_t Print(const std::string& name, const std::set<std::string>& fields)
+// Reads all records: whole, or only these fields if any are named. Returns the position after the last one.
+std::uint64_t Read(DataChunkFileReader& file, const std::set<std::string>& fields)
 {
-    DataChunkFileReader file(name);
     const std::uint64_t count = file.GetNumberOfChunks();
-    std::cout << "  version " << file.GetVersion() << ", " << count << " chunks\n"
-              << "  number  position    size  fields  time                            load\n";
+    DataChunk chunk;
     std::uint64_t position = kHeaderSize;
     for (std::uint64_t i = 0; i < count; ++i) {
-        DataChunk chunk;
         if ((fields.empty() ? file.GetChunk(chunk, position) : file.GetChunk(chunk, position, fields)) == 0) {
-            std::cout << "  chunk " << i << " at position " << position << " is not good\n";
-            break;
-        }
-        if (i < 2 || i + 2 >= count) {
-            PrintRow(i, position, chunk);
-        } else if (i == 2) {
-            std::cout << "     ...\n";
+            throw std::runtime_error("no good record at position " + std::to_string(position));
         }
         position += chunk.GetSizeOnFile();
     }
-    const std::uint64_t size = std::filesystem::file_size(name);
-    std::cout << "  " << position << " of " << size << " bytes in use: " << position * 100 / size << " % full\n";
+    std::cout << "  " << count << " chunks in " << position << " of " << kMaxSize
+              << " bytes; fields read: " << chunk.Fields().size()
+              << ", last load: " << chunk.Get("loadavg")->substr(0, 14) << '\n';
     return position;
 }
 
 void DamageAndRecover(const std::string& name, std::uint64_t end)
 {
+    std::cout << "Damaging a copy in the middle, reopening it, and appending a chunk\n";
     const std::string copy = name + ".damaged";
     std::filesystem::copy_file(name, copy, std::filesystem::copy_options::overwrite_existing);
     std::fstream(copy).seekp(static_cast<std::streamoff>(end / 2)).write("damaged", 7);
-    {
-        DataChunkFileAppender file(copy, true, kMaxSize);
-        std::cout << "  kept " << file.GetTimePoints().size() << " chunks; appending one\n";
-        file.Append(Measure());
-    }
-    Print(copy, {});
+    DataChunkFileAppender(copy, true, kMaxSize).Append(Measure());
+    DataChunkFileReader file(copy);
+    Read(file, {});
 }
 
 void Tag(const std::string& path, std::uint64_t end)
 {
+    std::cout << "Tagging the file with extended attributes, and asking for one that is not there\n";
     try {
         ExtendedAttributes::Write(path, XattrTrackSize, std::to_string(end));
         ExtendedAttributes::Write(path, XattrFileSize, std::to_string(std::filesystem::file_size(path)));
         for (const std::string& attribute : ExtendedAttributes::List(path)) {
-            std::cout << "  " << attribute << " = " << ExtendedAttributes::Read(path, attribute) << '\n';
+            std::cout << "  " << attribute << " = " << ExtendedAttributes::Read(path, attribute);
         }
+        std::cout << '\n';
         ExtendedAttributes::Read(path, XattrEmptyFile);
     } catch (const std::runtime_error& error) {
         std::cout << "  thrown: " << error.what() << '\n';
     }
 }
 
-void Run(double seconds, const std::string& name)
+// Level, logger and text of each log entry, among what the program itself prints.
+void ShowLog()
 {
     for (const char* const logger : {"DataChunkFileAppender", "DataChunkFileReader", "ExtendedAttributes"}) {
-        tarn::cv::logging::LoggingManager::SetLevel(logger, 10);
+        LoggingManager::SetLevel(logger, 10);
     }
-    std::cout << "Measuring this machine for " << seconds << " s into " << name << "\n ";
-    {
-        DataChunkFileAppender file(name, false, kMaxSize);
-        DataChunk chunk = Fill(file, std::chrono::duration<double>(seconds));
-        std::cout << "A chunk of the same time, and one that is too long, are refused\n";
-        file.Append(chunk);
-        chunk.Set("padding", std::string(kMaxSize, 'x'));
-        file.Append(chunk);
-    }
-    std::cout << "Reading it back whole\n";
-    const std::uint64_t end = Print(name, {});
-    std::cout << "Reading only the field \"loadavg\" of each chunk\n";
-    Print(name, {"loadavg"});
-    std::cout << "Damaging a copy in the middle, and reopening it\n";
+    LoggingManager::SetSink([](const tarn::cv::logging::LogEntry& entry) {
+        std::cout << "  " << entry.level << ' ' << entry.logger << ' ' << entry.message << '\n';
+    });
+}
+
+void Run(double seconds, const std::string& name)
+{
+    ShowLog();
+    MeasureInto(name, seconds);
+    std::cout << "Reading it back whole, then only the field \"loadavg\" of each chunk\n";
+    DataChunkFileReader file(name);
+    const std::uint64_t end = Read(file, {});
+    Read(file, {"loadavg"});
     DamageAndRecover(name, end);
-    std::cout << "Tagging the file with extended attributes, and asking for one that is not there\n";
     Tag(name, end);
 }
 
@@ -137,7 +130,6 @@ void Run(double seconds, const std::string& name)
 
 int main(int count, char** arguments)
 {
-    std::cout << std::unitbuf;  // in step with the log records on stderr
     try {
         Run(count > 1 ? std::stod(arguments[1]) : 2.0, count > 2 ? arguments[2] : "measure.chunks");
     } catch (const std::invalid_argument&) {
