@@ -23,7 +23,7 @@ struct SystemCall {
     const void* buffer = nullptr;
     std::uint64_t size = 0;
     std::int64_t offset = 0;
-    std::int64_t result = 0;  // as returned; of mmap the address, of mremap 0, or -1
+    std::int64_t result = 0;  // as returned; of mmap and mremap the address, or -1
 };
 
 // While it lives, the system calls that this thread makes are recorded, and chosen ones do something else.
