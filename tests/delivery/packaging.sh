@@ -89,6 +89,44 @@ AnotherMajorVersionIsRefused() {
     done
 }
 
+# --- What building needs --------------------------------------------------------------------------------------------
+
+ReleasePresetBuildsNoTests() {
+    local folder
+    folder=$(scratch release)
+    (cd "$SOURCE" && cmake --preset release -B "$folder" -DCMAKE_CXX_COMPILER="$CXX" >/dev/null)
+    ! ninja -C "$folder" -t targets all | grep -E '^[^ ]*(tests?|fuzz|bench)/' || fail "these would be built too"
+}
+
+# Configuring with "$@" must fail with the sentence $1.
+configuring_stops_with() {
+    local sentence=$1 folder
+    shift
+    folder=$(scratch "refused_${FUNCNAME[1]}")
+    ! cmake -G Ninja -S "$SOURCE" -B "$folder" "$@" >"$folder/output" 2>&1 || fail "it was configured"
+    tr -s '\n ' '  ' <"$folder/output" | grep -F "$sentence" || fail "$(cat "$folder/output")"
+}
+
+MissingPackagesAreNamed() {
+    local no_xxhash=(-DCMAKE_FIND_ROOT_PATH=/nowhere -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY)
+    configuring_stops_with "xxHash is missing. On Debian: apt-get install libxxhash-dev" "${no_xxhash[@]}"
+    configuring_stops_with "GoogleTest is missing. On Debian: apt-get install libgtest-dev" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
+    PKG_CONFIG_LIBDIR=/nowhere configuring_stops_with "fuse 3 is missing. On Debian: apt-get install libfuse3-dev"
+}
+
+OlderCompilerIsRefused() {
+    local compiler
+    compiler=$(scratch old_compiler)/g++
+    printf '#!/bin/sh\nexec g++ -U__GNUC__ -D__GNUC__=11 "$@"\n' >"$compiler"
+    chmod +x "$compiler"
+    configuring_stops_with "needs GCC 12, Clang 15 or newer. This is GCC 11" -DCMAKE_CXX_COMPILER="$compiler"
+}
+
+StaticLibraryIsRefused() {
+    configuring_stops_with "BUILD_SHARED_LIBS=OFF is not supported" -DBUILD_SHARED_LIBS=OFF
+}
+
 # --- As a part of another project -----------------------------------------------------------------------------------
 
 parent_runs_and_is_left_alone() {
@@ -108,6 +146,18 @@ parent_runs_and_is_left_alone() {
 
 SubdirectoryRunsAndLeavesItsParentAlone() {
     parent_runs_and_is_left_alone OFF
+}
+
+SubdirectoryIsInstalledOnRequest() {
+    local folder
+    folder=$(scratch installing_parent)
+    configure -S "$SOURCE/tests/delivery/parent" -B "$folder/build" -DCORVANE_SOURCE="$SOURCE" -DFETCH=OFF \
+        -DCORVANE_FILE_INSTALL=ON -DINSTALL_OUTSIDE=ON
+    cmake --build "$folder/build" >/dev/null
+    cmake --install "$folder/build" --prefix "$folder/prefix" >/dev/null
+    rm -rf "$folder/build"
+    "$folder/prefix/bin/outside" "$folder/file.chunks"
+    configure -S "$outside" -B "$folder/user" -DCMAKE_PREFIX_PATH="$folder/prefix"
 }
 
 FetchContentRunsAndLeavesItsParentAlone() {
@@ -237,7 +287,7 @@ abi_is() {
 
 BinaryInterfaceIsTheOneOnRecord() {
     command -v abidiff >/dev/null || skip "no abidiff here"
-    local renew="renew the record on purpose only: cmake --build --preset release --target renew_abi (CONTRIBUTING.md)"
+    local renew="renew the record on purpose only: cmake --build --preset tests --target renew_abi (CONTRIBUTING.md)"
     abi_is "$abi/libCorvaneFile.abi" "$library" || fail "$renew"
     abi_is "$abi/libCorvanePlatform.abi" "$platform" || fail "$renew"
 }
