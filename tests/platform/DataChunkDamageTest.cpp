@@ -17,6 +17,8 @@ using records::Field;
 using records::Form;
 using records::Record;
 
+constexpr std::uint64_t kHeadSize = 40;
+
 Record Good()
 {
     return Record({{"a", "first value"}, {"b", ""}, {"c", "third value"}});
@@ -42,6 +44,30 @@ public:
 private:
     static constexpr std::size_t kSize = DataChunk::kMaxSizeOnFile + 65536;
     void* memory_;
+};
+
+// These bytes, with a page right after them that ends the process if it is touched.
+class GuardedMemory {
+public:
+    explicit GuardedMemory(const std::string& bytes)
+        : memory_(::mmap(nullptr, 2 * kPageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)),
+          first_(static_cast<unsigned char*>(memory_) + kPageSize - bytes.size())
+    {
+        if (memory_ == MAP_FAILED || ::mprotect(first_ + bytes.size(), kPageSize, PROT_NONE) != 0) {
+            throw std::runtime_error("no memory");
+        }
+        std::memcpy(first_, bytes.data(), bytes.size());
+    }
+    GuardedMemory(const GuardedMemory&) = delete;
+    GuardedMemory& operator=(const GuardedMemory&) = delete;
+    ~GuardedMemory() { ::munmap(memory_, 2 * kPageSize); }
+
+    const unsigned char* Get() const { return first_; }
+
+private:
+    static constexpr std::size_t kPageSize = 4096;
+    void* memory_;
+    unsigned char* first_;
 };
 
 class Damage : public testing::TestWithParam<Form> {
@@ -73,6 +99,15 @@ protected:
         Record record = Good();
         change(record);
         ExpectRefusedBeforeZeros(record.Bytes());
+    }
+
+    // How far a refused read from a file that goes on past these bytes has come.
+    std::uint64_t PositionAfterRefusal(const std::string& bytes)
+    {
+        const records::OpenFile file(bytes + std::string(100'000, '\0'));
+        EXPECT_EQ(GetParam() == Form::kDescriptor ? chunk_.ReadFrom(file.Get()) : chunk_.ReadFrom(file.Get(), {"a"}),
+                  0U);
+        return static_cast<std::uint64_t>(file.Position());
     }
 
     void ExpectAsItWas() const
@@ -152,6 +187,37 @@ TEST_P(Damage, SizeOfTheRecordThatDoesNotFitIsRefused)
                                      (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
         SCOPED_TRACE(size);
         ExpectRefused([size](Record& record) { record.size = size; });
+    }
+}
+
+// The head of a sound record with a directory of 17 bytes, but with this size of the record.
+std::string HeadThatClaims(std::uint64_t recordSize)
+{
+    Record record({Field("a", "value")});
+    record.size = recordSize;
+    return record.Bytes().substr(0, kHeadSize);
+}
+
+TEST_P(Damage, SizeThatNoRecordCanHaveIsRefusedByTheHeadAlone)
+{
+    for (const std::uint64_t size : {0UL, 16UL, 39UL, (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
+        SCOPED_TRACE(size);
+        if (GetParam() == Form::kMemory) {
+            EXPECT_EQ(chunk_.ReadFrom(GuardedMemory(HeadThatClaims(size)).Get()), 0U);
+        } else {
+            EXPECT_EQ(PositionAfterRefusal(HeadThatClaims(size)), kHeadSize);
+        }
+        ExpectAsItWas();
+    }
+}
+
+TEST_P(Damage, LongestSizeIsNotRefusedByTheHeadAlone)
+{
+    const std::string head = HeadThatClaims(DataChunk::kMaxSizeOnFile);
+    if (GetParam() == Form::kMemory) {
+        EXPECT_DEATH(chunk_.ReadFrom(GuardedMemory(head).Get()), "");
+    } else {
+        EXPECT_GT(PositionAfterRefusal(head), kHeadSize);
     }
 }
 
