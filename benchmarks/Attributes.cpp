@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "Corvane/File/ExtendedAttributes.h"
-#include "SystemCallCount.h"
 #include "Workloads.h"
+#include "harness/ChildProcess.h"
 
 namespace bench {
 

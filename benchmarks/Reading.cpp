@@ -4,13 +4,14 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <numeric>
-#include <random>
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileReader.h"
-#include "SystemCallCount.h"
+#include "Files.h"
 #include "Workloads.h"
+#include "harness/ChildProcess.h"
+#include "harness/Inputs.h"
+#include "harness/Memory.h"
 
 namespace bench {
 
@@ -20,8 +21,8 @@ using Corvane::Pellin::DataChunk;
 
 namespace {
 
-constexpr std::uint64_t kMostReads = 1'000'000;  // of a file that may hold more records
-constexpr std::uint64_t kCountedReads = 1000;    // of which the system calls are counted
+constexpr std::uint64_t kMostReads = 1'000'000;  // a file may hold more records
+constexpr std::uint64_t kCountedReads = 1000;    // while system calls are counted
 
 std::uint64_t ReadThrough(const std::string& path, const std::vector<std::uint64_t>& positions, DataChunk& chunk)
 {
@@ -68,14 +69,11 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
     const auto makeContenders = [=]() -> std::vector<Contender> {
         ::unlink(path.c_str());
         MakeFile(path, count, recordSize);
-        const auto positions = std::make_shared<std::vector<std::uint64_t>>(count);
+        const auto positions = std::make_shared<std::vector<std::uint64_t>>();
         for (std::uint64_t i = 0; i < count; ++i) {
-            (*positions)[i] = kHeaderSize + i * recordSize;
+            positions->push_back(kHeaderSize + i * recordSize);
         }
-        if (random) {
-            std::shuffle(positions->begin(), positions->end(),
-                         std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): repeatable
-        }
+        *positions = random ? Shuffled(*positions) : *positions;
         positions->resize(reads);
         const auto chunk = std::make_shared<DataChunk>(recordSize);
         const auto buffer = std::make_shared<WarmBuffer>(recordSize);

@@ -4,8 +4,10 @@
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
-#include "Literal.h"
+#include "Files.h"
+#include "Straightforward.h"
 #include "Workloads.h"
+#include "harness/Memory.h"
 
 namespace bench {
 
@@ -71,7 +73,7 @@ std::vector<Workload> SmallFileWorkloads(const Options& options)
         const auto empty = [=] { folder.Empty(); };
         return {{"limit", empty, [=] { return WriteDirectly(folder, *chunk, *buffer); }},
                 {"ours", empty, [=] { return WriteThrough<DataChunkFileAppender>(folder, *chunk); }},
-                {"literal", empty, [=] { return WriteThrough<LiteralAppender>(folder, *chunk); }}};
+                {"straightforward", empty, [=] { return WriteThrough<StraightforwardAppender>(folder, *chunk); }}};
     };
     const std::string what = std::to_string(folder.files) + " new files of 16 KiB";
     return {{"W8", what, folder.files * kFileSize, folder.files, Goal{"limit", 1.02}, makeContenders, folder.File(0)}};

@@ -1,11 +1,15 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <numeric>
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
-#include "Literal.h"
+#include "Files.h"
+#include "Straightforward.h"
 #include "Workloads.h"
+#include "harness/Inputs.h"
+#include "harness/Memory.h"
 
 namespace bench {
 
@@ -36,7 +40,7 @@ std::uint64_t WriteThrough(const Task& task, DataChunk& chunk)
     return accepted;
 }
 
-// The least that can be done: the chunks into memory that is there, and one write.
+// The limit: serialises the chunks into touched memory and writes it at once.
 std::uint64_t WriteDirectly(const Task& task, DataChunk& chunk, WarmBuffer& buffer)
 {
     std::uint64_t at = kHeaderSize;
@@ -57,7 +61,7 @@ std::vector<Contender> Writers(const std::shared_ptr<const Task>& task)
     const auto buffer = std::make_shared<WarmBuffer>(task->fileSize);
     return {{"limit", [=] { buffer->Touch(); }, [=] { return WriteDirectly(*task, *chunk, *buffer); }},
             {"ours", {}, [=] { return WriteThrough<DataChunkFileAppender>(*task, *chunk); }},
-            {"literal", {}, [=] { return WriteThrough<LiteralAppender>(*task, *chunk); }}};
+            {"straightforward", {}, [=] { return WriteThrough<StraightforwardAppender>(*task, *chunk); }}};
 }
 
 enum class Order { kByTime, kRandom };
@@ -67,7 +71,7 @@ struct Kind {
     std::string name;
     bool bounded;
     Order order;
-    std::uint64_t partFilled;  // one in so many bytes
+    std::uint64_t partFilled;  // one byte of this number
 };
 
 Workload Writing(const Options& options, const Kind& kind, std::uint64_t recordSize, const Goal& goal)
@@ -76,9 +80,11 @@ Workload Writing(const Options& options, const Kind& kind, std::uint64_t recordS
     const std::uint64_t bytes = kHeaderSize + count * recordSize * kind.partFilled;
     const std::string path = options.folder + "/written.chunks";
     const auto makeContenders = [=] {
-        std::filesystem::remove(path);  // an older, longer file would stay behind this one
-        const auto times = kind.order == Order::kByTime ? TimesInOrder(count) : TimesInRandomOrder(count);
-        return Writers(std::make_shared<Task>(Task{path, recordSize, bytes, kind.bounded, times}));
+        std::filesystem::remove(path);  // the tail of a longer file would remain
+        std::vector<std::int64_t> times(count);
+        std::iota(times.begin(), times.end(), 0);
+        return Writers(std::make_shared<Task>(
+            Task{path, recordSize, bytes, kind.bounded, kind.order == Order::kByTime ? times : Shuffled(times)}));
     };
     return {kind.id, kind.name + ", " + SizeText(recordSize), bytes, count, goal, makeContenders, path, 0, 3 * bytes};
 }
@@ -102,7 +108,7 @@ std::vector<Workload> WritingWorkloads(const Options& options)
         Writing(options, unbounded, 64 * kKiB, {"limit", 1.20}),
         Writing(options, unbounded, kKiB * kKiB, {"limit", 1.25}),
         Writing(options, sparse, kKiB, {"limit", 1.7}),
-        Writing(options, random, 64, {"literal", 1.0}),
+        Writing(options, random, 64, {"straightforward", 1.0}),
         Writing(options, random, kKiB, {"limit", 2.7}),
     };
 }

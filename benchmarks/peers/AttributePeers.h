@@ -1,6 +1,9 @@
 #pragma once
 
-#include "Harness.h"
+#include <vector>
+
+#include "harness/Options.h"
+#include "harness/Workload.h"
 
 namespace bench {
 

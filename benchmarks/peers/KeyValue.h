@@ -26,53 +26,62 @@ inline std::uint64_t TimeOf(const char* key)
     return time;
 }
 
-// LevelDB and RocksDB, which share their interface. A time is looked up before it is put.
-template <typename Db, typename Options, typename ReadOptions, typename WriteOptions, typename Slice, typename Adjust>
-Store KeyValueStore(const char* name, const Adjust& adjust)
-{
-    const auto open = [=](const std::string& path) {
-        Options options;
+// LevelDB and RocksDB, which share their interface: Engine names its types. A time is looked up before it is put.
+template <typename Engine>
+struct KeyValueStore {
+    using Database = std::unique_ptr<typename Engine::Db>;
+    using Slice = typename Engine::Slice;
+
+    static Store Make() { return {Engine::kName, Write, ReadAll, ReadAt}; }
+
+    static Database Open(const std::string& path)
+    {
+        typename Engine::Options options;
         options.create_if_missing = true;
-        adjust(options);
-        Db* db = nullptr;
-        Demand(Db::Open(options, path, &db).ok(), name);
-        return std::unique_ptr<Db>(db);
-    };
-    const auto write = [=](const std::string& path, const Data& data, std::uint64_t first, std::uint64_t last) {
-        const auto db = open(path);
+        options.compression = Engine::kCompression;
+        typename Engine::Db* database = nullptr;
+        Demand(Engine::Db::Open(options, path, &database).ok(), Engine::kName);
+        return Database(database);
+    }
+
+    static std::uint64_t Write(const std::string& path, const Data& data, std::uint64_t first, std::uint64_t last)
+    {
+        const Database database = Open(path);
         std::string value;
         std::uint64_t accepted = 0;
         for (std::uint64_t time = first; time < last; ++time) {
             const std::string key = KeyOf(time);
-            if (db->Get(ReadOptions(), Slice(key), &value).IsNotFound()) {
-                accepted += db->Put(WriteOptions(), Slice(key), Slice(data.payload)).ok() ? 1U : 0U;
+            if (database->Get({}, Slice(key), &value).IsNotFound()) {
+                accepted += database->Put({}, Slice(key), Slice(data.payload)).ok() ? 1U : 0U;
             }
         }
         return accepted;
-    };
-    const auto readAll = [=](const std::string& path, const Data&) {
-        const auto db = open(path);
+    }
+
+    static std::uint64_t ReadAll(const std::string& path, const Data& /*data*/)
+    {
+        const Database database = Open(path);
+        const std::unique_ptr<typename Engine::Iterator> at(database->NewIterator({}));
         std::string payload;
         std::uint64_t sum = 0;
-        const auto at = std::unique_ptr<std::remove_pointer_t<decltype(db->NewIterator(ReadOptions()))>>(
-            db->NewIterator(ReadOptions()));
         for (at->SeekToFirst(); at->Valid(); at->Next()) {
             payload.assign(at->value().data(), at->value().size());
             sum += SumOf(TimeOf(at->key().data()), payload.size());
         }
         return sum;
-    };
-    const auto readAt = [=](const std::string& path, const Data&, const std::vector<std::uint64_t>& times) {
-        const auto db = open(path);
+    }
+
+    static std::uint64_t ReadAt(const std::string& path, const Data& /*data*/, const std::vector<std::uint64_t>& times)
+    {
+        const Database database = Open(path);
         std::string value;
         std::uint64_t sum = 0;
         for (const std::uint64_t time : times) {
-            Demand(db->Get(ReadOptions(), Slice(KeyOf(time)), &value).ok(), name);
+            Demand(database->Get({}, Slice(KeyOf(time)), &value).ok(), Engine::kName);
             sum += SumOf(time, value.size());
         }
         return sum;
-    };
-    return {name, write, readAll, readAt};
-}
+    }
+};
 
 }  // namespace bench

@@ -4,10 +4,22 @@
 
 namespace bench {
 
+namespace {
+
+struct Engine {
+    using Db = leveldb::DB;
+    using Iterator = leveldb::Iterator;
+    using Options = leveldb::Options;
+    using Slice = leveldb::Slice;
+    static constexpr const char* kName = "LevelDB";
+    static constexpr auto kCompression = leveldb::kNoCompression;
+};
+
+}  // namespace
+
 Store LevelDbStore()
 {
-    return KeyValueStore<leveldb::DB, leveldb::Options, leveldb::ReadOptions, leveldb::WriteOptions, leveldb::Slice>(
-        "LevelDB", [](leveldb::Options& options) { options.compression = leveldb::kNoCompression; });
+    return KeyValueStore<Engine>::Make();
 }
 
 }  // namespace bench

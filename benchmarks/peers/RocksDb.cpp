@@ -4,10 +4,22 @@
 
 namespace bench {
 
+namespace {
+
+struct Engine {
+    using Db = rocksdb::DB;
+    using Iterator = rocksdb::Iterator;
+    using Options = rocksdb::Options;
+    using Slice = rocksdb::Slice;
+    static constexpr const char* kName = "RocksDB";
+    static constexpr auto kCompression = rocksdb::kNoCompression;
+};
+
+}  // namespace
+
 Store RocksDbStore()
 {
-    return KeyValueStore<rocksdb::DB, rocksdb::Options, rocksdb::ReadOptions, rocksdb::WriteOptions, rocksdb::Slice>(
-        "RocksDB", [](rocksdb::Options& options) { options.compression = rocksdb::kNoCompression; });
+    return KeyValueStore<Engine>::Make();
 }
 
 }  // namespace bench

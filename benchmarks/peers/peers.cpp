@@ -1,14 +1,15 @@
 // The same work with what might be used instead of the library: see docs/performance.md.
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <numeric>
-#include <random>
 #include <stdexcept>
 
 #include "AttributePeers.h"
 #include "Store.h"
-#include "Workloads.h"
+#include "harness/Clock.h"
+#include "harness/Inputs.h"
+#include "harness/Measure.h"
+#include "harness/Program.h"
 
 namespace bench {
 
@@ -59,8 +60,7 @@ std::vector<std::uint64_t> RandomTimes(const Data& data)
 {
     std::vector<std::uint64_t> times(data.count);
     std::iota(times.begin(), times.end(), 0);
-    std::shuffle(times.begin(), times.end(),
-                 std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
+    times = Shuffled(times);
     times.resize(data.count / 4);
     return times;
 }

@@ -1,4 +1,4 @@
-#include "SystemCallCount.h"
+#include "harness/ChildProcess.h"
 
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -35,7 +35,7 @@ std::string NameOf(unsigned long long number)
     return found == names.end() ? "call " + std::to_string(number) : found->second;
 }
 
-// Ends the child whatever happens in it, so that nothing of the parent's is run twice.
+// Never returns, so that the child runs none of the code of its parent.
 [[noreturn]] void EndChild(const std::function<void()>& function)
 {
     try {
@@ -60,7 +60,7 @@ std::map<std::string, std::uint64_t> Trace(pid_t child)
 {
     std::map<std::string, std::uint64_t> counts;
     int status = 0;
-    ::waitpid(child, &status, 0);  // it has stopped itself
+    ::waitpid(child, &status, 0);  // until it stops itself
     ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
     for (bool entering = true; WIFSTOPPED(status); entering = !entering) {
         ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "harness/Options.h"
+
+namespace bench {
+
+// Appends one JSON object as a line to the results, if they have a file. Values are JSON already.
+void SaveResult(const Options& options, const std::vector<std::pair<std::string, std::string>>& fields);
+std::string Quoted(const std::string& text);
+std::string Number(double value);
+
+// Saves the machine that measures: processor, memory, kernel, file system, clock.
+void SaveMachine(const Options& options);
+
+}  // namespace bench
