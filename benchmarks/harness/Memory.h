@@ -10,7 +10,7 @@ namespace bench {
 void JoinFreeBlocks();
 
 // Touches and frees this much memory, so that the next run finds it. A virtual machine's host reclaims free memory.
-// The first access then waits for the host, by chance up to ten times as long as for the kernel alone.
+// The first access then waits for the host, and chance decides how long.
 void WarmFreeMemory(std::uint64_t bytes);
 
 // A buffer without page faults: its memory is touched when it is made.

@@ -26,7 +26,7 @@ const std::string kName = "user.__trackSize";  // NOLINT(cert-err58-cpp): withou
 const std::string kShortName = "__trackSize";   // NOLINT(cert-err58-cpp): without memory there is nothing to measure
 const std::string kValue = "0123456789abcdef";  // NOLINT(cert-err58-cpp): without memory there is nothing to measure
 
-// A Python process that makes the calls whenever it is told to, so that its start is not measured.
+// A Python process that makes the calls on request, so that its start is not measured.
 class Python {
 public:
     Python(const std::string& path, const std::string& call) : answers_(path + ".answers")
