@@ -20,23 +20,19 @@ namespace {
 
 using FieldMap = std::map<std::string, std::string>;
 
-static_assert(std::endian::native == std::endian::little, "words are copied as they lie in memory");
+static_assert(std::endian::native == std::endian::little, "words are copied in the host's byte order");
 
-// The record: head, directory, values.
-//
-// Head       0 mark 4 | 4 record size 4 | 8 time point 8 | 16 directory size 4 | 20 number of fields 4 |
-//            24 checksum of the directory 8 | 32 checksum of bytes 0 to 31 8
-// Directory  for each field, in byte order of the names: name size 4 | value size 4 | checksum of the value 8 | name
-// Values     back to back, in the directory's order
-constexpr std::uint32_t kMark = 0x31435643;  // "CVC1"
+// A record is a head, a directory of its fields in the byte order of their names, and their values in the same order.
+constexpr std::size_t kHeadSize = 40;
+constexpr std::uint32_t kMark = 0x31435643;  // "CVC1", the first four bytes
 constexpr std::size_t kSizePosition = 4;
 constexpr std::size_t kTimePosition = 8;
 constexpr std::size_t kDirectorySizePosition = 16;
 constexpr std::size_t kFieldNumberPosition = 20;
 constexpr std::size_t kDirectoryChecksumPosition = 24;
-constexpr std::size_t kHeadChecksumPosition = 32;
-constexpr std::size_t kHeadSize = 40;
+constexpr std::size_t kHeadChecksumPosition = 32;  // of the bytes before it
 
+// In each entry of the directory, after the size of the name.
 constexpr std::size_t kValueSizePosition = 4;
 constexpr std::size_t kValueChecksumPosition = 8;
 constexpr std::size_t kNamePosition = 16;
@@ -69,8 +65,8 @@ void StoreWord(unsigned char* bytes, Word word)
     std::memcpy(bytes, &word, sizeof word);
 }
 
-// Fuzzers find no bug behind a checksum that they cannot forge: in their builds every checksum is right. Only of what
-// is longer than any file of theirs it is wrong: no checksum of the zeros behind such a file is right by chance.
+// A fuzzer cannot forge a checksum, so no bug past one would be found: in a fuzzer's build every checksum is right. Only
+// sizes above every file of a fuzzer fail, as the checksum of the zeros after such a file would.
 bool HasChecksum(const unsigned char* bytes, std::uint64_t size, std::uint64_t checksum)
 {
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
@@ -100,7 +96,7 @@ bool ParseHead(const unsigned char* bytes, Head& head)
            head.directorySize <= head.recordSize - kHeadSize;
 }
 
-// The names must ascend, so that none comes twice, and the sizes must add up to the record's.
+// The names must ascend, so that none comes twice. The sizes must add up to the record's.
 bool ParseDirectory(const unsigned char* bytes, const Head& head, std::vector<Entry>& entries)
 {
     if (!HasChecksum(bytes, head.directorySize, head.directoryChecksum)) {
@@ -127,7 +123,7 @@ bool ParseDirectory(const unsigned char* bytes, const Head& head, std::vector<En
     return values == 0 && entries.size() == head.fieldNumber;
 }
 
-// A record's bytes in memory.
+// Bytes of a record in memory.
 class MemorySource {
 public:
     explicit MemorySource(const unsigned char* bytes) : bytes_(bytes) {}
@@ -140,7 +136,7 @@ private:
     const unsigned char* bytes_;
 };
 
-// A record's bytes behind a descriptor. What Next returns is good until the next call; null at the end of the file.
+// Bytes of a record in a file. What Next returns is valid until the next call; it is null at the end of the file.
 class DescriptorSource {
 public:
     explicit DescriptorSource(int fd) : fd_(fd) {}
@@ -149,7 +145,7 @@ public:
     {
         std::uint64_t have = 0;
         while (have < size) {
-            // Step by step: a size that the file cannot satisfy shall not cost its memory.
+            // In steps, because a size that is longer than the file must not cost its memory.
             bytes_.resize(std::min(size, std::max(kFirstStep, 2 * have)));
             const std::uint64_t count = Read(bytes_.data() + have, bytes_.size() - have);
             if (count == 0) {
@@ -158,7 +154,7 @@ public:
             have += count;
         }
         lastSkipped_ = lastSkipped_ && size == 0;
-        bytes_.resize(std::max<std::size_t>(bytes_.size(), 1));  // never null for no bytes
+        bytes_.resize(std::max<std::size_t>(bytes_.size(), 1));  // so that data() is not null for 0 bytes
         return bytes_.data();
     }
 
@@ -171,13 +167,13 @@ public:
         return ::lseek(fd_, static_cast<off_t>(size), SEEK_CUR) != -1;
     }
 
-    // Seeking succeeds behind the end of the file too: so what was skipped last is touched at its last byte.
+    // A seek succeeds past the end of the file too. So the last byte is read if it was skipped.
     bool IsWhole() { return !lastSkipped_ || (::lseek(fd_, -1, SEEK_CUR) != -1 && Next(1) != nullptr); }
 
 private:
     static constexpr std::uint64_t kFirstStep = 65536;
 
-    // Bytes read; 0 at the end of the file and on an error.
+    // The number of bytes read; 0 at the end of the file or on an error.
     std::uint64_t Read(unsigned char* bytes, std::uint64_t size) const
     {
         ssize_t count = 0;
@@ -192,7 +188,7 @@ private:
     bool lastSkipped_ = false;
 };
 
-// What stands behind the head. Of the fields, those in `names` are added to `fields`; all of them if that is null.
+// Parses what comes after the head. Adds the fields of these names to `fields`, or all of them if `names` is null.
 template <typename Source>
 bool ParseBody(Source& source, const Head& head, const std::set<std::string>* names, FieldMap& fields)
 {
@@ -256,7 +252,7 @@ std::uint64_t DataChunk::GetSizeOnFile() const
 unsigned char* DataChunk::Write(unsigned char* record) const
 {
     if (!complete_) {
-        throw std::logic_error("a chunk of which fields were skipped has no record to write");
+        throw std::logic_error("a chunk with skipped fields has no record to write");
     }
     unsigned char* const directory = record + kHeadSize;
     unsigned char* entry = directory;
@@ -305,7 +301,7 @@ std::uint64_t DataChunk::ReadFrom(int fd)
     if (bytes == nullptr || !ParseHead(bytes, head)) {
         return 0;
     }
-    bytes = source.Next(head.recordSize - kHeadSize);  // all that is left, at once
+    bytes = source.Next(head.recordSize - kHeadSize);  // the rest in one read
     if (bytes == nullptr) {
         return 0;
     }
@@ -341,7 +337,7 @@ std::uint64_t DataChunk::Become(TimePoint timePoint, FieldMap fields, std::uint6
 void DataChunk::Set(const std::string& name, std::string value)
 {
     if (!complete_) {
-        throw std::logic_error("a chunk of which fields were skipped cannot be changed");
+        throw std::logic_error("a chunk with skipped fields cannot be changed");
     }
     const auto found = fields_.find(name);
     const std::uint64_t before = found == fields_.end() ? 0 : EntrySize(name) + found->second.size();

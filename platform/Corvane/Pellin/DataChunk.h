@@ -9,66 +9,77 @@
 
 namespace Corvane::Pellin {
 
-// A time point and named byte fields, such as one set of measurements, with a record that checks itself.
-//
-// What the library calls, and a platform of your own must offer: the default constructor and destructor, GetTimePoint,
-// GetSizeOnFile, Write and the three ReadFrom. The other members are this platform's own.
-//
-// Disk     The record's layout is in docs/format.md. It opens with a mark that is not zero and with its size; a
-//          checksum (XXH3, 64 bits) guards the head, one the directory of fields and one each field's value. Nothing
-//          in it is believed before its checksum was right. Zero bytes are no record.
-// Owns     The names and bytes of its fields.
-// Errors   ReadFrom returns 0, and leaves the chunk as it was, for bytes that are not a good record, whole and of this
-//          machine's byte order; for a failing read or seek; and at the end of the file. Set and Write throw.
-// Threads  Const members at once; otherwise one thread at a time.
+/// A time point and named byte fields, such as one set of measurements. Its record checks itself.
+///
+/// The library calls the default constructor, the destructor, GetTimePoint, GetSizeOnFile, Write and the three
+/// ReadFrom. A platform of your own must offer these. The other members are this platform's own.
+///
+/// - **Disk**: docs/format.md shows the record byte by byte. It begins with a mark that is not zero, and its size. Each
+///   part has a checksum (XXH3, 64 bits): the head, the directory of fields, and each field's value. ReadFrom relies on
+///   a part only after its checksum was right. Zero bytes are no record.
+/// - **Owns**: The names and values of its fields.
+/// - **Errors**: ReadFrom returns 0 and leaves the chunk unchanged if the bytes are no good record. A file that ends
+///   inside a record, and a failed read or seek, count as such. Set and Write throw.
+/// - **Threads**: Const members may run at the same time; all others one at a time.
 class DataChunk {
 public:
-    // No record is longer, in bytes: what a damaged or hostile length can cost is bounded.
+    /// The longest record, in bytes. It bounds what a damaged or hostile length can cost.
     static constexpr std::uint64_t kMaxSizeOnFile = std::uint64_t{1} << 30U;
 
-    // A chunk of 1970-01-01 without fields.
+    /// A chunk of 1970-01-01 without fields.
     DataChunk();
+
+    /// A chunk without fields.
     explicit DataChunk(Time::TimePoint timePoint);
 
-    // A chunk that was moved from is as new: its size and its record fit together, whoever still appends it.
     DataChunk(const DataChunk& other) = default;
+
+    /// A moved-from chunk equals a default-constructed one and can still be appended.
     DataChunk(DataChunk&& other) noexcept;
+
     DataChunk& operator=(DataChunk other) noexcept;
     ~DataChunk() = default;
 
     Time::TimePoint GetTimePoint() const;
 
-    // Bytes of the record: what Write puts down, or, after a ReadFrom, the length of the record that was read, skipped
-    // fields included.
+    /// Bytes of the record: the number that Write writes. After a ReadFrom, the size of the record that was read, with
+    /// its skipped fields.
     std::uint64_t GetSizeOnFile() const;
 
-    // Puts the record down: exactly GetSizeOnFile() bytes. Returns behind the last one.
-    // Throws std::logic_error "a chunk of which fields were skipped has no record to write".
+    /// Writes the record, exactly GetSizeOnFile() bytes, and returns the address after the last one.
+    /// Throws std::logic_error `a chunk with skipped fields has no record to write`.
     unsigned char* Write(unsigned char* record) const;
 
-    // Reads the record that begins there and returns its size in bytes, or 0. From memory, up to kMaxSizeOnFile bytes
-    // behind `record` are looked at: no length is passed that could stop it. From a descriptor, it reads on from where
-    // that stands, and leaves it behind the record; one that could not be read leaves it anywhere.
-    // With names, only the values of these fields are read; the others are skipped, unchecked, and the chunk then
-    // lacks them. A descriptor must be able to seek over them.
+    /// Reads the record that begins at this address, and returns its size in bytes, or 0. No length is passed: a
+    /// record's size may lead it up to kMaxSizeOnFile bytes past `record`, and all of them must be readable.
     std::uint64_t ReadFrom(const unsigned char* record);
+
+    /// Reads the record that begins at the descriptor's position, and returns its size in bytes, or 0. The position is
+    /// then right after the record, or anywhere if the result is 0.
     std::uint64_t ReadFrom(int fd);
+
+    /// The same for the fields of these names. It skips the values of all others without checking them, and the chunk
+    /// lacks them. The descriptor must be able to seek.
     std::uint64_t ReadFrom(int fd, const std::set<std::string>& names);
 
-    // Adds or replaces a field. Any bytes may stand in name and value.
-    // Throws std::length_error "the record would be longer than 1073741824 bytes", and std::logic_error "a chunk of
-    // which fields were skipped cannot be changed"; the chunk is then as it was.
+    /// Adds or replaces a field. Name and value may hold any bytes.
+    ///
+    /// Throws, and leaves the chunk unchanged:
+    /// - std::length_error `the record would be longer than 1073741824 bytes`
+    /// - std::logic_error `a chunk with skipped fields cannot be changed`
     void Set(const std::string& name, std::string value);
 
-    // The field's value; null if there is none. Good until the chunk is changed.
+    /// Returns the field's value, or null if there is none. It stays valid until the chunk changes.
     const std::string* Get(const std::string& name) const;
 
+    /// All fields, by name.
     const std::map<std::string, std::string>& Fields() const noexcept { return fields_; }
 
 private:
-    void Swap(DataChunk& other) noexcept;
-    std::uint64_t Become(Time::TimePoint timePoint, std::map<std::string, std::string> fields, std::uint64_t sizeOnFile,
-                         bool complete);
+    [[gnu::visibility("hidden")]] void Swap(DataChunk& other) noexcept;
+    [[gnu::visibility("hidden")]] std::uint64_t Become(Time::TimePoint timePoint,
+                                                       std::map<std::string, std::string> fields,
+                                                       std::uint64_t sizeOnFile, bool complete);
 
     Time::TimePoint timePoint_;
     std::map<std::string, std::string> fields_;

@@ -18,7 +18,8 @@ std::ostream& operator<<(std::ostream& stream, const TimePoint& timePoint)
 {
     using namespace std::chrono;
     const sys_time<nanoseconds> point{nanoseconds(timePoint.Nanoseconds())};
-    // The first day cannot be told in nanoseconds from its midnight on: so days and seconds are separated as seconds.
+    // floor<days> of nanoseconds would overflow for the earliest time points, whose midnight is not representable. So
+    // split off whole seconds first.
     const auto second = floor<seconds>(point);
     const auto day = floor<days>(second);
     const year_month_day date(day);

@@ -24,7 +24,7 @@ struct Registry {
     std::shared_ptr<const Sink> sink = std::make_shared<const Sink>(LoggingManager::WriteToStderr);
 };
 
-// Never destroyed: what runs at the end of the process may still log.
+// Never destroyed, because destructors that run at the end of the process may still log.
 Registry& TheRegistry()
 {
     static auto* const registry = new Registry;
@@ -45,8 +45,8 @@ Logger& Find(const std::string& name)
     return registry.loggers.try_emplace(name, name).first->second;
 }
 
-// Control characters, and the backslash. Those above 0x7f are two bytes in UTF-8, of which the second is told by the
-// first; both are escaped.
+// Control characters and the backslash. In UTF-8 a control character above 0x7f has two bytes, 0xc2 and another; both
+// are escaped.
 bool NeedsEscape(unsigned char before, unsigned char byte, unsigned char after)
 {
     const auto isHighControl = [](unsigned first, unsigned second) { return first == 0xc2 && second - 0x80 < 0x20; };
@@ -85,7 +85,7 @@ void Logger::Log(std::int32_t level, const std::string& message, const char* fil
         const std::shared_lock lock(TheRegistry().mutex);
         sink = TheRegistry().sink;
     }
-    (*sink)({level, name_, message, file, line});  // unlocked: a sink may log, or look up loggers, itself
+    (*sink)({level, name_, message, file, line});  // unlocked, because a sink may log or look up a logger
 }
 
 std::int32_t Logger::GetCurrentLevel()
@@ -122,11 +122,11 @@ void LoggingManager::SetSink(Sink sink)
 void LoggingManager::WriteToStderr(const LogEntry& entry)
 {
     std::ostringstream line;
-    line.imbue(std::locale::classic());  // numbers come out the same whatever locale the program has set
+    line.imbue(std::locale::classic());  // the program's locale must not change numbers
     line << Corvane::Time::TimePoint::Now() << ' ' << entry.level << ' ' << Escaped(entry.logger) << ' '
          << Escaped(entry.message) << ' ' << Escaped(entry.file) << ':' << entry.line << '\n';
     const std::string text = line.str();
-    std::fwrite(text.data(), 1, text.size(), stderr);  // one call, so that lines of several threads do not mix
+    std::fwrite(text.data(), 1, text.size(), stderr);  // one call keeps the lines of several threads apart
 }
 
 }  // namespace tarn::cv::logging

@@ -8,7 +8,7 @@
 
 namespace tarn::cv::logging {
 
-// One log entry. The references are good for the duration of the call of the sink only.
+/// One log entry. References and pointer are valid during the call of the sink only.
 struct LogEntry {
     std::int32_t level;
     const std::string& logger;
@@ -17,31 +17,35 @@ struct LogEntry {
     std::int32_t line;
 };
 
-// Where entries go. It may be called from several threads at once.
+/// Where log entries go. Several threads may call it at once.
 using Sink = std::function<void(const LogEntry&)>;
 
-// The registry of loggers. A logger comes into being when its name is first used, and lives until the process ends.
-// Every operation may be called from any thread at any time.
-//
-// What the library calls, and a platform of your own must offer: GetLogger and GetLoggerPtr.
+/// The registry of loggers. The first use of a name makes its logger, which lives until the process ends.
+///
+/// The library calls GetLogger and GetLoggerPtr. A platform of your own must offer these. The other operations are this
+/// platform's own.
+///
+/// - **Owns**: All loggers, and the sink.
+/// - **Threads**: Every operation may run in any thread at any time.
 class LoggingManager {
 public:
-    explicit LoggingManager() = delete;  // explicit: or braces would still make one in C++17
+    explicit LoggingManager() = delete;  // explicit, because braces would still make one in C++17
 
-    // The logger of that name; one that is switched off answers kOff to GetCurrentLevel.
+    /// Returns the logger of this name. Logger::kOff is the level of one that is switched off.
     static Logger& GetLogger(const std::string& name);
 
-    // The logger of that name, or null while it is switched off. A pointer got earlier stays good.
+    /// Returns the logger of this name, or null while it is switched off. Earlier pointers stay valid.
     static Logger* GetLoggerPtr(const std::string& name);
 
-    // The least level that the logger logs; Logger::kOff switches it off. It starts with 40.
+    /// Sets the least level that the logger logs, 40 at first. Logger::kOff switches it off.
     static void SetLevel(const std::string& name, std::int32_t level);
 
-    // Replaces the sink; an empty one brings the default sink back. Calls of the old one may still be under way.
+    /// Replaces the sink. An empty one restores the default. Calls of the old sink may still be running.
     static void SetSink(Sink sink);
 
-    // The default sink: one line on stderr, "<time> <level> <logger> <message> <file>:<line>", in one write. Control
-    // characters in the texts, and the backslash, are written as \xNN, so that an entry is always one line.
+    /// The default sink. It prints one line on stderr with one write:
+    /// `<time> <level> <logger> <message> <file>:<line>`. A control character or a backslash becomes `\xNN`, so that an
+    /// entry stays on one line.
     static void WriteToStderr(const LogEntry& entry);
 };
 
