@@ -10,8 +10,9 @@ import sys
 
 LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
 CODE = re.compile(r"^```cpp\n(.*?)^```$", re.MULTILINE | re.DOTALL)
-NAMED_TEST = re.compile(r"`((?:[A-Z]\w*|library|packaging)\.[A-Z]\w*)`")
+NAMED_TEST = re.compile(r"`((?:[A-Z]\w*|library|packaging)\.[A-Z]\w*|documents\.\w+)`")
 TEST = re.compile(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", re.MULTILINE)
+SCRIPT = re.compile(r"^add_test\(NAME ([\w.]+)$", re.MULTILINE)
 CLAIM = re.compile(r"^([A-Z]\w*)\(\) \{$", re.MULTILINE)  # of tests/delivery/*.sh
 DAMAGE = re.compile(r"\n\n\| State \|[^\n]*\n\|-[^\n]*\n(.*?)\n\n", re.DOTALL)
 
@@ -40,10 +41,12 @@ def untested_states(page, text):
 
 
 def all_tests(files, compiled):
-    """Tests as "Suite.Name", claims of scripts as "script.Name"."""
+    """Tests as "Suite.Name", scripts by their name, claims of scripts as "script.Name"."""
     tests = {f"{suite}.{name}" for source in compiled for suite, name in TEST.findall(source)}
     for file in files:
-        if file.suffix == ".sh":
+        if file.name == "CMakeLists.txt":
+            tests |= set(SCRIPT.findall(file.read_text()))
+        elif file.suffix == ".sh":
             tests |= {f"{file.stem}.{claim}" for claim in CLAIM.findall(file.read_text())}
     return tests
 
