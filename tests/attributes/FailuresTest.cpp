@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -12,6 +11,7 @@
 
 #include "Corvane/File/ExtendedAttributes.h"
 #include "support/Allocations.h"
+#include "support/SourceLines.h"
 #include "support/SystemCalls.h"
 #include "support/scripted/ScriptedPlatform.h"
 
@@ -135,33 +135,24 @@ Failure Remove()
             "Remove(const std::string& path, const std::string& name)"};
 }
 
-// Where an operation begins and ends in the library's source.
-std::pair<int, int> LinesOf(const std::string& signature)
+// What the source says of a text: its piece before the first argument.
+std::string FirstPiece(const std::string& text)
 {
-    std::ifstream source(LIBRARY_SOURCES "/Corvane/File/ExtendedAttributes.cpp");
-    std::pair<int, int> lines = {0, 0};
-    int number = 0;
-    for (std::string line; std::getline(source, line) && lines.second == 0;) {
-        ++number;
-        if (line.find(" ExtendedAttributes::" + signature) != std::string::npos) {
-            lines.first = number;
-        }
-        if (lines.first != 0 && line == "}") {
-            lines.second = number;
-        }
-    }
-    return lines;
+    return '"' + text.substr(0, std::min(text.find(kName), text.find(kPath))) + '"';
 }
 
 class Failures : public testing::TestWithParam<Failure> {
 protected:
-    // The failing call fails with this error; the size query before it, if there is one, succeeds.
-    static void FailWith(support::SystemCalls& calls, int error)
+    // The failing call gives this error and result. The size query before it, if there is one, succeeds.
+    static void FailWith(support::SystemCalls& calls, int error, std::int64_t result = -1)
     {
         for (std::uint64_t nth = 0; nth < GetParam().nth; ++nth) {
             calls.On(GetParam().call, nth, [](const support::SystemCall&) { return 5; });
         }
-        calls.Fail(GetParam().call, error, GetParam().nth);
+        calls.On(GetParam().call, GetParam().nth, [error, result](const support::SystemCall&) {
+            errno = error;
+            return result;
+        });
     }
 
     // Runs the flag variant and returns the flag.
@@ -349,18 +340,44 @@ TEST_P(Failures, ThatDoNotHappenLookUpNoLogger)
     EXPECT_EQ(LoggingManager::names, Lines{});
 }
 
-TEST_P(Failures, RecordsNameTheLinesOfTheirOperation)
+TEST_P(Failures, EntriesNameTheLinesOfTheirOwnStatements)
 {
     EXPECT_STREQ(RunThrowingVariant(EIO).c_str(), GetParam().thrownText.c_str());
     const auto& entries = platform_.logger.entries;
     ASSERT_EQ(entries.size(), 2U);
     const Lines signatures = {GetParam().signature, GetParam().throwingSignature};
+    const Lines texts = {GetParam().text, GetParam().thrownText};
     for (std::size_t i = 0; i < entries.size(); ++i) {
         EXPECT_EQ(entries[i].file, "Corvane/Common/libFile/Corvane/File/ExtendedAttributes.cpp");
-        const auto [first, last] = LinesOf(signatures[i]);
-        EXPECT_GT(entries[i].line, first) << signatures[i];
-        EXPECT_LT(entries[i].line, last) << signatures[i];
+        const auto [first, last] = support::LoggingStatement(
+            "ExtendedAttributes.cpp", {"ExtendedAttributes::" + signatures[i], FirstPiece(texts[i])});
+        EXPECT_GE(entries[i].line, first) << texts[i];
+        EXPECT_LE(entries[i].line, last) << texts[i];
     }
+}
+
+// The registry may answer a second look-up with another logger: the entry goes to the logger of its own look-up.
+TEST_P(Failures, EntriesGoToTheLoggerOfTheSecondLookUp)
+{
+    tarn::cv::logging::Logger second;
+    LoggingManager::onLookUp = [&] {
+        const bool entry = LoggingManager::names.size() % 2 == 0;
+        LoggingManager::logger = entry ? &second : &platform_.logger;
+    };
+    EXPECT_STREQ(RunThrowingVariant(EIO).c_str(), GetParam().thrownText.c_str());
+    EXPECT_EQ(platform_.logger.Lines(), Lines{});
+    EXPECT_EQ(second.Lines(), (Lines{FlagLine(EIO), "40 " + GetParam().thrownText}));
+}
+
+// Reads and lists take every negative result for a failure, writes and removals -1 alone.
+TEST_P(Failures, ResultBelowMinusOneIsAFailureOfQueriesOnly)
+{
+    support::SystemCalls calls;
+    FailWith(calls, EIO, -2);
+    bool success = IsQuery(GetParam());
+    GetParam().flagVariant(success);
+    EXPECT_EQ(success, !IsQuery(GetParam()));
+    EXPECT_EQ(platform_.logger.Lines(), IsQuery(GetParam()) ? Lines{FlagLine(EIO)} : Lines{});
 }
 
 INSTANTIATE_TEST_SUITE_P(OfEachOperation, Failures,

@@ -158,17 +158,44 @@ TEST_F(Races, FileThatVanishesIsAFailure)
     EXPECT_EQ(platform_.logger.Lines(), Lines{"10 Cannot get xattr list for " + path_ + ": No such file or directory"});
 }
 
-// What the system could report and never should.
-TEST_F(Races, NamesBehindTheBufferAndWithoutTerminatorAreNotMadeUp)
+// Lists that no kernel should report: it answers with these results, and the buffer then holds these bytes.
+class StrangeLists : public Races {
+protected:
+    Names List(std::int64_t size, const std::string& bytes, std::int64_t used)
+    {
+        support::SystemCalls calls;
+        calls.On("listxattr", 0, [size](const support::SystemCall&) { return size; });
+        calls.On("listxattr", 1, [&](const support::SystemCall& call) {
+            EXPECT_EQ(call.size, static_cast<std::uint64_t>(size));
+            std::memcpy(const_cast<void*>(call.buffer), bytes.data(), bytes.size());
+            return used;
+        });
+        Names names = ExtendedAttributes::List(path_, success_);
+        EXPECT_TRUE(success_);
+        return names;
+    }
+};
+
+TEST_F(StrangeLists, NameWithoutTerminatorInTheBufferIsDropped)
 {
-    support::SystemCalls calls;
-    calls.On("listxattr", 0, [](const support::SystemCall&) { return 9; });
-    calls.On("listxattr", 1, [](const support::SystemCall& call) {
-        std::memcpy(const_cast<void*>(call.buffer), "user.a\0us", 9);
-        return 1000;
-    });
-    EXPECT_EQ(ExtendedAttributes::List(path_, success_), Names{"user.a"});
-    EXPECT_TRUE(success_);
+    EXPECT_EQ(List(9, std::string("user.a\0us", 9), 9), Names{"user.a"});
+}
+
+TEST_F(StrangeLists, UsedLengthPastTheBufferEndsWithIt)
+{
+    EXPECT_EQ(List(9, std::string("user.a\0us", 9), 1000), Names{"user.a"});
+    EXPECT_EQ(List(7, std::string("user.a\0", 7), 1000), Names{"user.a"});
+}
+
+TEST_F(StrangeLists, LastNameEndsAtItsTerminatorEvenPastTheUsedLength)
+{
+    EXPECT_EQ(List(14, std::string("user.a\0user.b\0", 14), 10), (Names{"user.a", "user.b"}));
+    EXPECT_EQ(List(14, std::string("user.a\0user.b\0", 14), 13), (Names{"user.a", "user.b"}));
+}
+
+TEST_F(StrangeLists, NameThatBeginsAtTheUsedLengthIsDropped)
+{
+    EXPECT_EQ(List(14, std::string("user.a\0user.b\0", 14), 7), Names{"user.a"});
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <sys/xattr.h>
 
-#include <algorithm>
 #include <source_location>
 #include <stdexcept>
 #include <string_view>
@@ -18,7 +17,7 @@ using tarn::cv::logging::LoggingManager;
 
 namespace {
 
-// One record. The logger is looked up for the level and again for the record, so that a registry may change meanwhile.
+// Issues one log entry. The logger is looked up for the level and again for the entry: a registry may change meanwhile.
 template <typename MakeText>
 void Report(std::int32_t level, const MakeText& makeText, const source_location& where)
 {
@@ -48,33 +47,37 @@ void ThrowUnless(bool success, const MakeText& makeText, const source_location& 
     }
 }
 
-// Reads a value with the two calls that every read takes. getValue is fgetxattr or getxattr of the target, textFor the
-// failure's text for what could not be got.
-template <typename GetValue, typename TextFor>
-std::string ReadValue(const GetValue& getValue, const TextFor& textFor, bool& success,
-                      const source_location& where = source_location::current())
+// Asks for a value's size, then for the value. getValue is fgetxattr or getxattr of the target; failSize and failValue
+// report the failure of the first call and of the second.
+template <typename GetValue, typename FailSize, typename FailValue>
+std::string ReadValue(const GetValue& getValue, const FailSize& failSize, const FailValue& failValue, bool& success)
 {
     success = true;
     std::string value;
     const ssize_t size = getValue(nullptr, 0);
     if (size < 0) {
-        Fail(success, [&] { return textFor("size"); }, where);
+        failSize();
         return value;
     }
     value.resize(static_cast<std::size_t>(size));
     if (getValue(value.data(), value.size()) < 0) {
-        Fail(success, [&] { return textFor("value"); }, where);
+        failValue();
     }
     return value;
 }
 
-// The names in a list of zero-terminated ones; what has no terminator is no name.
-std::set<std::string> SplitNames(std::string_view list)
+// The zero-terminated names that begin within the first `used` bytes. Without a terminator in the buffer, the last
+// bytes are no name.
+std::set<std::string> SplitNames(std::string_view buffer, std::size_t used)
 {
     std::set<std::string> names;
-    for (std::size_t end = list.find('\0'); end != std::string_view::npos; end = list.find('\0')) {
-        names.emplace(list.substr(0, end));
-        list.remove_prefix(end + 1);
+    for (std::size_t at = 0; at < used;) {
+        const std::size_t end = buffer.find('\0', at);
+        if (end == std::string_view::npos) {
+            break;
+        }
+        names.emplace(buffer.substr(at, end - at));
+        at = end + 1;
     }
     return names;
 }
@@ -84,8 +87,13 @@ std::set<std::string> SplitNames(std::string_view list)
 std::string ExtendedAttributes::Read(int fd, const std::string& name, bool& success)
 {
     const auto get = [&](char* value, std::size_t size) { return ::fgetxattr(fd, name.c_str(), value, size); };
-    const auto text = [&](auto what) { return Join("Cannot get ", what, " for xattr ", name, " on fd ", fd); };
-    return ReadValue(get, text, success);
+    const auto failSize = [&] {
+        Fail(success, [&] { return Join("Cannot get size for xattr ", name, " on fd ", fd); });
+    };
+    const auto failValue = [&] {
+        Fail(success, [&] { return Join("Cannot get value for xattr ", name, " on fd ", fd); });
+    };
+    return ReadValue(get, failSize, failValue, success);
 }
 
 std::string ExtendedAttributes::Read(int fd, const std::string& name)
@@ -99,8 +107,13 @@ std::string ExtendedAttributes::Read(int fd, const std::string& name)
 std::string ExtendedAttributes::Read(const std::string& path, const std::string& name, bool& success)
 {
     const auto get = [&](char* value, std::size_t size) { return ::getxattr(path.c_str(), name.c_str(), value, size); };
-    const auto text = [&](auto what) { return Join("Cannot get ", what, " for xattr ", name, " of ", path); };
-    return ReadValue(get, text, success);
+    const auto failSize = [&] {
+        Fail(success, [&] { return Join("Cannot get size for xattr ", name, " of ", path); });
+    };
+    const auto failValue = [&] {
+        Fail(success, [&] { return Join("Cannot get value for xattr ", name, " of ", path); });
+    };
+    return ReadValue(get, failSize, failValue, success);
 }
 
 std::string ExtendedAttributes::Read(const std::string& path, const std::string& name)
@@ -125,8 +138,8 @@ std::set<std::string> ExtendedAttributes::List(const std::string& path, bool& su
         Fail(success, [&] { return Join("Cannot get xattr list for ", path); });
         return {};
     }
-    // Asked with size 0, the system reports the length of names that it did not store.
-    return SplitNames({list.data(), std::min(list.size(), static_cast<std::size_t>(used))});
+    // `used` exceeds the buffer where names came up after a size of 0: the system then reports a length and stores none.
+    return SplitNames({list.data(), list.size()}, static_cast<std::size_t>(used));
 }
 
 std::set<std::string> ExtendedAttributes::List(const std::string& path)

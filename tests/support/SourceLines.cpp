@@ -1,0 +1,60 @@
+#include "support/SourceLines.h"
+
+#include <algorithm>
+#include <regex>
+#include <stdexcept>
+
+#include "support/Files.h"
+
+namespace support {
+
+namespace {
+
+int LineAt(const std::string& text, std::size_t position)
+{
+    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(position), '\n'));
+}
+
+// Where the last call of a logging function before `position` begins.
+std::size_t CallBefore(const std::string& text, std::size_t position)
+{
+    const std::regex call(R"(\b(Log|Fail|ThrowUnless)\()");
+    std::size_t found = std::string::npos;
+    const auto end = text.begin() + static_cast<std::ptrdiff_t>(position);
+    for (std::sregex_iterator match(text.begin(), end, call), none; match != none; ++match) {
+        found = static_cast<std::size_t>(match->position());
+    }
+    return found;
+}
+
+// Past the parenthesis that closes the call at `position`.
+std::size_t EndOfCall(const std::string& text, std::size_t position)
+{
+    int open = 0;
+    do {
+        position = text.find_first_of("()", position);
+        open += text.at(position++) == '(' ? 1 : -1;
+    } while (open != 0);
+    return position;
+}
+
+}  // namespace
+
+SourceLines LoggingStatement(const std::string& source, std::initializer_list<std::string> pieces)
+{
+    const std::string text = ReadFile(LIBRARY_SOURCES "/" + source);
+    std::size_t position = 0;
+    for (const std::string& piece : pieces) {
+        position = text.find(piece, position);
+        if (position == std::string::npos) {
+            throw std::runtime_error(source + " does not contain: " + piece);
+        }
+    }
+    const std::size_t call = CallBefore(text, position);
+    if (call == std::string::npos) {
+        throw std::runtime_error(source + " logs nothing before: " + *(pieces.end() - 1));
+    }
+    return {LineAt(text, call), LineAt(text, EndOfCall(text, call))};
+}
+
+}  // namespace support
