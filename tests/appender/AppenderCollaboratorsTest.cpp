@@ -43,6 +43,18 @@ TEST_F(AppenderCollaborators, LoggerIsLookedUpOnceByNameInTheConstructor)
     EXPECT_EQ(LoggingManager::names, Lines{"DataChunkFileAppender"});
 }
 
+TEST_F(AppenderCollaborators, LoggerIsLookedUpBeforeTheImageIsMade)
+{
+    const support::SystemCalls calls;
+    LoggingManager::onLookUp = [&] {
+        asked_.push_back("logger");
+        EXPECT_EQ(calls.Names(), Lines{});
+    };
+    const DataChunkFileAppender appender(path_, false, std::uint64_t{1} << 26U);
+    EXPECT_EQ(asked_, Lines{"logger"});
+    EXPECT_GE(calls.Calls("mmap").size(), 1U);
+}
+
 TEST_F(AppenderCollaborators, AppendAsksForSizeThenTimePointThenWrites)
 {
     DataChunkFileAppender appender(path_, false, 200);
@@ -73,6 +85,15 @@ TEST_F(AppenderCollaborators, RefusedDuplicateIsNotWritten)
     asked_.clear();
     EXPECT_FALSE(appender.Append(DataChunk(1, 50)));
     EXPECT_EQ(asked_, (Lines{"size", "time point"}));
+}
+
+TEST_F(AppenderCollaborators, DuplicatesEntryPrintsTheRefusedTimePoint)
+{
+    Corvane::Time::TimePoint::resolution = 10;
+    DataChunkFileAppender appender(path_, false, 400);
+    EXPECT_TRUE(appender.Append(DataChunk(17, 100)));
+    EXPECT_FALSE(appender.Append(DataChunk(12, 100)));
+    EXPECT_EQ(platform_.logger.Lines(), Lines{"50 TimePoint 12 has already been appended"});
 }
 
 TEST_F(AppenderCollaborators, WithoutALoggerNothingIsLoggedAndAllElseIsTheSame)

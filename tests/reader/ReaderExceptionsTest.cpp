@@ -6,6 +6,7 @@
 #include "Corvane/File/DataChunkFileReader.h"
 #include "support/Allocations.h"
 #include "support/Files.h"
+#include "support/SourceLines.h"
 #include "support/SystemCalls.h"
 #include "support/scripted/ScriptedPlatform.h"
 
@@ -83,7 +84,40 @@ TEST_F(ReaderExceptions, LoggerIsLookedUpOnceByName)
     EXPECT_EQ(LoggingManager::names, std::vector<std::string>{"DataChunkFileReader"});
 }
 
-TEST_F(ReaderExceptions, FetchingAndClosingLogNothing)
+TEST_F(ReaderExceptions, LoggerIsLookedUpOnceForAMissingFileToo)
+{
+    EXPECT_THROW(DataChunkFileReader{folder_ / "none"}, std::runtime_error);
+    EXPECT_EQ(LoggingManager::names, std::vector<std::string>{"DataChunkFileReader"});
+}
+
+TEST_F(ReaderExceptions, FetchingAndClosingLookUpNoLogger)
+{
+    {
+        DataChunkFileReader reader(path_);
+        DataChunk chunk;
+        LoggingManager::names.clear();
+        EXPECT_EQ(reader.GetChunk(chunk, 16), 0U);
+        EXPECT_EQ(reader.GetChunk(chunk, 16, {"x"}), 0U);
+    }
+    EXPECT_TRUE(LoggingManager::names.empty());
+}
+
+TEST_F(ReaderExceptions, EntriesNameTheirStatements)
+{
+    const DataChunkFileReader reader(path_);
+    EXPECT_THROW(DataChunkFileReader{folder_ / "none"}, std::runtime_error);
+    const std::vector<std::string> pieces = {" opened, contains ", "kFatalLevel"};
+    ASSERT_EQ(platform_.logger.entries.size(), pieces.size());
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const auto& entry = platform_.logger.entries[i];
+        EXPECT_EQ(entry.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileReader.cpp");
+        const auto [first, last] = support::LoggingStatement("DataChunkFileReader.cpp", {pieces[i]});
+        EXPECT_GE(entry.line, first) << entry.message;
+        EXPECT_LE(entry.line, last) << entry.message;
+    }
+}
+
+TEST_F(ReaderExceptions, FetchingAndClosingLogNothingLogNothing)
 {
     platform_.logger.level = INT32_MIN;
     {

@@ -154,6 +154,30 @@ TEST_F(Walk, EachChunkIsMadeFreshAndParsedOnce)
     EXPECT_EQ(parsed.size(), 2U);
 }
 
+TEST_F(Walk, EachGoodRecordIsAskedForItsTimePointOnce)
+{
+    WriteFile(116, 10);
+    EveryRecordHasSize(10);
+    int asked = 0;
+    DataChunk::onGetTimePoint = [&] { ++asked; };
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), 10U);
+    EXPECT_EQ(asked, 10);
+}
+
+// From the set's start it would be a search: nine comparisons or more for each of 1,000 records.
+TEST_F(Walk, RecordsInOrderTakeTwoComparisonsEachAtMost)
+{
+    constexpr int kRecords = 1000;
+    WriteFile(16 + kRecords * 10, kRecords);
+    EveryRecordHasSize(10);
+    int comparisons = 0;
+    Corvane::Time::TimePoint::onCompare = [&] { ++comparisons; };
+    const DataChunkFileAppender appender(path_, true, 0);
+    EXPECT_EQ(appender.GetTimePoints().size(), kRecords);
+    EXPECT_LE(comparisons, 2 * kRecords);
+}
+
 TEST_F(Walk, AnyResultButZeroIsGood)
 {
     WriteFile(116, 1);

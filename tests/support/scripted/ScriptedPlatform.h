@@ -32,6 +32,7 @@ public:
                                      &tarn::cv::logging::LoggingManager::onLookUp, &logger.onLog, &logger.onLevel}) {
             *function = nullptr;
         }
+        Corvane::Time::TimePoint::resolution = 1;
         DataChunk::parse = nullptr;
         DataChunk::lastNames = nullptr;
     }

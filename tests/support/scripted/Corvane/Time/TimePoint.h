@@ -25,9 +25,10 @@ public:
         if (onCompare) {
             onCompare();
         }
-        return value_ < other.value_;
+        return value_ / resolution < other.value_ / resolution;
     }
 
+    static inline std::int64_t resolution = 1;  // values in one step of this width are the same point
     static inline std::function<void()> onCopy;
     static inline std::function<void()> onCompare;
     static inline std::function<void()> onPrint;
