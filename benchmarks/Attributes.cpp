@@ -18,13 +18,14 @@ namespace {
 
 const std::string kName = "user.__trackSize";   // NOLINT(cert-err58-cpp): without memory there is nothing to measure
 const std::string kAbsent = "user.__fileSize";  // NOLINT(cert-err58-cpp): without memory there is nothing to measure
+const std::string kValue = "fedcba9876543210";  // NOLINT(cert-err58-cpp): without memory there is nothing to measure
 
 // The file whose attributes are used, by path and by descriptor.
 struct Target {
     explicit Target(const std::string& folder)
         : path(folder + "/tagged"), fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
     {
-        if (::setxattr(path.c_str(), kName.c_str(), "0123456789abcdef", 16, 0) != 0) {
+        if (::setxattr(path.c_str(), kName.c_str(), kValue.data(), kValue.size(), 0) != 0) {
             throw std::runtime_error("no extended attributes in " + folder);
         }
     }
@@ -61,16 +62,22 @@ std::uint64_t ListDirectly(const Target& target)
     return names.size();
 }
 
-// Makes a loop of an operation; `call` gets the target and a flag, and returns what the contenders must agree on.
-template <typename Call>
-std::function<std::uint64_t()> Loop(const std::shared_ptr<Target>& target, std::uint64_t count, const Call& call)
+// Reads through the library; `file` is a path or a descriptor.
+template <typename File>
+std::uint64_t ReadThrough(const File& file, const std::string& name)
 {
-    return [=] {
-        std::uint64_t sum = 0;
-        for (std::uint64_t i = 0; i < (CountingSystemCalls() ? 1 : count); ++i) {
-            sum += call(*target);
-        }
-        return sum;
+    bool success = false;
+    return ExtendedAttributes::Read(file, name, success).size();
+}
+
+// An operation of the library that sets a flag.
+template <typename Call>
+Operation Flagged(const Call& call)
+{
+    return [=](const Target& target) {
+        bool success = false;
+        call(target, success);
+        return success ? 1U : 0U;
     };
 }
 
@@ -80,85 +87,76 @@ Workload Attribute(const Options& options, const std::string& what, double goal,
     const std::uint64_t count = options.quick ? 2'000 : 50'000;
     const auto makeContenders = [=]() -> std::vector<Contender> {
         const auto target = std::make_shared<Target>(options.folder);
-        return {{"limit", {}, Loop(target, count, direct)}, {"ours", {}, Loop(target, count, ours)}};
+        const auto repeat = [=](const Operation& operation) {
+            return [=] {
+                std::uint64_t sum = 0;
+                for (std::uint64_t i = 0; i < (CountingSystemCalls() ? 1 : count); ++i) {
+                    sum += operation(*target);
+                }
+                return sum;
+            };
+        };
+        return {{"limit", repeat(direct)}, {"ours", repeat(ours)}};
     };
     return {"W7", what, 0, count, Goal{"limit", goal}, makeContenders, {}, options.seconds / 2};
 }
 
-// Success, or the failure, told by the flag.
-template <typename Call>
-std::uint64_t Flagged(const Call& call)
+// Reads an attribute that is there or not.
+std::vector<Workload> Reads(const Options& options, const std::string& what, double goal, const std::string& name)
 {
-    bool success = false;
-    call(success);
-    return success ? 1 : 0;
+    const auto byPath = [&name](const Target& target) {
+        return ReadDirectly(
+            [&](char* value, std::size_t size) { return ::getxattr(target.path.c_str(), name.c_str(), value, size); });
+    };
+    const auto byDescriptor = [&name](const Target& target) {
+        return ReadDirectly(
+            [&](char* value, std::size_t size) { return ::fgetxattr(target.fd, name.c_str(), value, size); });
+    };
+    return {Attribute(options, what + " by path", goal, byPath,
+                      [&name](const Target& target) { return ReadThrough(target.path, name); }),
+            Attribute(options, what + " by descriptor", goal, byDescriptor,
+                      [&name](const Target& target) { return ReadThrough(target.fd, name); })};
 }
 
-std::vector<Workload> Reads(const Options& options)
+Workload List(const Options& options)
 {
-    const auto byPath = [](const std::string& name) {
-        return [&name](const Target& target) {
-            return ReadDirectly([&](char* value, std::size_t size) {
-                return ::getxattr(target.path.c_str(), name.c_str(), value, size);
-            });
-        };
+    return Attribute(options, "list", 1.03, ListDirectly, [](const Target& target) {
+        bool success = false;
+        return ExtendedAttributes::List(target.path, success).size();
+    });
+}
+
+std::vector<Workload> Changes(const Options& options)
+{
+    const auto write = [](const Target& target) {
+        return ::setxattr(target.path.c_str(), kName.c_str(), kValue.data(), kValue.size(), 0) == 0 ? 1U : 0U;
     };
-    const auto byDescriptor = [](const std::string& name) {
-        return [&name](const Target& target) {
-            return ReadDirectly(
-                [&](char* value, std::size_t size) { return ::fgetxattr(target.fd, name.c_str(), value, size); });
-        };
+    const auto writeByDescriptor = [](const Target& target) {
+        return ::fsetxattr(target.fd, kName.c_str(), kValue.data(), kValue.size(), 0) == 0 ? 1U : 0U;
     };
-    const auto oursByPath = [](const std::string& name) {
-        return [&name](const Target& target) {
-            bool success = false;
-            return ExtendedAttributes::Read(target.path, name, success).size();
-        };
+    const auto remove = [](const Target& target) {
+        return ::removexattr(target.path.c_str(), kAbsent.c_str()) == 0 ? 1U : 0U;
     };
-    const auto oursByDescriptor = [](const std::string& name) {
-        return [&name](const Target& target) {
-            bool success = false;
-            return ExtendedAttributes::Read(target.fd, name, success).size();
-        };
-    };
-    return {Attribute(options, "read by path", 1.03, byPath(kName), oursByPath(kName)),
-            Attribute(options, "read by descriptor", 1.03, byDescriptor(kName), oursByDescriptor(kName)),
-            Attribute(options, "fail to read by path", 1.15, byPath(kAbsent), oursByPath(kAbsent)),
-            Attribute(options, "fail to read by descriptor", 1.15, byDescriptor(kAbsent), oursByDescriptor(kAbsent))};
+    return {Attribute(options, "write by path", 1.03, write, Flagged([](const Target& target, bool& success) {
+                          ExtendedAttributes::Write(target.path, kName, kValue, success);
+                      })),
+            Attribute(options, "write by descriptor", 1.03, writeByDescriptor,
+                      Flagged([](const Target& target, bool& success) {
+                          ExtendedAttributes::Write(target.fd, kName, kValue, success);
+                      })),
+            Attribute(options, "fail to remove", 1.15, remove, Flagged([](const Target& target, bool& success) {
+                          ExtendedAttributes::Remove(target.path, kAbsent, success);
+                      }))};
 }
 
 }  // namespace
 
 std::vector<Workload> AttributeWorkloads(const Options& options)
 {
-    static const std::string value = "fedcba9876543210";
-    const auto set = [](const Target& target) {
-        return ::setxattr(target.path.c_str(), kName.c_str(), value.data(), value.size(), 0) == 0 ? 1U : 0U;
-    };
-    const auto oursSet = [](const Target& target) {
-        return Flagged([&](bool& success) { ExtendedAttributes::Write(target.path, kName, value, success); });
-    };
-    const auto setByDescriptor = [](const Target& target) {
-        return ::fsetxattr(target.fd, kName.c_str(), value.data(), value.size(), 0) == 0 ? 1U : 0U;
-    };
-    const auto oursSetByDescriptor = [](const Target& target) {
-        return Flagged([&](bool& success) { ExtendedAttributes::Write(target.fd, kName, value, success); });
-    };
-    const auto remove = [](const Target& target) {
-        return ::removexattr(target.path.c_str(), kAbsent.c_str()) == 0 ? 1U : 0U;
-    };
-    const auto oursRemove = [](const Target& target) {
-        return Flagged([&](bool& success) { ExtendedAttributes::Remove(target.path, kAbsent, success); });
-    };
-    const auto oursList = [](const Target& target) {
-        bool success = false;
-        return ExtendedAttributes::List(target.path, success).size();
-    };
-    std::vector<Workload> workloads = Reads(options);
-    workloads.push_back(Attribute(options, "list", 1.03, ListDirectly, oursList));
-    workloads.push_back(Attribute(options, "write by path", 1.03, set, oursSet));
-    workloads.push_back(Attribute(options, "write by descriptor", 1.03, setByDescriptor, oursSetByDescriptor));
-    workloads.push_back(Attribute(options, "fail to remove", 1.15, remove, oursRemove));
+    std::vector<Workload> workloads = Reads(options, "read", 1.03, kName);
+    for (const auto& more : {Reads(options, "fail to read", 1.15, kAbsent), {List(options)}, Changes(options)}) {
+        workloads.insert(workloads.end(), more.begin(), more.end());
+    }
     return workloads;
 }
 

@@ -78,7 +78,7 @@ Point MeasurePoint(const Options& options, const Curve& curve, std::uint64_t cou
         all.push_back(static_cast<double>(sample[1]) / chunks);
     }
     const auto run = [&] { return curve.grow(path, curve.bounded, count).size(); };
-    const double memory = static_cast<double>(CostOf({curve.name, {}, run}, false).peak) / chunks;
+    const double memory = static_cast<double>(CostOf({curve.name, run}, false).peak) / chunks;
     return {SpreadOf(append), SpreadOf(all), memory};
 }
 

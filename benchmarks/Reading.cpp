@@ -77,8 +77,8 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
         positions->resize(reads);
         const auto chunk = std::make_shared<DataChunk>(recordSize);
         const auto buffer = std::make_shared<WarmBuffer>(recordSize);
-        return {{"limit", {}, [=] { return ReadDirectly(path, *positions, *buffer); }},
-                {"ours", {}, [=] { return ReadThrough(path, *positions, *chunk); }}};
+        return {{"limit", [=] { return ReadDirectly(path, *positions, *buffer); }},
+                {"ours", [=] { return ReadThrough(path, *positions, *chunk); }}};
     };
     const std::string what = (random ? "read at random, " : "read in order, ") + SizeText(recordSize);
     return {"W6", what, reads * recordSize, reads, Goal{"limit", goal}, makeContenders, {}};

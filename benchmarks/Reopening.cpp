@@ -81,15 +81,14 @@ Workload Reopening(const Options& options, bool bounded, std::uint64_t recordSiz
         ::unlink(task.path.c_str());
         MakeFile(task.path, count, recordSize);
         const auto buffer = std::make_shared<WarmBuffer>(fileSize);
-        return {
-            {"limit",
-             [=] {
-                 task.Prepare();
-                 buffer->Touch();
-             },
-             [=] { return ReopenDirectly(task, *buffer); }},
-            {"ours", [=] { task.Prepare(); }, [=] { return ReopenThrough<DataChunkFileAppender>(task); }},
-            {"straightforward", [=] { task.Prepare(); }, [=] { return ReopenThrough<StraightforwardAppender>(task); }}};
+        const auto prepare = [=] { task.Prepare(); };
+        const auto prepareAndTouch = [=] {
+            task.Prepare();
+            buffer->Touch();
+        };
+        return {{"limit", [=] { return ReopenDirectly(task, *buffer); }, prepareAndTouch},
+                {"ours", [=] { return ReopenThrough<DataChunkFileAppender>(task); }, prepare},
+                {"straightforward", [=] { return ReopenThrough<StraightforwardAppender>(task); }, prepare}};
     };
     const std::string what = std::string(bounded ? "reopen bounded, " : "reopen unbounded, ") + SizeText(recordSize);
     return {"W5", what, 2 * fileSize, count, Goal{"limit", goal}, makeContenders, task.path, 0, 4 * fileSize};

@@ -71,39 +71,12 @@ std::vector<Workload> SmallFileWorkloads(const Options& options)
         const auto chunk = std::make_shared<DataChunk>(kRecordSize);
         const auto buffer = std::make_shared<WarmBuffer>(kFileSize);
         const auto empty = [=] { folder.Empty(); };
-        return {{"limit", empty, [=] { return WriteDirectly(folder, *chunk, *buffer); }},
-                {"ours", empty, [=] { return WriteThrough<DataChunkFileAppender>(folder, *chunk); }},
-                {"straightforward", empty, [=] { return WriteThrough<StraightforwardAppender>(folder, *chunk); }}};
+        return {{"limit", [=] { return WriteDirectly(folder, *chunk, *buffer); }, empty},
+                {"ours", [=] { return WriteThrough<DataChunkFileAppender>(folder, *chunk); }, empty},
+                {"straightforward", [=] { return WriteThrough<StraightforwardAppender>(folder, *chunk); }, empty}};
     };
     const std::string what = std::to_string(folder.files) + " new files of 16 KiB";
     return {{"W8", what, folder.files * kFileSize, folder.files, Goal{"limit", 1.02}, makeContenders, folder.File(0)}};
-}
-
-std::vector<Workload> RefusalWorkloads(const Options& options)
-{
-    constexpr std::uint64_t kCalls = 10'000'000;
-    const auto refuse = [=](std::int64_t time, std::uint64_t recordSize) {
-        return [=]() -> std::vector<Contender> {
-            const auto file = std::make_shared<DataChunkFileAppender>(options.folder + "/refusing.chunks", false, 4096);
-            DataChunk chunk(64);
-            for (std::int64_t i = 0; i < 16; ++i) {
-                chunk.SetTime(i);
-                file->Append(chunk);
-            }
-            const auto refused = std::make_shared<DataChunk>(recordSize);
-            refused->SetTime(time);
-            return {{"ours", {}, [=] {
-                         std::uint64_t accepted = 0;
-                         for (std::uint64_t i = 0; i < kCalls; ++i) {
-                             accepted += file->Append(*refused) ? 1U : 0U;
-                         }
-                         return accepted;
-                     }}};
-        };
-    };
-    return {{"W9", "refused: too long", 0, kCalls, Goal{"ns", 15}, refuse(16, 4096), {}},
-            {"W9", "refused: time point of the last", 0, kCalls, Goal{"ns", 15}, refuse(15, 64), {}},
-            {"W9", "refused: time point of the first", 0, kCalls, Goal{"ns", 15}, refuse(0, 64), {}}};
 }
 
 }  // namespace bench

@@ -59,9 +59,9 @@ std::vector<Contender> Writers(const std::shared_ptr<const Task>& task)
 {
     const auto chunk = std::make_shared<DataChunk>(task->recordSize);
     const auto buffer = std::make_shared<WarmBuffer>(task->fileSize);
-    return {{"limit", [=] { buffer->Touch(); }, [=] { return WriteDirectly(*task, *chunk, *buffer); }},
-            {"ours", {}, [=] { return WriteThrough<DataChunkFileAppender>(*task, *chunk); }},
-            {"straightforward", {}, [=] { return WriteThrough<StraightforwardAppender>(*task, *chunk); }}};
+    return {{"limit", [=] { return WriteDirectly(*task, *chunk, *buffer); }, [=] { buffer->Touch(); }},
+            {"ours", [=] { return WriteThrough<DataChunkFileAppender>(*task, *chunk); }},
+            {"straightforward", [=] { return WriteThrough<StraightforwardAppender>(*task, *chunk); }}};
 }
 
 enum class Order { kByTime, kRandom };

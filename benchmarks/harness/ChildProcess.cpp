@@ -104,17 +104,16 @@ std::vector<std::uint64_t> InChild(const std::function<std::vector<std::uint64_t
     return {figures.begin(), figures.begin() + size / static_cast<ssize_t>(sizeof figures[0])};
 }
 
-std::map<std::string, std::uint64_t> CountSystemCalls(const std::function<void()>& prepare,
-                                                      const std::function<void()>& run)
+std::map<std::string, std::uint64_t> CountSystemCalls(const Contender& contender)
 {
     const pid_t child = Fork();
     if (child == 0) {
         EndChild([&] {
             counting = true;
-            prepare();
+            contender.prepare();
             ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
             ::kill(::getpid(), SIGSTOP);
-            run();
+            contender.run();
         });
     }
     return Trace(child);

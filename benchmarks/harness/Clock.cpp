@@ -26,14 +26,9 @@ double Stopwatch()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-void MeasureProcessorTime()
+void UseProcessorTime(bool use)
 {
-    processorTime = true;
-}
-
-bool MeasuresProcessorTime()
-{
-    return processorTime;
+    processorTime = use;
 }
 
 }  // namespace bench

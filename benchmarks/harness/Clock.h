@@ -5,9 +5,8 @@ namespace bench {
 // Seconds of the monotonic clock.
 double Now();
 
-// Seconds of the clock that measurements use: Now(), or this thread's processor time after MeasureProcessorTime().
+// Seconds of the clock that measurements use: Now(), or this thread's processor time.
 double Stopwatch();
-void MeasureProcessorTime();
-bool MeasuresProcessorTime();
+void UseProcessorTime(bool use);
 
 }  // namespace bench

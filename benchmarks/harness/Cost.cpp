@@ -33,13 +33,8 @@ std::uint64_t PageFaults()
 
 Cost CostOf(const Contender& contender, bool countCalls)
 {
-    const auto prepare = [&] {
-        if (contender.prepare) {
-            contender.prepare();
-        }
-    };
     const std::vector<std::uint64_t> figures = InChild([&] {
-        prepare();
+        contender.prepare();
         ::malloc_trim(0);                             // the run must not reuse memory that the parent had freed
         std::ofstream("/proc/self/clear_refs") << 5;  // resets the peak
         const std::uint64_t memory = PeakMemory();
@@ -49,7 +44,7 @@ Cost CostOf(const Contender& contender, bool countCalls)
     });
     Cost cost = {{}, figures[0], figures[1]};
     if (countCalls) {
-        cost.calls = CountSystemCalls(prepare, [&] { contender.run(); });
+        cost.calls = CountSystemCalls(contender);
     }
     return cost;
 }

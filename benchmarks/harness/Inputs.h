@@ -8,7 +8,14 @@
 
 namespace bench {
 
-std::string SizeText(std::uint64_t bytes);  // "64 B", "1 KiB", "1 MiB"
+// "64 B", "1 KiB", "1 MiB"
+inline std::string SizeText(std::uint64_t bytes)
+{
+    if (bytes >= 1U << 20U) {
+        return std::to_string(bytes >> 20U) + " MiB";
+    }
+    return bytes >= 1024 ? std::to_string(bytes >> 10U) + " KiB" : std::to_string(bytes) + " B";
+}
 
 // In random order, the same in every run.
 template <typename Value>

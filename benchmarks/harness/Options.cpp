@@ -5,8 +5,6 @@
 #include <map>
 #include <stdexcept>
 
-#include "harness/Clock.h"
-
 namespace bench {
 
 namespace {
@@ -36,7 +34,7 @@ Options ParseOptions(const std::vector<std::string>& arguments)
         if (argument == "--quick") {
             MakeQuick(options);
         } else if (argument == "--processor-time") {
-            MeasureProcessorTime();
+            options.processorTime = true;
         } else if (setters.count(argument) != 0) {
             setters.at(argument)(arguments.at(++i));
         } else if (argument.rfind('-', 0) == 0) {

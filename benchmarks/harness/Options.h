@@ -7,7 +7,8 @@
 namespace bench {
 
 struct Options {
-    bool quick = false;  // small and short: shows that everything works
+    bool quick = false;          // small and short: shows that everything works
+    bool processorTime = false;  // of this thread, instead of the time that passes
     std::uint64_t bytes = 256ULL << 20U;
     double seconds = 8;             // for the rounds of one workload
     std::string folder;             // of the files; ours alone, removed at the end

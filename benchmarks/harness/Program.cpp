@@ -4,6 +4,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "harness/Clock.h"
 #include "harness/Measure.h"
 #include "harness/Results.h"
 
@@ -38,6 +39,7 @@ int Main(const std::vector<std::string>& arguments, const std::function<void(con
     try {
         const Options options = ParseOptions(arguments);
         const Folder folder(options.folder);
+        UseProcessorTime(options.processorTime);
         SaveMachine(options);
         PrintHead(options);
         measure(options);

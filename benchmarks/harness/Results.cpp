@@ -6,9 +6,8 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <sstream>
-
-#include "harness/Clock.h"
 
 namespace bench {
 
@@ -30,18 +29,10 @@ std::string FileSystemOf(const std::string& folder)
 {
     struct statfs status = {};
     ::statfs(folder.c_str(), &status);
-    switch (status.f_type) {
-        case 0xef53:
-            return "ext4";
-        case 0x58465342:
-            return "xfs";
-        case 0x9123683e:
-            return "btrfs";
-        case 0x01021994:
-            return "tmpfs";
-        default:
-            return "file system " + std::to_string(status.f_type);
-    }
+    static const std::map<std::uint64_t, std::string> names = {
+        {0xef53, "ext4"}, {0x58465342, "xfs"}, {0x9123683e, "btrfs"}, {0x01021994, "tmpfs"}};
+    const auto type = static_cast<std::uint64_t>(status.f_type);
+    return names.count(type) != 0 ? names.at(type) : "file system " + std::to_string(type);
 }
 
 // "6.18" of "6.18.44-custom": a build's own name tells a reader nothing.
@@ -92,7 +83,7 @@ void SaveMachine(const Options& options)
                          {"virtual", guest ? "true" : "false"},
                          {"file_system", Quoted(FileSystemOf(options.folder))},
                          {"bytes", std::to_string(options.bytes)},
-                         {"clock", Quoted(MeasuresProcessorTime() ? "processor time" : "time")}});
+                         {"clock", Quoted(options.processorTime ? "processor time" : "time")}});
 }
 
 }  // namespace bench

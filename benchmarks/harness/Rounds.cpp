@@ -27,9 +27,7 @@ double Timed(const Workload& workload, const Contender& contender, std::optional
 {
     JoinFreeBlocks();
     WarmFreeMemory(workload.memory);
-    if (contender.prepare) {
-        contender.prepare();
-    }
+    contender.prepare();
     const double start = Stopwatch();
     const std::uint64_t outcome = contender.run();
     const double seconds = Stopwatch() - start;

@@ -10,10 +10,10 @@ namespace bench {
 
 // One way to do a piece of work.
 struct Contender {
-    std::string name;               // "limit", "ours", "straightforward" or another store's
-    std::function<void()> prepare;  // before every run, not timed; may be empty
+    std::string name;  // "limit", "ours", "straightforward" or another store's
     // The work. Its result (chunks accepted, or the sum of what was read) must be the same for all contenders.
     std::function<std::uint64_t()> run;
+    std::function<void()> prepare = [] {};  // before every run, not timed
 };
 
 // The most that our time may be.

@@ -68,7 +68,7 @@ private:
 template <typename Call>
 Contender Looped(const std::string& name, const Call& call)
 {
-    return {name, {}, [=] {
+    return {name, [=] {
                 std::uint64_t good = 0;
                 for (std::uint64_t i = 0; i < kCalls; ++i) {
                     good += call() ? 1U : 0U;
@@ -119,7 +119,7 @@ bool WriteByLibattr(const std::string& path)
 Contender ByPython(const std::string& path, const std::string& call)
 {
     const auto python = std::make_shared<Python>(path, call);
-    return {"Python os", {}, [=] { return python->Run(); }};
+    return {"Python os", [=] { return python->Run(); }};
 }
 
 }  // namespace

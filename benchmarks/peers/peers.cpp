@@ -6,7 +6,6 @@
 
 #include "AttributePeers.h"
 #include "Store.h"
-#include "harness/Clock.h"
 #include "harness/Inputs.h"
 #include "harness/Measure.h"
 #include "harness/Program.h"
@@ -43,11 +42,12 @@ Workload OnAllStores(const Options& options, const Data& data, const Work& work,
                 std::filesystem::remove_all(path);
                 work.prepare(store, path);
             };
-            if (!work.prepareEachTime) {
+            contenders.push_back({store.name, [=] { return work.run(store, path); }});
+            if (work.prepareEachTime) {
+                contenders.back().prepare = prepare;
+            } else {
                 prepare();
             }
-            contenders.push_back({store.name, work.prepareEachTime ? prepare : std::function<void()>(),
-                                  [=] { return work.run(store, path); }});
         }
         return contenders;
     };
@@ -118,7 +118,7 @@ void MeasurePeers(Options options)
     if (!options.only.empty()) {
         throw std::invalid_argument("the work is done as a whole, not by workloads");
     }
-    if (MeasuresProcessorTime()) {
+    if (options.processorTime) {
         throw std::runtime_error("some stores work in threads or processes of their own: only time is fair");
     }
     const std::uint64_t bytes = options.bytes;

@@ -5,7 +5,7 @@
 
 namespace tarn::cv::logging {
 
-// A logger that only counts what it is given.
+// A logger that only counts its entries.
 class Logger {
 public:
     Logger() = default;
@@ -16,12 +16,12 @@ public:
     virtual void Log(std::int32_t /*level*/, const std::string& /*message*/, const char* /*file*/,
                      std::int32_t /*line*/)
     {
-        ++records;
+        ++entries;
     }
     virtual std::int32_t GetCurrentLevel() { return level; }
 
     std::int32_t level = 60;  // above all that the library logs
-    std::uint64_t records = 0;
+    std::uint64_t entries = 0;
 };
 
 }  // namespace tarn::cv::logging
