@@ -39,16 +39,36 @@ struct Target {
 
 using Operation = std::function<std::uint64_t(const Target&)>;
 
-// The calls that reading a value takes, and the value.
-template <typename GetValue>
-std::uint64_t ReadDirectly(const GetValue& getValue)
+ssize_t Get(const std::string& path, const std::string& name, char* value, std::size_t size)
 {
-    const ssize_t size = getValue(nullptr, 0);
+    return ::getxattr(path.c_str(), name.c_str(), value, size);
+}
+
+ssize_t Get(int fd, const std::string& name, char* value, std::size_t size)
+{
+    return ::fgetxattr(fd, name.c_str(), value, size);
+}
+
+bool Set(const std::string& path, const std::string& name, const std::string& value)
+{
+    return ::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) == 0;
+}
+
+bool Set(int fd, const std::string& name, const std::string& value)
+{
+    return ::fsetxattr(fd, name.c_str(), value.data(), value.size(), 0) == 0;
+}
+
+// The limit of reading: the two calls, and the allocation of the value.
+template <typename File>
+std::uint64_t ReadDirectly(const File& file, const std::string& name)
+{
+    const ssize_t size = Get(file, name, nullptr, 0);
     if (size < 0) {
         return 0;
     }
     std::string value(static_cast<std::size_t>(size), '\0');
-    return getValue(value.data(), value.size()) < 0 ? 0 : value.size();
+    return Get(file, name, value.data(), value.size()) < 0 ? 0 : value.size();
 }
 
 std::uint64_t ListDirectly(const Target& target)
@@ -60,25 +80,6 @@ std::uint64_t ListDirectly(const Target& target)
         names.emplace_hint(names.end(), name);
     }
     return names.size();
-}
-
-// Reads through the library; `file` is a path or a descriptor.
-template <typename File>
-std::uint64_t ReadThrough(const File& file, const std::string& name)
-{
-    bool success = false;
-    return ExtendedAttributes::Read(file, name, success).size();
-}
-
-// An operation of the library that sets a flag.
-template <typename Call>
-Operation Flagged(const Call& call)
-{
-    return [=](const Target& target) {
-        bool success = false;
-        call(target, success);
-        return success ? 1U : 0U;
-    };
 }
 
 Workload Attribute(const Options& options, const std::string& what, double goal, const Operation& direct,
@@ -101,21 +102,29 @@ Workload Attribute(const Options& options, const std::string& what, double goal,
     return {"W7", what, 0, count, Goal{"limit", goal}, makeContenders, {}, options.seconds / 2};
 }
 
-// Reads an attribute that is there or not.
-std::vector<Workload> Reads(const Options& options, const std::string& what, double goal, const std::string& name)
+// `file` is the target's path or descriptor.
+template <typename File>
+Workload Read(const Options& options, const std::string& what, double goal, File Target::* file,
+              const std::string& name)
 {
-    const auto byPath = [&name](const Target& target) {
-        return ReadDirectly(
-            [&](char* value, std::size_t size) { return ::getxattr(target.path.c_str(), name.c_str(), value, size); });
+    const auto ours = [&name, file](const Target& target) {
+        bool success = false;
+        return ExtendedAttributes::Read(target.*file, name, success).size();
     };
-    const auto byDescriptor = [&name](const Target& target) {
-        return ReadDirectly(
-            [&](char* value, std::size_t size) { return ::fgetxattr(target.fd, name.c_str(), value, size); });
+    return Attribute(
+        options, what, goal, [&name, file](const Target& target) { return ReadDirectly(target.*file, name); }, ours);
+}
+
+template <typename File>
+Workload Write(const Options& options, const std::string& what, File Target::* file)
+{
+    const auto ours = [file](const Target& target) {
+        bool success = false;
+        ExtendedAttributes::Write(target.*file, kName, kValue, success);
+        return success ? 1U : 0U;
     };
-    return {Attribute(options, what + " by path", goal, byPath,
-                      [&name](const Target& target) { return ReadThrough(target.path, name); }),
-            Attribute(options, what + " by descriptor", goal, byDescriptor,
-                      [&name](const Target& target) { return ReadThrough(target.fd, name); })};
+    return Attribute(
+        options, what, 1.03, [file](const Target& target) { return Set(target.*file, kName, kValue) ? 1U : 0U; }, ours);
 }
 
 Workload List(const Options& options)
@@ -126,38 +135,31 @@ Workload List(const Options& options)
     });
 }
 
-std::vector<Workload> Changes(const Options& options)
+Workload FailToRemove(const Options& options)
 {
-    const auto write = [](const Target& target) {
-        return ::setxattr(target.path.c_str(), kName.c_str(), kValue.data(), kValue.size(), 0) == 0 ? 1U : 0U;
-    };
-    const auto writeByDescriptor = [](const Target& target) {
-        return ::fsetxattr(target.fd, kName.c_str(), kValue.data(), kValue.size(), 0) == 0 ? 1U : 0U;
-    };
-    const auto remove = [](const Target& target) {
+    const auto direct = [](const Target& target) {
         return ::removexattr(target.path.c_str(), kAbsent.c_str()) == 0 ? 1U : 0U;
     };
-    return {Attribute(options, "write by path", 1.03, write, Flagged([](const Target& target, bool& success) {
-                          ExtendedAttributes::Write(target.path, kName, kValue, success);
-                      })),
-            Attribute(options, "write by descriptor", 1.03, writeByDescriptor,
-                      Flagged([](const Target& target, bool& success) {
-                          ExtendedAttributes::Write(target.fd, kName, kValue, success);
-                      })),
-            Attribute(options, "fail to remove", 1.15, remove, Flagged([](const Target& target, bool& success) {
-                          ExtendedAttributes::Remove(target.path, kAbsent, success);
-                      }))};
+    const auto ours = [](const Target& target) {
+        bool success = false;
+        ExtendedAttributes::Remove(target.path, kAbsent, success);
+        return success ? 1U : 0U;
+    };
+    return Attribute(options, "fail to remove", 1.15, direct, ours);
 }
 
 }  // namespace
 
 std::vector<Workload> AttributeWorkloads(const Options& options)
 {
-    std::vector<Workload> workloads = Reads(options, "read", 1.03, kName);
-    for (const auto& more : {Reads(options, "fail to read", 1.15, kAbsent), {List(options)}, Changes(options)}) {
-        workloads.insert(workloads.end(), more.begin(), more.end());
-    }
-    return workloads;
+    return {Read(options, "read by path", 1.03, &Target::path, kName),
+            Read(options, "read by descriptor", 1.03, &Target::fd, kName),
+            Read(options, "fail to read by path", 1.15, &Target::path, kAbsent),
+            Read(options, "fail to read by descriptor", 1.15, &Target::fd, kAbsent),
+            List(options),
+            Write(options, "write by path", &Target::path),
+            Write(options, "write by descriptor", &Target::fd),
+            FailToRemove(options)};
 }
 
 }  // namespace bench

@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <numeric>
 #include <stdexcept>
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 
 namespace bench {
+
+using Corvane::Pellin::DataChunk;
 
 void WriteImage(const std::string& path, const unsigned char* image, std::uint64_t size)
 {
@@ -20,18 +24,35 @@ void WriteImage(const std::string& path, const unsigned char* image, std::uint64
     }
 }
 
-std::uint64_t MakeFile(const std::string& path, std::uint64_t count, std::uint64_t recordSize)
+std::uint64_t WriteDirectly(const std::string& path, bool bounded, const std::vector<std::int64_t>& times,
+                            DataChunk& chunk, WarmBuffer& image)
 {
-    const std::uint64_t size = Corvane::File::kHeaderSize + count * recordSize;
-    Corvane::File::DataChunkFileAppender file(path, false, size);
-    Corvane::Pellin::DataChunk chunk(recordSize);
-    for (std::uint64_t i = 0; i < count; ++i) {
-        chunk.SetTime(static_cast<std::int64_t>(i));
-        if (!file.Append(chunk)) {
-            throw std::runtime_error("could not make " + path);
-        }
+    unsigned char* record = image.Data() + Corvane::File::kHeaderSize;
+    for (const std::int64_t time : times) {
+        chunk.SetTime(time);
+        chunk.Write(record);
+        record += chunk.GetSizeOnFile();
     }
-    return size;
+    const std::uint64_t header[] = {bounded ? Corvane::File::kFormatVersion : 0, times.size()};
+    std::memcpy(image.Data(), header, sizeof header);
+    WriteImage(path, image.Data(), image.Size());
+    return times.size();
+}
+
+std::vector<std::int64_t> TimesInOrder(std::uint64_t count)
+{
+    std::vector<std::int64_t> times(count);
+    std::iota(times.begin(), times.end(), 0);
+    return times;
+}
+
+void MakeFile(const std::string& path, std::uint64_t count, std::uint64_t recordSize)
+{
+    Corvane::File::DataChunkFileAppender file(path, false, Corvane::File::kHeaderSize + count * recordSize);
+    DataChunk chunk(recordSize);
+    if (AppendAll(file, chunk, TimesInOrder(count)) != count) {
+        throw std::runtime_error("could not make " + path);
+    }
 }
 
 }  // namespace bench

@@ -11,7 +11,6 @@
 #include "Workloads.h"
 #include "harness/ChildProcess.h"
 #include "harness/Inputs.h"
-#include "harness/Memory.h"
 
 namespace bench {
 

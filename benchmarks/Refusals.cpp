@@ -1,6 +1,7 @@
 #include <memory>
 
 #include "Corvane/File/DataChunkFileAppender.h"
+#include "Files.h"
 #include "Workloads.h"
 
 namespace bench {
@@ -18,10 +19,7 @@ Workload Refusal(const Options& options, const std::string& what, std::int64_t t
     const auto makeContenders = [=]() -> std::vector<Contender> {
         const auto file = std::make_shared<DataChunkFileAppender>(options.folder + "/refusing.chunks", false, 4096);
         DataChunk chunk(64);
-        for (std::int64_t i = 0; i < 16; ++i) {
-            chunk.SetTime(i);
-            file->Append(chunk);
-        }
+        AppendAll(*file, chunk, TimesInOrder(16));
         const auto refused = std::make_shared<DataChunk>(recordSize);
         refused->SetTime(time);
         return {{"ours", [=] {

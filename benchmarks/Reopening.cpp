@@ -10,7 +10,6 @@
 #include "Straightforward.h"
 #include "Workloads.h"
 #include "harness/Inputs.h"
-#include "harness/Memory.h"
 
 namespace bench {
 

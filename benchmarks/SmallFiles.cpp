@@ -1,4 +1,3 @@
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -7,7 +6,6 @@
 #include "Files.h"
 #include "Straightforward.h"
 #include "Workloads.h"
-#include "harness/Memory.h"
 
 namespace bench {
 
@@ -35,31 +33,38 @@ struct Folder {
 };
 
 template <typename Appender>
-std::uint64_t WriteThrough(const Folder& folder, DataChunk& chunk)
+std::uint64_t WriteThrough(const std::string& path, const std::vector<std::int64_t>& times, DataChunk& chunk)
 {
-    std::uint64_t accepted = 0;
-    for (std::uint64_t number = 0; number < folder.files; ++number) {
-        Appender file(folder.File(number), false, kFileSize);
-        for (std::uint64_t i = 0; i < kChunks; ++i) {
-            chunk.SetTime(static_cast<std::int64_t>(i));
-            accepted += file.Append(chunk) ? 1U : 0U;
-        }
-    }
-    return accepted;
+    Appender file(path, false, kFileSize);
+    return AppendAll(file, chunk, times);
 }
 
-std::uint64_t WriteDirectly(const Folder& folder, DataChunk& chunk, WarmBuffer& buffer)
+// Writes all files by `write`, which returns the number of its chunks.
+template <typename Write>
+Contender Writer(const std::string& name, const Folder& folder, const Write& write)
 {
-    for (std::uint64_t number = 0; number < folder.files; ++number) {
-        for (std::uint64_t i = 0; i < kChunks; ++i) {
-            chunk.SetTime(static_cast<std::int64_t>(i));
-            chunk.Write(buffer.Data() + kHeaderSize + i * kRecordSize);
+    const auto writeAll = [=] {
+        std::uint64_t accepted = 0;
+        for (std::uint64_t number = 0; number < folder.files; ++number) {
+            accepted += write(folder.File(number));
         }
-        const std::uint64_t header[] = {Corvane::File::kFormatVersion, kChunks};
-        std::memcpy(buffer.Data(), header, sizeof header);
-        WriteImage(folder.File(number), buffer.Data(), kFileSize);
-    }
-    return folder.files * kChunks;
+        return accepted;
+    };
+    return {name, writeAll, [=] { folder.Empty(); }};
+}
+
+std::vector<Contender> Writers(const Folder& folder)
+{
+    const auto times = TimesInOrder(kChunks);
+    const auto chunk = std::make_shared<DataChunk>(kRecordSize);
+    const auto image = std::make_shared<WarmBuffer>(kFileSize);
+    return {Writer("limit", folder,
+                   [=](const std::string& path) { return WriteDirectly(path, true, times, *chunk, *image); }),
+            Writer("ours", folder,
+                   [=](const std::string& path) { return WriteThrough<DataChunkFileAppender>(path, times, *chunk); }),
+            Writer("straightforward", folder, [=](const std::string& path) {
+                return WriteThrough<StraightforwardAppender>(path, times, *chunk);
+            })};
 }
 
 }  // namespace
@@ -67,15 +72,8 @@ std::uint64_t WriteDirectly(const Folder& folder, DataChunk& chunk, WarmBuffer& 
 std::vector<Workload> SmallFileWorkloads(const Options& options)
 {
     const Folder folder = {options.folder + "/small", options.quick ? 500U : 10'000U};
-    const auto makeContenders = [=]() -> std::vector<Contender> {
-        const auto chunk = std::make_shared<DataChunk>(kRecordSize);
-        const auto buffer = std::make_shared<WarmBuffer>(kFileSize);
-        const auto empty = [=] { folder.Empty(); };
-        return {{"limit", [=] { return WriteDirectly(folder, *chunk, *buffer); }, empty},
-                {"ours", [=] { return WriteThrough<DataChunkFileAppender>(folder, *chunk); }, empty},
-                {"straightforward", [=] { return WriteThrough<StraightforwardAppender>(folder, *chunk); }, empty}};
-    };
     const std::string what = std::to_string(folder.files) + " new files of 16 KiB";
+    const auto makeContenders = [=] { return Writers(folder); };
     return {{"W8", what, folder.files * kFileSize, folder.files, Goal{"limit", 1.02}, makeContenders, folder.File(0)}};
 }
 

@@ -1,7 +1,5 @@
-#include <cstring>
 #include <filesystem>
 #include <memory>
-#include <numeric>
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
@@ -9,7 +7,6 @@
 #include "Straightforward.h"
 #include "Workloads.h"
 #include "harness/Inputs.h"
-#include "harness/Memory.h"
 
 namespace bench {
 
@@ -32,34 +29,15 @@ template <typename Appender>
 std::uint64_t WriteThrough(const Task& task, DataChunk& chunk)
 {
     Appender file(task.path, false, task.bounded ? task.fileSize : 0);
-    std::uint64_t accepted = 0;
-    for (const std::int64_t time : task.times) {
-        chunk.SetTime(time);
-        accepted += file.Append(chunk) ? 1U : 0U;
-    }
-    return accepted;
-}
-
-// The limit: serialises the chunks into touched memory and writes it at once.
-std::uint64_t WriteDirectly(const Task& task, DataChunk& chunk, WarmBuffer& buffer)
-{
-    std::uint64_t at = kHeaderSize;
-    for (const std::int64_t time : task.times) {
-        chunk.SetTime(time);
-        chunk.Write(buffer.Data() + at);
-        at += chunk.GetSizeOnFile();
-    }
-    const std::uint64_t header[] = {task.bounded ? Corvane::File::kFormatVersion : 0, task.times.size()};
-    std::memcpy(buffer.Data(), header, sizeof header);
-    WriteImage(task.path, buffer.Data(), task.fileSize);
-    return task.times.size();
+    return AppendAll(file, chunk, task.times);
 }
 
 std::vector<Contender> Writers(const std::shared_ptr<const Task>& task)
 {
     const auto chunk = std::make_shared<DataChunk>(task->recordSize);
-    const auto buffer = std::make_shared<WarmBuffer>(task->fileSize);
-    return {{"limit", [=] { return WriteDirectly(*task, *chunk, *buffer); }, [=] { buffer->Touch(); }},
+    const auto image = std::make_shared<WarmBuffer>(task->fileSize);
+    return {{"limit", [=] { return WriteDirectly(task->path, task->bounded, task->times, *chunk, *image); },
+             [=] { image->Touch(); }},
             {"ours", [=] { return WriteThrough<DataChunkFileAppender>(*task, *chunk); }},
             {"straightforward", [=] { return WriteThrough<StraightforwardAppender>(*task, *chunk); }}};
 }
@@ -81,10 +59,8 @@ Workload Writing(const Options& options, const Kind& kind, std::uint64_t recordS
     const std::string path = options.folder + "/written.chunks";
     const auto makeContenders = [=] {
         std::filesystem::remove(path);  // the tail of a longer file would remain
-        std::vector<std::int64_t> times(count);
-        std::iota(times.begin(), times.end(), 0);
-        return Writers(std::make_shared<Task>(
-            Task{path, recordSize, bytes, kind.bounded, kind.order == Order::kByTime ? times : Shuffled(times)}));
+        const auto times = kind.order == Order::kByTime ? TimesInOrder(count) : Shuffled(TimesInOrder(count));
+        return Writers(std::make_shared<Task>(Task{path, recordSize, bytes, kind.bounded, times}));
     };
     return {kind.id, kind.name + ", " + SizeText(recordSize), bytes, count, goal, makeContenders, path, 0, 3 * bytes};
 }
