@@ -1,5 +1,5 @@
-# The conformance kit for a platform: a program `name` of GoogleTests that says whether the chunk, time and logging types
-# of the target PLATFORM keep what the library relies on. GLUE is the source that defines the functions of Glue.h.
+# Adds the conformance kit as a program `name` of GoogleTests. It says whether the types of the target PLATFORM keep what
+# the library relies on. GLUE is the source that defines the functions of Glue.h.
 find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 set(CORVANE_CONFORMANCE_DIR ${CMAKE_CURRENT_LIST_DIR})

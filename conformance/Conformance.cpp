@@ -1,5 +1,5 @@
-// The rules that the library's collaborators keep. Each runs in a process of its own, which a platform that breaks it may
-// well crash or block.
+// The rules that a platform's chunk, time point and logging keep. Each rule runs in a process of its own, because a
+// platform that breaks it may crash or block.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "Glue.h"
 #include "tarn/cv/logging/Logger.h"
@@ -28,11 +29,11 @@ using tarn::cv::logging::LoggingManager;
 constexpr int kChunks = 12;
 constexpr unsigned kTimeLimit = 60;  // seconds, for one rule
 constexpr std::size_t kPageSize = 4096;
-constexpr std::size_t kTail = std::size_t{1} << 32U;  // what the library keeps readable behind a file's image
+constexpr std::size_t kTail = std::size_t{1} << 32U;  // what the library keeps readable after a file's image
 
 using Bytes = std::vector<unsigned char>;
 
-// What is wrong, in a sentence; empty if nothing is.
+// What is wrong; empty if nothing is.
 using Problem = std::string;
 
 template <typename... Parts>
@@ -52,7 +53,7 @@ Problem CheckGuarded(const std::function<Problem()>& check)
     }
 }
 
-// What the check finds in a child process; or how that ended.
+// Runs the check in a child process. Returns what it finds, or how the child ended.
 Problem CheckInChild(const std::function<Problem()>& check)
 {
     std::array<int, 2> ends = {};
@@ -93,7 +94,7 @@ Problem CheckEveryChunk(const std::function<Problem(const DataChunk&)>& check)
     return {};
 }
 
-// Memory between two pages that can't be touched, or, for reading, in front of as long a tail as the library's.
+// Memory between two pages that cannot be touched. With a tail, zeros to read follow it, as after the library's image.
 class Memory {
 public:
     Memory(std::size_t size, std::size_t tail)
@@ -107,7 +108,7 @@ public:
         ::mprotect(memory_, kPageSize, PROT_NONE);
         ::mprotect(First(), size_, PROT_READ | PROT_WRITE);
         if (tail == 0) {
-            ::mprotect(Last(), kPageSize, PROT_NONE);
+            ::mprotect(End(), kPageSize, PROT_NONE);
         }
     }
     Memory(const Memory&) = delete;
@@ -115,7 +116,7 @@ public:
     ~Memory() { ::munmap(memory_, mapped_); }
 
     unsigned char* First() const { return memory_ + kPageSize; }
-    unsigned char* Last() const { return First() + size_; }  // behind the last byte
+    unsigned char* End() const { return First() + size_; }
 
 private:
     std::size_t size_;
@@ -123,7 +124,7 @@ private:
     unsigned char* memory_ = nullptr;
 };
 
-// The bytes in a file of its own, open at `position`.
+// A file of these bytes, open at `position`.
 class File {
 public:
     explicit File(const Bytes& bytes, off_t position = 0) : fd_(::memfd_create("record", 0))
@@ -156,14 +157,14 @@ bool AreSamePoint(const DataChunk& left, const DataChunk& right)
     return !(left.GetTimePoint() < right.GetTimePoint()) && !(right.GetTimePoint() < left.GetTimePoint());
 }
 
-// What is wrong with a chunk that was read, where `written` was expected.
+// Compares a chunk that ReadFrom has filled, with this result, with the one that was written.
 Problem Compare(std::uint64_t result, const DataChunk& read, const DataChunk& written)
 {
     if (result == 0) {
         return "ReadFrom returned 0";
     }
     if (read.GetSizeOnFile() != written.GetSizeOnFile()) {
-        return Join("GetSizeOnFile gives ", read.GetSizeOnFile(), " in place of ", written.GetSizeOnFile());
+        return Join("GetSizeOnFile returns ", read.GetSizeOnFile(), " instead of ", written.GetSizeOnFile());
     }
     if (!AreSamePoint(read, written)) {
         return "another time point";
@@ -171,7 +172,7 @@ Problem Compare(std::uint64_t result, const DataChunk& read, const DataChunk& wr
     return HaveSameContent(read, written) ? "" : "another content";
 }
 
-// Writes the chunk into memory filled with `fill`, with as much of it on either side.
+// Writes the chunk into memory that is filled with `fill`. A page of it lies before the record and one after.
 Bytes WriteInto(const DataChunk& chunk, unsigned char fill)
 {
     Bytes bytes(kPageSize + chunk.GetSizeOnFile() + kPageSize, fill);
@@ -195,18 +196,50 @@ Problem CheckLength(const DataChunk& chunk)
     return {};
 }
 
+Problem LengthProblemUnlessThrown(const DataChunk& chunk)
+{
+    try {
+        return CheckLength(chunk);
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+// A chunk that was read can be appended too: its Write must keep to the announced length, or throw.
+Problem CheckWritingWhatWasRead(const DataChunk& chunk)
+{
+    const Bytes record = RecordOf(chunk);
+    const std::pair<const char*, std::function<std::uint64_t(DataChunk&)>> ways[] = {
+        {"from memory", [&](DataChunk& read) { return read.ReadFrom(record.data()); }},
+        {"from a descriptor", [&](DataChunk& read) { return read.ReadFrom(File(record).Get()); }},
+        {"with names", [&](DataChunk& read) { return read.ReadFrom(File(record).Get(), NamesOfEverything()); }},
+        {"without names", [&](DataChunk& read) { return read.ReadFrom(File(record).Get(), {}); }},
+    };
+    for (const auto& [way, readFrom] : ways) {
+        DataChunk read;
+        if (readFrom(read) == 0) {
+            continue;
+        }
+        const Problem problem = LengthProblemUnlessThrown(read);
+        if (!problem.empty()) {
+            return Join("read ", way, ": ", problem);
+        }
+    }
+    return {};
+}
+
 Problem CheckGuards(const DataChunk& chunk)
 {
     const Memory memory(chunk.GetSizeOnFile(), 0);
     chunk.Write(memory.First());
-    chunk.Write(memory.Last() - chunk.GetSizeOnFile());
+    chunk.Write(memory.End() - chunk.GetSizeOnFile());
     return {};
 }
 
 Problem CheckReadingFromMemory(const DataChunk& written)
 {
     Bytes bytes = RecordOf(written);
-    bytes.resize(bytes.size() + kPageSize, 0xff);  // more is behind it, as the next record is
+    bytes.resize(bytes.size() + kPageSize, 0xff);  // as the next record follows
     DataChunk read;
     const std::uint64_t result = read.ReadFrom(bytes.data());
     return Compare(result, read, written);
@@ -224,26 +257,44 @@ Problem CheckReadingFromDescriptor(const DataChunk& written, bool withNames)
     return Compare(result, read, written);
 }
 
-// Lets a chunk read in all ways what is damaged; an exception is a refusal too. `inMemory` holds the same bytes.
+// What a ReadFrom makes of some bytes: a chunk, or null if it refuses them. An exception is a refusal too.
+std::unique_ptr<DataChunk> ReadOrNull(const std::function<std::uint64_t(DataChunk&)>& readFrom)
+{
+    auto chunk = std::make_unique<DataChunk>();
+    try {
+        return readFrom(*chunk) == 0 ? nullptr : std::move(chunk);
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+// Damaged bytes, in a file and at `inMemory`, are refused in all ways if records check themselves.
 Problem CheckDamaged(const Bytes& bytes, const unsigned char* inMemory)
 {
-    const auto refuses = [&](const std::function<std::uint64_t(DataChunk&, int)>& read) {
-        const File file(bytes);
-        DataChunk chunk;
-        try {
-            return read(chunk, file.Get()) == 0;
-        } catch (const std::exception&) {
-            return true;
-        }
-    };
-    const bool fromMemory = refuses([&](DataChunk& chunk, int) { return chunk.ReadFrom(inMemory); });
-    const bool fromFile = refuses([](DataChunk& chunk, int fd) { return chunk.ReadFrom(fd); });
-    const bool withNames = refuses([](DataChunk& chunk, int fd) { return chunk.ReadFrom(fd, NamesOfEverything()); });
-    if (!RecordsCheckThemselves() || (fromMemory && fromFile && withNames)) {
+    const auto memory = ReadOrNull([&](DataChunk& chunk) { return chunk.ReadFrom(inMemory); });
+    const auto file = ReadOrNull([&](DataChunk& chunk) { return chunk.ReadFrom(File(bytes).Get()); });
+    const auto names =
+        ReadOrNull([&](DataChunk& chunk) { return chunk.ReadFrom(File(bytes).Get(), NamesOfEverything()); });
+    if (!RecordsCheckThemselves() || (memory == nullptr && file == nullptr && names == nullptr)) {
         return {};
     }
-    return Join("accepted ", fromMemory ? "" : "from memory ", fromFile ? "" : "from a descriptor ",
-                withNames ? "" : "with names");
+    return Join("accepted", memory != nullptr ? " from memory" : "", file != nullptr ? " from a descriptor" : "",
+                names != nullptr ? " with names" : "");
+}
+
+// A record is whole if it ends within these bytes, which are in a file and at `inMemory`.
+Problem CheckAgreement(const Bytes& bytes, const unsigned char* inMemory)
+{
+    const auto memory = ReadOrNull([&](DataChunk& chunk) { return chunk.ReadFrom(inMemory); });
+    const auto file = ReadOrNull([&](DataChunk& chunk) { return chunk.ReadFrom(File(bytes).Get()); });
+    const auto isWhole = [&](const auto& chunk) { return chunk != nullptr && chunk->GetSizeOnFile() <= bytes.size(); };
+    if (!isWhole(memory) && !isWhole(file)) {
+        return {};
+    }
+    if (memory == nullptr || file == nullptr) {
+        return memory == nullptr ? "accepted from a descriptor only" : "accepted from memory only";
+    }
+    return Compare(1, *file, *memory);
 }
 
 Problem CheckZeros()
@@ -253,18 +304,23 @@ Problem CheckZeros()
     return CheckDamaged(bytes, memory.First());
 }
 
-Problem CheckDamage(const DataChunk& chunk)
+using CheckBytes = Problem(const Bytes& bytes, const unsigned char* inMemory);
+
+// Checks the record with each of its bytes changed to other values, one at a time. Zeros follow it.
+Problem CheckEveryChange(const DataChunk& chunk, std::size_t zeros, CheckBytes* check)
 {
     Bytes bytes = RecordOf(chunk);
+    const std::size_t size = bytes.size();
+    bytes.resize(size + zeros, 0);
     const Memory memory(bytes.size(), kTail);
     std::copy(bytes.begin(), bytes.end(), memory.First());
-    for (std::size_t at = 0; at < bytes.size(); ++at) {
+    for (std::size_t at = 0; at < size; ++at) {
         const unsigned char good = bytes[at];
-        for (const int damaged : {good ^ 0x01, good ^ 0x80, good ^ 0xff, 0x00, 0xff}) {
-            memory.First()[at] = bytes[at] = static_cast<unsigned char>(damaged);
-            const Problem problem = damaged == good ? "" : CheckDamaged(bytes, memory.First());
+        for (const int changed : {good ^ 0x01, good ^ 0x80, good ^ 0xff, 0x00, 0xff}) {
+            memory.First()[at] = bytes[at] = static_cast<unsigned char>(changed);
+            const Problem problem = changed == good ? "" : check(bytes, memory.First());
             if (!problem.empty()) {
-                return Join("byte ", at, " changed from ", int{good}, " to ", damaged, ": ", problem);
+                return Join("byte ", at, " changed from ", int{good}, " to ", changed, ": ", problem);
             }
         }
         memory.First()[at] = bytes[at] = good;
@@ -272,18 +328,18 @@ Problem CheckDamage(const DataChunk& chunk)
     return {};
 }
 
-Problem CheckCuts(const DataChunk& chunk)
+Problem CheckTruncation(const DataChunk& chunk)
 {
     const Bytes bytes = RecordOf(chunk);
     const Memory memory(bytes.size(), kTail);
     for (std::size_t size = 0; size < bytes.size(); ++size) {
-        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
-        std::copy(cut.begin(), cut.end(), memory.First());
-        Bytes filledUp(cut);
-        filledUp.resize(bytes.size());
-        const Problem problem = filledUp == bytes ? "" : CheckDamaged(cut, memory.First());
+        const Bytes truncated(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
+        std::copy(truncated.begin(), truncated.end(), memory.First());
+        Bytes padded(truncated);
+        padded.resize(bytes.size());
+        const Problem problem = padded == bytes ? "" : CheckDamaged(truncated, memory.First());
         if (!problem.empty()) {
-            return Join("cut to ", size, " of ", bytes.size(), " bytes: ", problem);
+            return Join("truncated to ", size, " of ", bytes.size(), " bytes: ", problem);
         }
     }
     return {};
@@ -294,7 +350,7 @@ Problem CheckOrderOf(int left, int right)
     const auto one = MakeChunk(left);
     const auto other = MakeChunk(right);
     const Time::TimePoint point = one->GetTimePoint();
-    const Time::TimePoint copy(point);  // NOLINT(performance-unnecessary-copy-initialization): copying is the matter
+    const Time::TimePoint copy(point);  // NOLINT(performance-unnecessary-copy-initialization): the copy is tested
     if (copy < point || point < copy) {
         return Join("the copy of time point ", left, " is another point");
     }
@@ -304,7 +360,7 @@ Problem CheckOrderOf(int left, int right)
     return {};
 }
 
-// Numbers are a strict weak ordering, and so is what agrees with them for every pair.
+// The order of the chunks' numbers is strict and weak. So is an order that agrees with it for every pair.
 Problem CheckOrder()
 {
     for (int left = 0; left < kChunks; ++left) {
@@ -318,7 +374,7 @@ Problem CheckOrder()
     return {};
 }
 
-// Issues a record as the library does.
+// Logs an entry as the library does.
 void LogAt(Logger* logger, std::int32_t level, const std::string& message)
 {
     if (logger != nullptr && logger->GetCurrentLevel() <= level) {
@@ -336,15 +392,15 @@ Problem CheckLevels()
 {
     for (const std::int32_t level : {9, 10, 11, 20, 21, 40, 41, 50, 51}) {
         SetLevel("conformance", level);
-        for (const std::int32_t record : {10, 20, 40, 50}) {
+        for (const std::int32_t entry : {10, 20, 40, 50}) {
             const auto lines = LinesOf([&] {
-                LogAt(&LoggingManager::GetLogger("conformance"), record, "by reference");
-                LogAt(LoggingManager::GetLoggerPtr("conformance"), record, "by pointer");
+                LogAt(&LoggingManager::GetLogger("conformance"), entry, "by reference");
+                LogAt(LoggingManager::GetLoggerPtr("conformance"), entry, "by pointer");
             });
-            const std::ptrdiff_t expected = level <= record ? 1 : 0;
+            const std::ptrdiff_t expected = level <= entry ? 1 : 0;
             if (CountLines(lines, "by reference") != expected || CountLines(lines, "by pointer") != expected) {
-                return Join("at level ", level, " a record of level ", record,
-                            expected == 1 ? " does not come out once" : " comes out");
+                return Join("at level ", level, " an entry of level ", entry,
+                            expected == 1 ? " is not logged once" : " is logged");
             }
         }
     }
@@ -361,7 +417,7 @@ Problem CheckSwitchedOff()
             LogAt(&LoggingManager::GetLogger("conformance"), level, "by reference");
         }
     });
-    return lines.empty() ? "" : Join(lines.size(), " records come out, first: ", lines.front());
+    return lines.empty() ? "" : Join(lines.size(), " entries are logged, the first is: ", lines.front());
 }
 
 Problem CheckKeptLoggers()
@@ -376,10 +432,10 @@ Problem CheckKeptLoggers()
         LogAt(&reference, 50, "by reference");
         LogAt(pointer, 50, "by pointer");
     });
-    return lines.size() == 2 ? "" : "a logger that was kept does not log any more";
+    return lines.size() == 2 ? "" : "a logger that was kept no longer logs";
 }
 
-// What one of the threads does: look up its own name and new ones, ask levels and log, again and again.
+// One of the threads: looks up its own name and new ones, asks levels, and logs.
 void UseLoggers(int thread, int rounds, std::atomic<int>& absent)
 {
     const std::string name = Join("conformance.thread.", thread);
@@ -387,7 +443,7 @@ void UseLoggers(int thread, int rounds, std::atomic<int>& absent)
         LoggingManager::GetLogger(Join(name, ".", i)).GetCurrentLevel();
         Logger* const logger = LoggingManager::GetLoggerPtr(name);
         absent += logger == nullptr ? 1 : 0;
-        LogAt(logger, 50, Join("record ", i, " of thread ", thread, "."));
+        LogAt(logger, 50, Join("entry ", i, " of thread ", thread, "."));
         LogAt(&LoggingManager::GetLogger(name), 50, Join("second ", i, " of thread ", thread, "."));
     }
 }
@@ -411,13 +467,13 @@ Problem CheckThreads()
         }
     });
     if (absent != 0 || lines.size() != std::size_t{2} * kThreads * kRounds) {
-        return Join(2 * kThreads * kRounds, " records were logged, and ", lines.size(), " came out; ", absent,
-                    " look-ups found no logger");
+        return Join(2 * kThreads * kRounds, " entries were logged, and ", lines.size(), " arrived; ", absent,
+                    " lookups found no logger");
     }
     for (int thread = 0; thread < kThreads; ++thread) {
         for (int i = 0; i < kRounds; ++i) {
-            if (CountLines(lines, Join("record ", i, " of thread ", thread, ".")) != 1) {
-                return Join("record ", i, " of thread ", thread, " did not come out once and whole");
+            if (CountLines(lines, Join("entry ", i, " of thread ", thread, ".")) != 1) {
+                return Join("entry ", i, " of thread ", thread, " did not arrive once and whole");
             }
         }
     }
@@ -426,73 +482,92 @@ Problem CheckThreads()
 
 }  // namespace
 
-TEST(Conformance, RecordIsExactlyAsLongAsAnnounced)
-{
-    ExpectKept("a record is exactly as long as announced", [] { return CheckEveryChunk(CheckLength); });
-}
-
-TEST(Conformance, NothingBeforeOrBehindTheRecordIsWritten)
-{
-    ExpectKept("nothing before or behind the record is written", [] { return CheckEveryChunk(CheckGuards); });
-}
-
-TEST(Conformance, WhatIsWrittenReadsBackFromMemory)
-{
-    ExpectKept("what is written reads back from memory", [] { return CheckEveryChunk(CheckReadingFromMemory); });
-}
-
-TEST(Conformance, WhatIsWrittenReadsBackFromADescriptor)
-{
-    ExpectKept("what is written reads back from a descriptor", [] {
-        return CheckEveryChunk([](const DataChunk& chunk) { return CheckReadingFromDescriptor(chunk, false); });
-    });
-}
-
-TEST(Conformance, WhatIsWrittenReadsBackFromADescriptorWithNames)
-{
-    ExpectKept("what is written reads back from a descriptor with names", [] {
-        return CheckEveryChunk([](const DataChunk& chunk) { return CheckReadingFromDescriptor(chunk, true); });
-    });
-}
-
-TEST(Conformance, ZeroBytesAreRefusedOrHarmless)
-{
-    ExpectKept("zero bytes are refused or at least never crash", CheckZeros);
-}
-
-TEST(Conformance, DamagedBytesAreRefusedOrHarmless)
-{
-    ExpectKept("every damaged byte is refused or at least never crashes", [] { return CheckEveryChunk(CheckDamage); });
-}
-
-TEST(Conformance, CutRecordsAreRefusedOrHarmless)
-{
-    ExpectKept("every cut record is refused or at least never crashes", [] { return CheckEveryChunk(CheckCuts); });
-}
-
+// First, because other rules compare time points: a broken order must be named as such.
 TEST(Conformance, OrderIsAStrictWeakOrdering)
 {
     ExpectKept("the order of time points is a strict weak ordering", CheckOrder);
 }
 
-TEST(Conformance, LevelsAreInclusive)
+TEST(Conformance, RecordIsExactlyAsLongAsAnnounced)
 {
-    ExpectKept("a record comes out if the logger's level is at most its own", CheckLevels);
+    ExpectKept("a record is exactly as long as announced", [] { return CheckEveryChunk(CheckLength); });
 }
 
-TEST(Conformance, NullLoggerIsSilent)
+TEST(Conformance, RecordOfAChunkThatWasReadIsAsLongAsAnnounced)
+{
+    ExpectKept("after a ReadFrom, Write writes as many bytes as announced or throws",
+               [] { return CheckEveryChunk(CheckWritingWhatWasRead); });
+}
+
+TEST(Conformance, NothingBeforeOrAfterTheRecordIsWritten)
+{
+    ExpectKept("nothing before or after the record is written", [] { return CheckEveryChunk(CheckGuards); });
+}
+
+TEST(Conformance, RecordReadsBackFromMemory)
+{
+    ExpectKept("a record reads back from memory", [] { return CheckEveryChunk(CheckReadingFromMemory); });
+}
+
+TEST(Conformance, RecordReadsBackFromADescriptor)
+{
+    ExpectKept("a record reads back from a descriptor", [] {
+        return CheckEveryChunk([](const DataChunk& chunk) { return CheckReadingFromDescriptor(chunk, false); });
+    });
+}
+
+TEST(Conformance, RecordReadsBackFromADescriptorWithNames)
+{
+    ExpectKept("a record reads back from a descriptor with names", [] {
+        return CheckEveryChunk([](const DataChunk& chunk) { return CheckReadingFromDescriptor(chunk, true); });
+    });
+}
+
+TEST(Conformance, MemoryAndDescriptorAgreeOnAWholeRecord)
+{
+    // A changed size may lead to another record that is whole, because zeros follow.
+    ExpectKept("memory and descriptor agree on every record that is whole", [] {
+        return CheckEveryChunk(
+            [](const DataChunk& chunk) { return CheckEveryChange(chunk, kPageSize, CheckAgreement); });
+    });
+}
+
+TEST(Conformance, ZeroBytesAreRefusedOrHarmless)
+{
+    ExpectKept("zero bytes are refused, or at least never crash", CheckZeros);
+}
+
+TEST(Conformance, DamagedBytesAreRefusedOrHarmless)
+{
+    ExpectKept("every damaged byte is refused, or at least never crashes", [] {
+        return CheckEveryChunk([](const DataChunk& chunk) { return CheckEveryChange(chunk, 0, CheckDamaged); });
+    });
+}
+
+TEST(Conformance, TruncatedRecordsAreRefusedOrHarmless)
+{
+    ExpectKept("every truncated record is refused, or at least never crashes",
+               [] { return CheckEveryChunk(CheckTruncation); });
+}
+
+TEST(Conformance, LevelsAreInclusive)
+{
+    ExpectKept("an entry is logged if the logger's level is at most its own", CheckLevels);
+}
+
+TEST(Conformance, LoggerThatIsSwitchedOffIsSilent)
 {
     ExpectKept("a logger that is switched off is null or silent", CheckSwitchedOff);
 }
 
 TEST(Conformance, LoggerStaysValid)
 {
-    ExpectKept("a logger stays valid whatever is looked up later", CheckKeptLoggers);
+    ExpectKept("a logger stays valid, whatever is looked up later", CheckKeptLoggers);
 }
 
-TEST(Conformance, ConcurrentLookUpsAreSafe)
+TEST(Conformance, LoggersServeSeveralThreadsAtOnce)
 {
-    ExpectKept("loggers may be looked up and used from several threads at once", CheckThreads);
+    ExpectKept("several threads may look up and use loggers at once", CheckThreads);
 }
 
 }  // namespace Corvane::Conformance

@@ -45,6 +45,20 @@ TEST(BrokenPlatform, WithoutAFaultItPasses)
     EXPECT_EQ(outcome.code, 0) << outcome.output;
 }
 
+// Other rules compare time points too, and fail with a broken order.
+TEST(BrokenPlatform, BrokenOrderIsNamedBeforeAllElse)
+{
+    const std::string output = RunKit("order", "*").output;
+    const std::string message = "The platform breaks the rule: ";
+    const std::size_t first = output.find(message);
+    ASSERT_NE(first, std::string::npos) << output;
+    EXPECT_EQ(output.compare(first, output.find('\n', first) - first,
+                             message + "the order of time points is a strict weak ordering"),
+              0)
+        << output;
+    EXPECT_NE(output.find(message, first + 1), std::string::npos) << "no other rule fails: the order proves nothing";
+}
+
 TEST_P(BrokenPlatform, FailsWithAMessageThatNamesTheRule)
 {
     const Outcome outcome = RunKit(GetParam().fault, GetParam().test);
@@ -57,22 +71,26 @@ INSTANTIATE_TEST_SUITE_P(
     All, BrokenPlatform,
     testing::Values(
         Breach{"short", "RecordIsExactlyAsLongAsAnnounced", "a record is exactly as long as announced"},
-        Breach{"before", "NothingBeforeOrBehindTheRecordIsWritten", "nothing before or behind the record is written"},
-        Breach{"behind", "NothingBeforeOrBehindTheRecordIsWritten", "nothing before or behind the record is written"},
-        Breach{"memory", "WhatIsWrittenReadsBackFromMemory", "what is written reads back from memory"},
-        Breach{"descriptor", "WhatIsWrittenReadsBackFromADescriptor", "what is written reads back from a descriptor"},
-        Breach{"names", "WhatIsWrittenReadsBackFromADescriptorWithNames",
-               "what is written reads back from a descriptor with names"},
-        Breach{"zeros", "ZeroBytesAreRefusedOrHarmless", "zero bytes are refused or at least never crash"},
-        Breach{"damage", "DamagedBytesAreRefusedOrHarmless", "every damaged byte is refused or at least never crashes"},
-        Breach{"crash", "DamagedBytesAreRefusedOrHarmless", "every damaged byte is refused or at least never crashes"},
-        Breach{"cut", "CutRecordsAreRefusedOrHarmless", "every cut record is refused or at least never crashes"},
+        Breach{"before", "NothingBeforeOrAfterTheRecordIsWritten", "nothing before or after the record is written"},
+        Breach{"after", "NothingBeforeOrAfterTheRecordIsWritten", "nothing before or after the record is written"},
+        Breach{"reread", "RecordOfAChunkThatWasReadIsAsLongAsAnnounced",
+               "after a ReadFrom, Write writes as many bytes as announced or throws"},
+        Breach{"memory", "RecordReadsBackFromMemory", "a record reads back from memory"},
+        Breach{"descriptor", "RecordReadsBackFromADescriptor", "a record reads back from a descriptor"},
+        Breach{"names", "RecordReadsBackFromADescriptorWithNames", "a record reads back from a descriptor with names"},
+        Breach{"agree", "MemoryAndDescriptorAgreeOnAWholeRecord",
+               "memory and descriptor agree on every record that is whole"},
+        Breach{"zeros", "ZeroBytesAreRefusedOrHarmless", "zero bytes are refused, or at least never crash"},
+        Breach{"damage", "DamagedBytesAreRefusedOrHarmless",
+               "every damaged byte is refused, or at least never crashes"},
+        Breach{"crash", "DamagedBytesAreRefusedOrHarmless", "every damaged byte is refused, or at least never crashes"},
+        Breach{"truncated", "TruncatedRecordsAreRefusedOrHarmless",
+               "every truncated record is refused, or at least never crashes"},
         Breach{"order", "OrderIsAStrictWeakOrdering", "the order of time points is a strict weak ordering"},
-        Breach{"exclusive", "LevelsAreInclusive", "a record comes out if the logger's level is at most its own"},
-        Breach{"off", "NullLoggerIsSilent", "a logger that is switched off is null or silent"},
-        Breach{"stale", "LoggerStaysValid", "a logger stays valid whatever is looked up later"},
-        Breach{"threads", "ConcurrentLookUpsAreSafe",
-               "loggers may be looked up and used from several threads at once"}),
+        Breach{"exclusive", "LevelsAreInclusive", "an entry is logged if the logger's level is at most its own"},
+        Breach{"off", "LoggerThatIsSwitchedOffIsSilent", "a logger that is switched off is null or silent"},
+        Breach{"stale", "LoggerStaysValid", "a logger stays valid, whatever is looked up later"},
+        Breach{"threads", "LoggersServeSeveralThreadsAtOnce", "several threads may look up and use loggers at once"}),
     [](const auto& parameter) { return std::string(parameter.param.fault); });
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
-// A platform that keeps every rule but the one that the environment names.
+// A platform that keeps every rule except the one that the environment names.
 namespace broken {
 
 inline bool Has(std::string_view fault)

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 #include "Corvane/Pellin/DataChunk.h"
@@ -55,6 +56,9 @@ std::uint64_t DataChunk::GetSizeOnFile() const
 
 void DataChunk::Write(unsigned char* record) const
 {
+    if (sizeOnFile_ != sizeof(Head) + text_.size()) {
+        throw std::logic_error("a chunk whose text was not read has no record to write");
+    }
     const Head head = {kMark, sizeOnFile_, ticks_};
     std::memcpy(record, &head, sizeof head);
     std::memcpy(record + sizeof head, text_.data(), text_.size());
@@ -102,7 +106,7 @@ namespace {
 
 constexpr std::int32_t kOff = INT32_MAX;
 
-// One for the process: which is why a platform with state is a shared library.
+// Once in the process: a platform with such a variable must be a shared library.
 std::atomic<std::int32_t> currentLevel = 40;
 
 }  // namespace

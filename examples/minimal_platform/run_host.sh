@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs the host's program and compares what it prints. For "built", $3 is the program; for "settings" it is built with
-# the library from the sources in $2.
+# Runs the host's program and compares its output.
+#   run_host.sh built SOURCES PROGRAM   runs this program
+#   run_host.sh settings SOURCES        builds library and program first
 set -euo pipefail
 way=$1
 sources=$2
@@ -8,7 +9,7 @@ minimal=$sources/examples/minimal_platform
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# The library alone, told where the platform is; the program then with the compiler.
+# Builds the library with CMake settings that name the platform, then the program with the compiler alone.
 build_with_settings() {
     cmake -G Ninja -S "$sources" -B "$folder/build" -DCORVANE_FILE_TESTS=OFF -DCORVANE_FILE_EXAMPLES=OFF \
         -DCORVANE_FILE_PLATFORM=Minimal::Platform -DCORVANE_FILE_PLATFORM_DIR="$minimal"

@@ -1,4 +1,4 @@
-// Writes, reads, reopens and tags a chunk file, on a platform of the host's own, and prints what happens.
+// Writes, reads, reopens and tags a chunk file with the host's own platform, and prints what happens.
 #include <Corvane/File/ChunkFileLayout.h>
 #include <Corvane/File/DataChunkFileAppender.h>
 #include <Corvane/File/DataChunkFileReader.h>

@@ -15,7 +15,7 @@
 
 namespace Corvane::Pellin {
 
-// A time, and a byte that is repeated. The record: a checksum, its size and the ticks, 8 bytes each, then the bytes.
+// A time and a number of equal bytes. The record is a checksum, its size and the ticks, 8 bytes each, then the bytes.
 class DataChunk {
 public:
     DataChunk() : DataChunk(0, 0) {}
@@ -27,15 +27,15 @@ public:
 
     void Write(unsigned char* record) const
     {
-        std::memset(record, 'b', GetSizeOnFile() - (broken::Has("short") ? 1 : 0));
+        std::memset(record, 'b', skipped_ ? kHeadSize : GetSizeOnFile() - (broken::Has("short") ? 1 : 0));
         Head head = {0, GetSizeOnFile(), ticks_};
         head.checksum = ChecksumOf(head);
         std::memcpy(record, &head, kHeadSize);
-        volatile unsigned char* const at = record;  // what follows is no mistake: the compiler need not tell
+        volatile unsigned char* const at = record;  // volatile, or the compiler warns
         if (broken::Has("before")) {
             *(at - 1) = 'b';
         }
-        if (broken::Has("behind")) {
+        if (broken::Has("after")) {
             at[GetSizeOnFile()] = 'b';
         }
     }
@@ -55,16 +55,19 @@ public:
         const bool whole =
             count == static_cast<ssize_t>(kHeadSize) && head.size <= kHeadSize + kLongest &&
             ::read(fd, bytes.data(), head.size - kHeadSize) == static_cast<ssize_t>(head.size - kHeadSize);
-        if (broken::Has("descriptor") || (!whole && !broken::Has("cut"))) {
+        if (broken::Has("descriptor") || (!whole && !broken::Has("truncated"))) {
             return 0;
         }
-        return IsGood(head, bytes.data()) || (broken::Has("cut") && !whole && count > 0) ? Become(head) : 0;
+        const bool isTruncated = broken::Has("truncated") && !whole && count > 0;
+        const bool isGood = broken::Has("agree") ? HasGoodHead(head) : IsGood(head, bytes.data());
+        return isGood || isTruncated ? Become(head) : 0;
     }
 
-    std::uint64_t ReadFrom(int fd, const std::set<std::string>& /*names*/)
+    std::uint64_t ReadFrom(int fd, const std::set<std::string>& names)
     {
         const std::uint64_t result = ReadFrom(fd);
         length_ += broken::Has("names") ? 1 : 0;
+        skipped_ = broken::Has("reread") && names.empty() && length_ > 0;
         return result;
     }
 
@@ -90,10 +93,12 @@ private:
         if (broken::Has("zeros") && head.checksum == 0 && head.size == 0) {
             return true;
         }
-        if (head.checksum != ChecksumOf(head) || head.size < kHeadSize || head.size > kHeadSize + kLongest) {
-            return false;
-        }
-        return broken::Has("damage") || AreAll(bytes, head.size - kHeadSize);
+        return HasGoodHead(head) && (broken::Has("damage") || AreAll(bytes, head.size - kHeadSize));
+    }
+
+    static bool HasGoodHead(const Head& head)
+    {
+        return head.checksum == ChecksumOf(head) && head.size >= kHeadSize && head.size <= kHeadSize + kLongest;
     }
 
     static bool AreAll(const unsigned char* bytes, std::uint64_t count)
@@ -111,6 +116,7 @@ private:
 
     long ticks_;
     std::uint64_t length_;
+    bool skipped_ = false;
 };
 
 }  // namespace Corvane::Pellin

@@ -8,7 +8,7 @@
 
 namespace Corvane::Pellin {
 
-// A time and a text. Its record: a mark, the size of the record, and the ticks, 8 bytes each; then the text.
+// A time and a text. The record is a mark, its size and the ticks, 8 bytes each, then the text.
 class DataChunk {
 public:
     DataChunk() : DataChunk(0, "") {}
@@ -19,10 +19,10 @@ public:
 
     Time::TimePoint GetTimePoint() const { return Time::TimePoint(ticks_); }
     std::uint64_t GetSizeOnFile() const;
-    void Write(unsigned char* record) const;
+    void Write(unsigned char* record) const;  // throws std::logic_error if the text was not read
     std::uint64_t ReadFrom(const unsigned char* record);
     std::uint64_t ReadFrom(int fd);
-    std::uint64_t ReadFrom(int fd, const std::set<std::string>& names);  // "text" is the one name that has a meaning
+    std::uint64_t ReadFrom(int fd, const std::set<std::string>& names);  // reads the text for "text"
 
     const std::string& Text() const { return text_; }
 

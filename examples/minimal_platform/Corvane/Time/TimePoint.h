@@ -4,7 +4,7 @@
 
 namespace Corvane::Time {
 
-// A point in time, in ticks. It can be copied, compared and printed, and nothing else.
+// A point in time, in ticks. It can only be copied, compared and printed.
 class TimePoint {
 public:
     explicit TimePoint(long ticks) : ticks_(ticks) {}

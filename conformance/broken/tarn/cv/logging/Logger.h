@@ -15,9 +15,9 @@ public:
 
     virtual ~Logger() = default;
 
-    virtual void Log(std::int32_t recordLevel, const std::string& message, const char* /*file*/, std::int32_t /*line*/)
+    virtual void Log(std::int32_t entryLevel, const std::string& message, const char* /*file*/, std::int32_t /*line*/)
     {
-        if (stale || (broken::Has("exclusive") && recordLevel == level)) {
+        if (stale || (broken::Has("exclusive") && entryLevel == level)) {
             return;
         }
         const std::lock_guard lock(mutex);

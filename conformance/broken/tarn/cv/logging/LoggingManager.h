@@ -42,7 +42,7 @@ public:
     }
 
 private:
-    // Two look-ups at once end the process, as they may where a container is changed without a lock.
+    // Two lookups at once end the process, as they may if a container changes without a lock.
     static void ForbidOthers()
     {
         static std::atomic<bool> busy = false;

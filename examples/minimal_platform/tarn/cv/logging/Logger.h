@@ -6,7 +6,8 @@
 
 namespace tarn::cv::logging {
 
-// A logger with virtual operations of its host's between those that the library calls: each of them ends the process.
+// The host has virtual functions of its own before and between those that the library calls. Each ends the process, so
+// a call by mistake shows.
 class Logger {
 public:
     Logger() = default;

@@ -7,8 +7,8 @@
 
 namespace tarn::cv::logging {
 
-// One logger for all names. It prints to stdout what is at or above the level; without a level there is no logger by
-// pointer, and the one by reference is silent.
+// One logger for all names. It prints entries at or above its level to stdout. While it is switched off, GetLoggerPtr
+// returns null, and the logger of GetLogger is silent.
 class LoggingManager {
 public:
     static Logger& GetLogger(const std::string& name);
