@@ -22,6 +22,13 @@ using tarn::cv::logging::LoggingManager;
 
 constexpr std::uint64_t kMaxSize = 4'000'000;  // bytes
 
+void Require(bool done, const std::string& step)
+{
+    if (!done) {
+        throw std::runtime_error("cannot " + step);
+    }
+}
+
 DataChunk Measure()
 {
     DataChunk chunk(Corvane::Time::TimePoint::Now());
@@ -53,9 +60,9 @@ void MeasureInto(const std::string& name, double seconds)
     DataChunk chunk = Fill(file, std::chrono::duration<double>(seconds));
     std::cout << ": " << file.GetTimePoints().size() << " measurements\n"
               << "Appending the last chunk again, and one that is too long\n";
-    file.Append(chunk);
+    Require(!file.Append(chunk), "refuse a duplicate");
     chunk.Set("padding", std::string(kMaxSize, 'x'));
-    file.Append(chunk);
+    Require(!file.Append(chunk), "refuse a chunk that is too long");
 }
 
 // Reads all records: whole, or only these fields if any are named. Returns the position after the last one.
@@ -65,9 +72,9 @@ std::uint64_t Read(DataChunkFileReader& file, const std::set<std::string>& field
     DataChunk chunk;
     std::uint64_t position = kHeaderSize;
     for (std::uint64_t i = 0; i < count; ++i) {
-        if ((fields.empty() ? file.GetChunk(chunk, position) : file.GetChunk(chunk, position, fields)) == 0) {
-            throw std::runtime_error("no good record at position " + std::to_string(position));
-        }
+        const std::uint64_t size =
+            fields.empty() ? file.GetChunk(chunk, position) : file.GetChunk(chunk, position, fields);
+        Require(size != 0, "read the record at position " + std::to_string(position));
         position += chunk.GetSizeOnFile();
     }
     std::cout << "  " << count << " chunks in " << position << " of " << kMaxSize
@@ -82,7 +89,7 @@ void DamageAndRecover(const std::string& name, std::uint64_t end)
     const std::string copy = name + ".damaged";
     std::filesystem::copy_file(name, copy, std::filesystem::copy_options::overwrite_existing);
     std::fstream(copy).seekp(static_cast<std::streamoff>(end / 2)).write("damaged", 7);
-    DataChunkFileAppender(copy, true, kMaxSize).Append(Measure());
+    Require(DataChunkFileAppender(copy, true, kMaxSize).Append(Measure()), "append to a recovered file");
     DataChunkFileReader file(copy);
     Read(file, {});
 }

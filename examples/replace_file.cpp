@@ -1,4 +1,4 @@
-// Replaces a chunk file so that its name always stands for a whole one, the old or the new, even after a power cut.
+// Replaces a chunk file. Its name always stands for a whole file, the old or the new one, even after a power cut.
 #include <Corvane/File/DataChunkFileAppender.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ static void Require(bool done, const std::string& step, const std::string& reaso
     }
 }
 
-// Waits until the disk holds the bytes of a file, or the names in a folder.
+// Waits until the disk has the bytes of a file, or the names in a folder.
 static void Sync(const std::string& name)
 {
     const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
@@ -30,7 +30,7 @@ static void Replace(const std::string& name, char** texts)
 {
     constexpr std::uint64_t kSize = 65536;
     const std::string fresh = name + ".new";
-    std::filesystem::remove(fresh);  // the bytes of an earlier attempt must not pass for those written now
+    std::filesystem::remove(fresh);  // or bytes of an earlier attempt could pass for new ones
     {
         Corvane::File::DataChunkFileAppender file(fresh, /* reopen = */ false, kSize);
         for (; *texts != nullptr; ++texts) {
@@ -38,7 +38,7 @@ static void Replace(const std::string& name, char** texts)
             chunk.Set("text", *texts);
             Require(file.Append(chunk), "append to " + fresh);
         }
-    }  // here the file is written; if that fails, it is too short
+    }  // here the file is written; after a failure it is too short
     Require(std::filesystem::file_size(fresh) == kSize, "write " + fresh);
     Sync(fresh);
     std::filesystem::rename(fresh, name);

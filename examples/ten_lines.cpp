@@ -13,7 +13,9 @@ int main(int count, char** arguments)
         Corvane::File::DataChunkFileAppender file(name, /* reopen = */ false, /* maxSize = */ 4096);
         DataChunk chunk(Corvane::Time::TimePoint::Now());
         chunk.Set("temperature", "21.5");
-        file.Append(chunk);  // false, and a log record, if it does not fit or its time point is already there
+        if (!file.Append(chunk)) {
+            return 1;  // it does not fit, or its time point is already there: the log says which
+        }
     }  // here the whole file is written
     Corvane::File::DataChunkFileReader file(name);
     DataChunk chunk;

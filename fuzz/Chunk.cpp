@@ -1,4 +1,4 @@
-// A record's three ways into a chunk agree on every run of bytes, and what was read can be written again.
+// The three forms of ReadFrom agree on any bytes, and a chunk that was read can be written again.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,7 +16,7 @@ using fuzz::DataChunk;
 constexpr std::size_t kPageSize = 4096;
 constexpr std::size_t kMostBytes = std::size_t{1} << 20U;
 
-// Memory in which a record may lie: followed by as many readable zeros as a record can be long, then by nothing.
+// Memory for a record. As many zeros as the longest record has can be read after it, and nothing past them.
 class Memory {
 public:
     Memory()
@@ -29,7 +29,7 @@ public:
         end_ = static_cast<unsigned char*>(memory) + kMostBytes;
     }
 
-    // The bytes, so that they end where the zeros begin; good until the next call.
+    // Puts the bytes right before the zeros. The result is valid until the next call.
     const unsigned char* Hold(const std::string& bytes)
     {
         Check(bytes.size() <= kMostBytes, "an input is that small");
@@ -51,10 +51,10 @@ DataChunk Before()
 void CheckResult(std::uint64_t result, const DataChunk& chunk)
 {
     Check(result != 0 ? result == chunk.GetSizeOnFile() : fuzz::Equal(chunk, Before()),
-          "the result is the record's size, or 0 and the chunk is as it was");
+          "the result is the record's size, or 0 and the chunk is unchanged");
 }
 
-// With checksums, a chunk has one record only; without, two that say the same.
+// With checksums a chunk has one record. Without, records that differ in a checksum give equal chunks.
 void CheckWrittenAgain(const DataChunk& chunk, const std::string& bytes)
 {
     const std::string record = fuzz::RecordOf(chunk);
@@ -87,15 +87,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const std::uint64_t inFile = fromFile.ReadFrom(file.Fd());
     CheckResult(inFile, fromFile);
     Check(inFile == (inMemory <= bytes.size() ? inMemory : 0), "memory and file agree on a record that is whole");
-    Check(inFile == 0 || fuzz::Equal(fromFile, fromMemory), "and on what it holds");
-    Check(inFile == 0 || ::lseek(file.Fd(), 0, SEEK_CUR) == static_cast<off_t>(inFile), "it is left behind the record");
+    Check(inFile == 0 || fuzz::Equal(fromFile, fromMemory), "and on its content");
+    Check(inFile == 0 || ::lseek(file.Fd(), 0, SEEK_CUR) == static_cast<off_t>(inFile),
+          "the position is right after the record");
 
     DataChunk byNames = Before();
     Check(::lseek(file.Fd(), 0, SEEK_SET) == 0, "a memory file can be rewound");
     const std::uint64_t named = byNames.ReadFrom(file.Fd(), {"p", "a", "cpu"});
     CheckResult(named, byNames);
     Check(inFile == 0 || named == inFile, "a good record can be read by names too");
-    Check(named <= bytes.size(), "what is skipped must be there");
+    Check(named <= bytes.size(), "skipped bytes are in the file");
     if (inFile != 0) {
         CheckWrittenAgain(fromFile, bytes);
     }

@@ -1,5 +1,5 @@
-// A mutator that knows the layout: it changes whole records and single fields, and then makes the checksums right
-// again, which blind changes never get past.
+// A mutator that knows the layout. It changes whole records and single numbers, then repairs the checksums, because a
+// blind change never gets past those.
 #include <xxhash.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace {
 using Corvane::Time::TimePoint;
 using fuzz::DataChunk;
 
-// Positions in an input, and in a record (docs/format.md).
+// Positions in an input, and sizes in a record (docs/format.md).
 constexpr std::size_t kVersion = fuzz::kChoices;
 constexpr std::size_t kCount = kVersion + 8;
 constexpr std::size_t kRecords = kCount + 8;
@@ -58,7 +58,7 @@ void Store(std::string& bytes, std::size_t at, Word word)
     }
 }
 
-// Where records begin, as far as their sizes can be followed.
+// The positions of the records, as far as their sizes lead from one to the next.
 std::vector<std::size_t> Records(const std::string& input)
 {
     std::vector<std::size_t> records;
@@ -75,7 +75,7 @@ std::uint64_t Checksum(const std::string& input, std::size_t at, std::size_t siz
     return XXH3_64bits(input.data() + at, size);
 }
 
-// Makes the checksums of one record right, of what lies within the input.
+// Repairs the mark and the checksums of one record, as far as the bytes they cover are in the input.
 void Repair(std::string& input, std::size_t record)
 {
     const std::size_t directory = record + kHeadSize;
@@ -108,7 +108,7 @@ DataChunk NewChunk(Random& random)
     return chunk;
 }
 
-// One number of a record's head or directory becomes one that is likely to be trouble.
+// Replaces a number of a record's head or directory with one that is likely to find a bug.
 void ChangeNumber(std::string& input, std::size_t record, Random& random)
 {
     const std::size_t size = Load(input, record + 4);

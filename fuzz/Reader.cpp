@@ -1,4 +1,4 @@
-// Reading any file, at any position: nothing but the chunk's verdict comes back, and the file is as before.
+// Reads any file at any position: the result is what the chunk reports, and the file does not change.
 #include "Corvane/File/DataChunkFileReader.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ using Corvane::Time::TimePoint;
 using fuzz::Check;
 using fuzz::DataChunk;
 
-constexpr std::size_t kMostRecords = 64;  // that are looked at: others are like them
+constexpr std::size_t kMostRecords = 64;  // to look at: others are like them
 
 DataChunk Before()
 {
@@ -24,7 +24,7 @@ DataChunk Before()
     return chunk;
 }
 
-// Of the chunk's field names, those that the choice's bits pick, and one that no record has.
+// Returns the field names that the choice's bits select, and one that no record has.
 std::set<std::string> ChooseNames(const DataChunk& chunk, std::uint8_t choice)
 {
     std::set<std::string> names = {"of no record"};
@@ -37,7 +37,7 @@ std::set<std::string> ChooseNames(const DataChunk& chunk, std::uint8_t choice)
     return names;
 }
 
-// The fields of `some`, read by names, are those of `whole`.
+// `some` was read with names, `whole` without.
 void CheckPart(const DataChunk& some, const DataChunk& whole, const std::set<std::string>& names)
 {
     Check(some.GetSizeOnFile() == whole.GetSizeOnFile() &&
@@ -55,13 +55,13 @@ std::uint64_t CheckRecord(DataChunkFileReader& reader, std::uint64_t position, s
 {
     DataChunk whole = Before();
     const std::uint64_t size = reader.GetChunk(whole, position);
-    Check(size != 0 || fuzz::Equal(whole, Before()), "what could not be read leaves the chunk as it was");
+    Check(size != 0 || fuzz::Equal(whole, Before()), "a failed read leaves the chunk unchanged");
     Check(size == 0 || size == whole.GetSizeOnFile(), "the result is the record's size");
 
     const std::set<std::string> names = ChooseNames(whole, choice);
     DataChunk some = Before();
     const std::uint64_t sizeByNames = reader.GetChunk(some, position, names);
-    Check(sizeByNames != 0 || fuzz::Equal(some, Before()), "nor does reading by names");
+    Check(sizeByNames != 0 || fuzz::Equal(some, Before()), "so does a failed read by names");
     Check(size == 0 || sizeByNames == size, "a good record can be read by names too");
     if (size != 0) {
         CheckPart(some, whole, names);
@@ -69,13 +69,12 @@ std::uint64_t CheckRecord(DataChunkFileReader& reader, std::uint64_t position, s
     return size;
 }
 
-// Where the system refuses to seek, each read goes on from wherever the one before has ended.
+// The system refuses to seek there, so each read continues where the one before ended.
 void ReadAtRefusedPosition(DataChunkFileReader& reader, std::uint64_t position)
 {
     DataChunk whole = Before();
     const std::uint64_t size = reader.GetChunk(whole, position | (std::uint64_t{1} << 63U));
-    Check(size == 0 ? fuzz::Equal(whole, Before()) : size == whole.GetSizeOnFile(),
-          "such a read is one like any other");
+    Check(size == 0 ? fuzz::Equal(whole, Before()) : size == whole.GetSizeOnFile(), "such a read is like any other");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Reopening any file: it is refused and keeps its bytes, or its good prefix is found and can be continued.
+// Reopens any file: it is refused and does not change, or its good prefix is found and can be continued.
 #include <algorithm>
 #include <set>
 #include <stdexcept>
@@ -23,7 +23,7 @@ using fuzz::DataChunk;
 // The good records at the start of a file.
 struct Prefix {
     std::vector<DataChunk> chunks;
-    std::uint64_t end = kHeaderSize;  // byte position behind the last one
+    std::uint64_t end = kHeaderSize;  // byte position after the last one
 
     std::set<std::int64_t> Times() const
     {
@@ -35,7 +35,7 @@ struct Prefix {
     }
 };
 
-// Found by the reader, that is, through a descriptor.
+// Uses the reader, so that the records are read through a descriptor.
 Prefix ReadPrefix(const std::string& path)
 {
     DataChunkFileReader reader(path);
@@ -86,10 +86,10 @@ void CheckRefused(const fuzz::MemoryFile& file, const std::string& bytes, std::u
         refused = true;
     }
     Check(refused, "a file that is too short, too long or of another version is refused");
-    Check(file.Bytes() == bytes, "a refused file keeps its bytes");
+    Check(file.Bytes() == bytes, "a refused file does not change");
 }
 
-// Reopened and closed, the file is what it was, filled up to the maximum size.
+// Reopening and closing only adds zeros up to the maximum size.
 void CheckKept(const fuzz::MemoryFile& file, std::string bytes, std::uint64_t maxSize)
 {
     std::set<std::int64_t> times;
@@ -98,7 +98,7 @@ void CheckKept(const fuzz::MemoryFile& file, std::string bytes, std::uint64_t ma
         times = TimesOf(appender);
     }
     bytes.resize(std::max<std::size_t>(bytes.size(), maxSize));
-    Check(file.Bytes() == bytes, "reopening without an append keeps the bytes");
+    Check(file.Bytes() == bytes, "reopening without an append adds only zeros");
     Check(times == ReadPrefix(file.Path()).Times(), "reopening finds the records that the reader finds");
 }
 
@@ -114,7 +114,7 @@ DataChunk NewChunk(const Prefix& prefix, std::size_t fieldSize)
     return chunk;
 }
 
-// The file with the chunk right behind its prefix. Unbounded, the image has also grown for each refused duplicate.
+// The file with the chunk right after its prefix. A refused duplicate has also grown an unbounded image.
 std::string Continued(std::string file, const Prefix& prefix, const DataChunk& chunk, std::uint64_t maxSize)
 {
     const std::string record = fuzz::RecordOf(chunk);
@@ -130,7 +130,7 @@ std::string Continued(std::string file, const Prefix& prefix, const DataChunk& c
     return file.replace(prefix.end, record.size(), record);
 }
 
-// Appends to the reopened file what it holds already, and then a chunk that it does not.
+// Appends the chunks of the file once more, then a new one.
 void CheckContinued(const fuzz::MemoryFile& file, std::uint64_t maxSize, std::size_t fieldSize)
 {
     const std::string before = file.Bytes();
@@ -140,7 +140,7 @@ void CheckContinued(const fuzz::MemoryFile& file, std::uint64_t maxSize, std::si
     {
         DataChunkFileAppender appender(file.Path(), true, maxSize);
         for (const DataChunk& old : prefix.chunks) {
-            Check(!appender.Append(old), "a chunk of the file is refused, as a duplicate or for its size");
+            Check(!appender.Append(old), "a chunk of the file is refused as a duplicate or for its size");
         }
         Check(appender.Append(chunk) == fits, "a new chunk is accepted exactly if it fits");
     }

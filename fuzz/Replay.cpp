@@ -1,4 +1,4 @@
-// Runs a target on the seeds, on each file of the given folder and on a number of mutations of each, without libFuzzer.
+// Runs a target without libFuzzer: on the seeds, on each file of the folder, and on some mutations of each.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +15,7 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, st
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned seed);
 
-// libFuzzer's own part of a mutation is left out.
+// Does not mutate: that is libFuzzer's part.
 std::size_t LLVMFuzzerMutate(std::uint8_t* /*data*/, std::size_t size, std::size_t /*maxSize*/)
 {
     return size;

@@ -42,7 +42,7 @@ std::string With(std::string file, std::size_t position, const std::string& byte
     return file.replace(position, bytes.size(), bytes);
 }
 
-// The choices: unbounded, exactly as long as the file, longer, and of a size of its own.
+// Inputs that choose the maximum size: none, the size of the file, a greater one, and a fixed one.
 std::string Unbounded(const std::string& file)
 {
     return std::string({'\0', '\0', '\x05', '\0'}) + file;

@@ -5,7 +5,7 @@
 
 namespace fuzz {
 
-// Inputs to start from, by name: sound files, and each kind of damage.
+// Inputs to start from, by name: sound files and each kind of damage.
 std::map<std::string, std::string> Seeds();
 
 }  // namespace fuzz

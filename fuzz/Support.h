@@ -6,12 +6,12 @@
 
 #include "Corvane/Pellin/DataChunk.h"
 
-// What the fuzz targets share. Each target is one LLVMFuzzerTestOneInput, which libFuzzer calls, or Replay.cpp.
+// What the fuzz targets share. Each target is one LLVMFuzzerTestOneInput, called by libFuzzer or by Replay.cpp.
 namespace fuzz {
 
 using Corvane::Pellin::DataChunk;
 
-// What a target is given: four bytes that choose how the file is used, then the file.
+// An input of a target: four bytes that choose how to use the file, then the file.
 constexpr std::size_t kChoices = 4;
 
 struct Input {
@@ -21,10 +21,10 @@ struct Input {
     std::string file;
 };
 
-// Ends the process, and so reports the input, unless what is claimed holds.
+// Ends the process unless the claim holds; libFuzzer then reports the input.
 void Check(bool holds, const char* claim);
 
-// While it lives, the calling thread may spend one second of processor time.
+// Checks that the thread spends at most a second of processor time during its life.
 class TimeLimit {
 public:
     TimeLimit();
@@ -36,7 +36,7 @@ private:
     double start_;
 };
 
-// A file without a disk.
+// A file in memory.
 class MemoryFile {
 public:
     explicit MemoryFile(const std::string& bytes);
@@ -52,16 +52,16 @@ private:
     int fd_;
 };
 
-// Makes the library's loggers build every text, and print none.
+// Makes the library's loggers build every text and print none.
 void DiscardLog();
 
-// Whether time, size and fields are the same.
+// Whether time points, sizes and fields are equal.
 bool Equal(const DataChunk& left, const DataChunk& right);
 
 // The bytes of the chunk's record.
 std::string RecordOf(const DataChunk& chunk);
 
-// An unsigned 64-bit word; what the bytes lack of it is zero.
+// The 64-bit word at this position. Bytes past the end count as zero.
 std::uint64_t WordAt(const std::string& bytes, std::size_t position);
 
 }  // namespace fuzz

@@ -1,4 +1,4 @@
-// Writes the seeds into a folder, for libFuzzer.
+// Writes the seeds into a folder for libFuzzer.
 #include <cstdio>
 #include <fstream>
 
