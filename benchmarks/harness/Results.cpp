@@ -83,7 +83,7 @@ void SaveMachine(const Options& options)
                          {"virtual", guest ? "true" : "false"},
                          {"file_system", Quoted(FileSystemOf(options.folder))},
                          {"bytes", std::to_string(options.bytes)},
-                         {"clock", Quoted(options.processorTime ? "processor time" : "time")}});
+                         {"clock", Quoted(options.processorTime ? "processor time" : "elapsed time")}});
 }
 
 }  // namespace bench
