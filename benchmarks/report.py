@@ -77,7 +77,7 @@ def draw_ratios(rows):
     handles = {}
     for y, (_, group) in enumerate(groups):
         ours, straightforward = find(group, "ours"), find(group, "straightforward")
-        handles["ours"] = dot(axes, ours, y - 0.1, color=BLUE, zorder=3)
+        handles["ours"] = dot(axes, ours, y - 0.1 * bool(straightforward), color=BLUE, zorder=3)
         if straightforward:
             handles["straightforward"] = dot(axes, straightforward, y + 0.1, color=ORANGE, markerfacecolor="white")
         if "goal" in ours:
@@ -130,7 +130,7 @@ def draw_peers(rows):
             axes.set_title(textwrap.fill(name, 12))
             axes.set_yticks(range(len(works)), [what for what, _ in works] if name == names[0] else [""] * len(works))
             axes.set_ylim(len(works) - 0.5, -0.5)
-    figure.supxlabel("time of the other store as a multiple of ours; blue: ours is faster, orange: slower", fontsize=9)
+    figure.supxlabel("time as a multiple of ours; blue: ours is faster, orange: slower, grey: neither", fontsize=9)
     save(figure, "peers.svg", "Time of other stores as a multiple of ours")
 
 

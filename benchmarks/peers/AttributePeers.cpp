@@ -65,16 +65,29 @@ private:
     std::ifstream input_;
 };
 
-template <typename Call>
-Contender Looped(const std::string& name, const Call& call)
+using Call = bool (*)(const std::string& path);
+
+Contender Looped(const std::string& name, const std::string& path, Call call)
 {
     return {name, [=] {
                 std::uint64_t good = 0;
                 for (std::uint64_t i = 0; i < kCalls; ++i) {
-                    good += call() ? 1U : 0U;
+                    good += call(path) ? 1U : 0U;
                 }
                 return good;
             }};
+}
+
+bool ReadByOurs(const std::string& path)
+{
+    return ExtendedAttributes::Read(path, kName).size() == kValue.size();
+}
+
+bool WriteByOurs(const std::string& path)
+{
+    bool success = false;
+    ExtendedAttributes::Write(path, kName, kValue, success);
+    return success;
 }
 
 bool ReadByGio(const std::string& path)
@@ -116,37 +129,31 @@ bool WriteByLibattr(const std::string& path)
 }
 #pragma GCC diagnostic pop
 
-Contender ByPython(const std::string& path, const std::string& call)
+// `call` is what Python makes of the others' work.
+Workload OnAllPeers(const Options& options, const std::string& what, Call ours, Call libattr, Call gio,
+                    const std::string& call)
 {
-    const auto python = std::make_shared<Python>(path, call);
-    return {"Python os", [=] { return python->Run(); }};
+    const std::string path = options.folder + "/tagged";
+    const auto makeContenders = [=]() -> std::vector<Contender> {
+        std::ofstream(path).flush();
+        ExtendedAttributes::Write(path, kName, kValue);
+        const auto python = std::make_shared<Python>(path, call);
+        return {Looped("ours", path, ours),
+                Looped("libattr", path, libattr),
+                Looped("GIO", path, gio),
+                {"Python os", [=] { return python->Run(); }}};
+    };
+    return {"peers", what, 0, kCalls, {}, makeContenders, {}, 0, 0, false};
 }
 
 }  // namespace
 
 std::vector<Workload> AttributePeerWorkloads(const Options& options)
 {
-    const std::string path = options.folder + "/tagged";
-    const auto readers = [=]() -> std::vector<Contender> {
-        std::ofstream(path).flush();
-        ExtendedAttributes::Write(path, kName, kValue);
-        return {Looped("ours", [=] { return ExtendedAttributes::Read(path, kName).size() == kValue.size(); }),
-                Looped("libattr", [=] { return ReadByLibattr(path); }), Looped("GIO", [=] { return ReadByGio(path); }),
-                ByPython(path, "getxattr(path, '" + kName + "')")};
-    };
-    const auto writers = [=]() -> std::vector<Contender> {
-        std::ofstream(path).flush();
-        const auto write = [=] {
-            bool success = false;
-            ExtendedAttributes::Write(path, kName, kValue, success);
-            return success;
-        };
-        return {Looped("ours", write), Looped("libattr", [=] { return WriteByLibattr(path); }),
-                Looped("GIO", [=] { return WriteByGio(path); }),
-                ByPython(path, "setxattr(path, '" + kName + "', b'" + kValue + "')")};
-    };
-    return {{"peers", "read an attribute", 0, kCalls, {}, readers, {}, 0, 0, false},
-            {"peers", "write an attribute", 0, kCalls, {}, writers, {}, 0, 0, false}};
+    return {OnAllPeers(options, "read an attribute", ReadByOurs, ReadByLibattr, ReadByGio,
+                       "getxattr(path, '" + kName + "')"),
+            OnAllPeers(options, "write an attribute", WriteByOurs, WriteByLibattr, WriteByGio,
+                       "setxattr(path, '" + kName + "', b'" + kValue + "')")};
 }
 
 }  // namespace bench

@@ -24,12 +24,15 @@ std::vector<Store> AllStores()
     return stores;
 }
 
+// Uses one store; returns what all stores must agree on.
+using Use = std::function<std::uint64_t(const Store&, const std::string& path)>;
+
 // Work on one store: `prepare` makes what it needs, once or before each run.
 struct Work {
     std::string what;
-    std::function<void(const Store&, const std::string& path)> prepare;
+    Use prepare;
     bool prepareEachTime;
-    std::function<std::uint64_t(const Store&, const std::string& path)> run;
+    Use run;
 };
 
 Workload OnAllStores(const Options& options, const Data& data, const Work& work, std::uint64_t operations)
@@ -68,31 +71,27 @@ std::vector<std::uint64_t> RandomTimes(const Data& data)
 std::vector<Workload> StoreWorkloads(const Options& options, std::uint64_t recordSize)
 {
     const Data data = {recordSize, options.bytes / recordSize, std::string(recordSize - 16, 'p')};
-    const auto nothing = [](const Store&, const std::string&) {};
-    const auto writeHalf = [=](const Store& store, const std::string& path) {
-        store.write(path, data, 0, data.count / 2);
+    const auto write = [=](std::uint64_t first, std::uint64_t last) -> Use {
+        return [=](const Store& store, const std::string& path) { return store.write(path, data, first, last); };
     };
-    const auto writeAll = [=](const Store& store, const std::string& path) { store.write(path, data, 0, data.count); };
+    const Use nothing = [](const Store&, const std::string&) { return 0; };
+    const Use readAll = [=](const Store& store, const std::string& path) { return store.readAll(path, data); };
     const auto times = std::make_shared<std::vector<std::uint64_t>>(RandomTimes(data));
-    const Work write = {"write", nothing, true, [=](const Store& store, const std::string& path) {
-                            return store.write(path, data, 0, data.count);
-                        }};
-    const Work append = {"reopen half, append half", writeHalf, true, [=](const Store& store, const std::string& path) {
-                             return store.write(path, data, data.count / 2, data.count);
-                         }};
-    const Work readAll = {"read in order", writeAll, false,
-                          [=](const Store& store, const std::string& path) { return store.readAll(path, data); }};
-    const Work readAt = {"read at random", writeAll, false,
-                         [=](const Store& store, const std::string& path) { return store.readAt(path, data, *times); }};
-    return {OnAllStores(options, data, write, data.count), OnAllStores(options, data, append, data.count / 2),
-            OnAllStores(options, data, readAll, data.count), OnAllStores(options, data, readAt, times->size())};
+    const Use readAt = [=](const Store& store, const std::string& path) { return store.readAt(path, data, *times); };
+    const std::uint64_t all = data.count;
+    const std::uint64_t half = all / 2;
+    return {
+        OnAllStores(options, data, {"write", nothing, true, write(0, all)}, all),
+        OnAllStores(options, data, {"reopen half, append half", write(0, half), true, write(half, all)}, all - half),
+        OnAllStores(options, data, {"read in order", write(0, all), false, readAll}, all),
+        OnAllStores(options, data, {"read at random", write(0, all), false, readAt}, times->size())};
 }
 
 Workload SmallStores(const Options& options)
 {
     const Data data = {1024, 16, std::string(1024 - 16, 'p')};
     const std::uint64_t stores = options.quick ? 10 : 50;
-    const auto folder = [](const Store&, const std::string& path) { std::filesystem::create_directory(path); };
+    const Use folder = [](const Store&, const std::string& path) { return std::filesystem::create_directory(path); };
     const Work work = {std::to_string(stores) + " stores of 16", folder, true,
                        [=](const Store& store, const std::string& path) {
                            std::uint64_t accepted = 0;
@@ -119,7 +118,7 @@ void MeasurePeers(Options options)
         throw std::invalid_argument("the work is done as a whole, not by workloads");
     }
     if (options.processorTime) {
-        throw std::runtime_error("some stores work in threads or processes of their own: only time is fair");
+        throw std::runtime_error("some stores work in threads or processes of their own: only elapsed time is fair");
     }
     const std::uint64_t bytes = options.bytes;
     for (const std::uint64_t recordSize : {64U, 1024U}) {
