@@ -4,13 +4,17 @@
 #include <cstdint>
 #include <cstring>
 #include <locale>
+#include <new>
+#include <ostream>
 #include <source_location>
-#include <sstream>
+#include <streambuf>
 #include <string>
+#include <utility>
 
 #include "tarn/cv/logging/Logger.h"
 
-// Internal to the library: how its log records are made. Levels are the platform's numbers, larger is more important.
+// Internal to the library: how it makes texts and log entries. Levels are the platform's numbers; larger is more
+// important.
 namespace Corvane::File {
 
 constexpr std::int32_t kDebugLevel = 10;
@@ -18,23 +22,61 @@ constexpr std::int32_t kInfoLevel = 20;
 constexpr std::int32_t kErrorLevel = 40;
 constexpr std::int32_t kFatalLevel = 50;
 
-// The system's reason for the call that has just failed. Called before anything else can change errno.
+// The system's reason for the call that has just failed. Call it before anything else can change errno.
 inline std::string SystemReason()
 {
     return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): glibc keeps a text for each thread
 }
 
-// The parts printed one after the other; numbers come out the same whatever locale the program has set.
+// Collects what is printed. A stream swallows what its buffer throws, so a text whose allocation failed would end in
+// the middle: Take throws std::bad_alloc instead. A std::ostringstream that rethrows was rejected, because it also
+// throws when a platform's operator leaves the stream failed; that gives the text so far.
+class TextBuffer : public std::streambuf {
+public:
+    std::string Take()
+    {
+        if (failed_) {
+            throw std::bad_alloc();
+        }
+        return std::move(text_);
+    }
+
+private:
+    int_type overflow(int_type character) override
+    {
+        const char byte = traits_type::to_char_type(character);
+        return xsputn(&byte, 1) == 1 ? traits_type::not_eof(character) : traits_type::eof();
+    }
+
+    std::streamsize xsputn(const char* text, std::streamsize size) override
+    {
+        try {
+            text_.append(text, static_cast<std::size_t>(size));
+        } catch (const std::bad_alloc&) {
+            failed_ = true;
+            return 0;
+        }
+        return size;
+    }
+
+    std::string text_;
+    bool failed_ = false;
+};
+
+// The parts printed one after the other. Numbers look the same whatever locale the program has set. Throws
+// std::bad_alloc.
 template <typename... Parts>
 std::string Join(const Parts&... parts)
 {
-    std::ostringstream stream;
+    TextBuffer buffer;
+    std::ostream stream(&buffer);
     stream.imbue(std::locale::classic());
     (stream << ... << parts);
-    return stream.str();
+    return buffer.Take();
 }
 
-// Issues the record that makeText() returns, naming the caller's line. The text is made only if the level allows it.
+// Issues one log entry with the text that makeText() returns, and names the caller's line. Calls makeText only if the
+// logger's level allows the entry.
 template <typename MakeText>
 void Log(tarn::cv::logging::Logger& logger, std::int32_t level, const MakeText& makeText,
          const std::source_location& where = std::source_location::current())
