@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
+#include <sstream>
+#include <system_error>
 #include <utility>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "Corvane/File/DataChunkFileAppender.h"
 
 namespace faults {
 
@@ -25,16 +27,12 @@ std::string RecordOf(const DataChunk& chunk)
     return record;
 }
 
-}  // namespace
-
-std::uint64_t Moved(const std::vector<SystemCall>& calls, const std::string& name)
+bool IsReadOnly(const SystemCall& call)
 {
-    std::uint64_t bytes = 0;
-    for (const SystemCall& call : calls) {
-        bytes += call.name == name && call.result > 0 ? static_cast<std::uint64_t>(call.result) : 0;
-    }
-    return bytes;
+    return call.flags == O_RDONLY;
 }
+
+}  // namespace
 
 AppenderScenario::AppenderScenario(AppenderSetup setup) : setup_(std::move(setup)), path_(folder_ / "a")
 {
@@ -54,7 +52,9 @@ AppenderScenario::AppenderScenario(AppenderSetup setup) : setup_(std::move(setup
     for (const ChunkSetup& chunk : setup_.appended) {
         auto made = MakeChunk(chunk.time, chunk.size);
         std::string record = RecordOf(*made);
-        chunks_.push_back({std::move(made), std::move(record), chunk.time, End::kThrown});
+        std::ostringstream printed;
+        printed << made->GetTimePoint();
+        chunks_.push_back({std::move(made), std::move(record), printed.str(), chunk.time, End::kThrown});
     }
 }
 
@@ -69,20 +69,29 @@ void AppenderScenario::Prepare()
 void AppenderScenario::Run()
 {
     constructed_ = false;
-    try {
+    flushThrew_ = false;
+    Try([this] {
         DataChunkFileAppender appender(path_, !file_.empty(), setup_.maxSize);
         constructed_ = true;
-        for (Chunk& chunk : chunks_) {
-            chunk.end = End::kThrown;
-            for (int attempt = 0; attempt < 2 && chunk.end == End::kThrown; ++attempt) {
-                try {
-                    chunk.end = appender.Append(*chunk.chunk) ? End::kHeld : End::kRefused;
-                } catch (...) {  // NOLINT(bugprone-empty-catch): this chunk's end tells
-                }
-            }
+        AppendAll(appender);
+        if (setup_.flushed) {
+            flushThrew_ = true;
+            Try([&] {
+                appender.Flush();
+                flushThrew_ = false;
+            });
         }
         timePoints_ = appender.GetTimePoints().size();
-    } catch (...) {  // NOLINT(bugprone-empty-catch): constructed_ tells
+    });
+}
+
+void AppenderScenario::AppendAll(DataChunkFileAppender& appender)
+{
+    for (Chunk& chunk : chunks_) {
+        chunk.end = End::kThrown;
+        for (int attempt = 0; attempt < 2 && chunk.end == End::kThrown; ++attempt) {
+            Try([&] { chunk.end = appender.Append(*chunk.chunk) ? End::kHeld : End::kRefused; });
+        }
     }
 }
 
@@ -94,10 +103,21 @@ bool AppenderScenario::Recovered() const
 
 bool AppenderScenario::Succeeded() const
 {
-    return constructed_ && Recovered();
+    return constructed_ && Recovered() && thrown.empty();
 }
 
-// Of the stored records, those that are good and lie within the bytes that could be loaded.
+// The bytes that reopening could load; a file that cannot be read to its end counts as empty.
+std::uint64_t AppenderScenario::Loaded(const Calls& calls) const
+{
+    bool failed = calls.empty();
+    for (const SystemCall& call : calls) {
+        const bool loads = call.name == "read" || call.name == "fstat" || (call.name == "open" && IsReadOnly(call));
+        failed = loads ? call.result == -1 : failed;  // an interrupted read is repeated
+    }
+    return failed ? 0 : Moved(calls, "read");
+}
+
+// The stored records that are good and lie within the loaded bytes.
 std::uint64_t AppenderScenario::GoodRecords(std::uint64_t loaded) const
 {
     return static_cast<std::uint64_t>(std::upper_bound(ends_.begin(), ends_.end(), loaded) - ends_.begin());
@@ -126,21 +146,88 @@ std::string AppenderScenario::ExpectedImage(std::uint64_t loaded) const
     return image;
 }
 
-void AppenderScenario::Check(const std::vector<SystemCall>& calls) const
+AppenderScenario::Lines AppenderScenario::ConstructionLines(std::uint64_t loaded) const
 {
-    if (!constructed_) {
-        EXPECT_EQ(std::filesystem::exists(path_), !file_.empty());
-        EXPECT_TRUE(file_.empty() || support::ReadFile(path_) == file_);
-        for (const SystemCall& call : calls) {
-            EXPECT_TRUE(call.name != "open" || call.result == -1 || call.flags == O_RDONLY) << call.flags;
-        }
-        return;
+    if (file_.empty() || loaded < kHeaderSize) {
+        return {};
     }
-    const std::uint64_t loaded = Moved(calls, "read");
-    const std::string image = ExpectedImage(loaded);
-    const std::uint64_t accepted = Moved(calls, "write");
-    EXPECT_TRUE(support::ReadFile(path_) ==
-                image.substr(0, accepted) + (accepted < file_.size() ? file_.substr(accepted) : std::string()));
+    const std::uint64_t count = setup_.stored.size();
+    const std::uint64_t good = GoodRecords(loaded);
+    Lines lines = {"20 In file " + path_ + ": we discovered " + std::to_string(count) + " chunks from version 2"};
+    if (good < count) {
+        lines.push_back("40 Chunk " + std::to_string(good) + " in file " + path_ + " of " + std::to_string(count) +
+                        " chunks is not good. We skip the remaining " + std::to_string(count - 1 - good) + " chunks");
+    }
+    return lines;
+}
+
+// All log entries of an appender that was constructed.
+AppenderScenario::Lines AppenderScenario::ExpectedLines(const Calls& calls) const
+{
+    Lines lines = ConstructionLines(Loaded(calls));
+    for (const Chunk& chunk : chunks_) {
+        if (chunk.end == End::kRefused) {
+            lines.push_back("50 TimePoint " + chunk.printed + " has already been appended");
+        }
+    }
+    bool entryMissing = flushThrew_;
+    for (const SystemCall& call : calls) {
+        const bool whole = call.name != "write" || call.result == static_cast<std::int64_t>(call.size);
+        if (!whole && !std::exchange(entryMissing, false)) {
+            lines.push_back("50 Could not write " + std::to_string(call.size) +
+                            "B. Wrote instead: " + std::to_string(call.result));
+        }
+    }
+    return lines;
+}
+
+// What the constructor must throw after these calls; empty: nothing.
+std::string AppenderScenario::ConstructionFailure(const Calls& calls) const
+{
+    const std::uint64_t loaded = Loaded(calls);
+    if (!file_.empty() && loaded < kHeaderSize) {
+        return "std::runtime_error: DataChunkFileAppender: file " + path_ + " has content of only " +
+               std::to_string(loaded) + " bytes. 16is the minimum expected";
+    }
+    for (const SystemCall& call : calls) {
+        if (call.name == "open" && !IsReadOnly(call) && call.result == -1) {
+            return "std::runtime_error: DataChunkFileAppender could not open file " + path_ + ": " +
+                   std::generic_category().message(call.error);
+        }
+    }
+    return {};
+}
+
+// The constructor threw: for the file's sake or for want of memory.
+void AppenderScenario::CheckRefused(const Traces& traces) const
+{
+    const bool interrupted = traces.fault.allocation || traces.fault.collaborator || MemoryRefused(traces.calls);
+    ASSERT_EQ(thrown.size(), 1U);
+    EXPECT_TRUE(interrupted || thrown[0] == ConstructionFailure(traces.calls)) << thrown[0];
+    ExpectLines(traces, ConstructionLines(Loaded(traces.calls)), interrupted);
+    EXPECT_EQ(std::filesystem::exists(path_), !file_.empty());
+    EXPECT_TRUE(file_.empty() || support::ReadFile(path_) == file_);
+    for (const SystemCall& call : traces.calls) {
+        EXPECT_TRUE(call.name != "open" || call.result == -1 || IsReadOnly(call)) << call.flags;
+    }
+}
+
+// Each write goes where the last one ended.
+void AppenderScenario::CheckFile(const Calls& calls) const
+{
+    const std::string image = ExpectedImage(Loaded(calls));
+    std::string file;
+    for (const SystemCall& call : calls) {
+        if (call.name == "write" && call.result > 0) {
+            file += image.substr(0, static_cast<std::size_t>(call.result));
+        }
+    }
+    file += file.size() < file_.size() ? file_.substr(file.size()) : std::string();
+    EXPECT_TRUE(support::ReadFile(path_) == file);
+}
+
+void AppenderScenario::CheckTimePoints(std::uint64_t loaded) const
+{
     std::set<std::int64_t> times;
     for (std::size_t i = 0; i < GoodRecords(loaded); ++i) {
         times.insert(setup_.stored[i].time);
@@ -152,6 +239,19 @@ void AppenderScenario::Check(const std::vector<SystemCall>& calls) const
         }
     }
     EXPECT_EQ(timePoints_, times.size());
+}
+
+void AppenderScenario::Check(const Traces& traces) const
+{
+    if (!constructed_) {
+        CheckRefused(traces);
+        return;
+    }
+    const bool mayThrow = traces.fault.allocation || traces.fault.collaborator || MemoryRefused(traces.calls);
+    EXPECT_TRUE(mayThrow || thrown.empty()) << testing::PrintToString(thrown);
+    ExpectLines(traces, ExpectedLines(traces.calls), false);
+    CheckFile(traces.calls);
+    CheckTimePoints(Loaded(traces.calls));
 }
 
 std::vector<AppenderSetup> AppenderSetups()
@@ -174,6 +274,7 @@ std::vector<AppenderSetup> AppenderSetups()
         {"ReopenDamagedBounded", stored, 2, 20'000, more},
         {"ReopenDamagedUnbounded", stored, 1, 0, more},
         {"ReopenDamagedMapped", storedLarge, 2, 0, more},
+        {"ReopenDamagedFlushed", stored, 2, 20'000, more, true},
     };
 }
 

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
+#include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/Pellin/DataChunk.h"
 #include "faults/Scenario.h"
 #include "support/Files.h"
@@ -14,7 +16,7 @@ namespace faults {
 
 using Corvane::Pellin::DataChunk;
 
-// The platform's chunk at this time, whose record has so many bytes.
+// The platform's chunk with this time and a record of `size` bytes.
 std::unique_ptr<DataChunk> MakeChunk(std::int64_t time, std::uint64_t size);
 
 struct ChunkSetup {
@@ -28,16 +30,22 @@ struct AppenderSetup {
     std::optional<std::size_t> bad;    // which of them is damaged
     std::uint64_t maxSize;             // 0: unbounded
     std::vector<ChunkSetup> appended;  // a time that is already there is refused
+    bool flushed = false;              // by a call, before the destructor
 };
 
-// An appender is constructed (reopening the file, if there is one), gets chunks and is destroyed.
+inline void PrintTo(const AppenderSetup& setup, std::ostream* stream)
+{
+    *stream << setup.name;
+}
+
+// An appender is constructed (reopening the file, if there is one), takes chunks and is destroyed.
 class AppenderScenario : public Scenario {
 public:
     explicit AppenderScenario(AppenderSetup setup);
 
     void Prepare() override;
     void Run() override;
-    void Check(const std::vector<support::SystemCall>& calls) const override;
+    void Check(const Traces& traces) const override;
     bool Succeeded() const override;
     bool Recovered() const override;
 
@@ -46,24 +54,37 @@ private:
     struct Chunk {
         std::unique_ptr<DataChunk> chunk;
         std::string record;
+        std::string printed;  // its time point
         std::int64_t time;
         End end;
     };
 
+    using Lines = std::vector<std::string>;
+    using Calls = std::vector<support::SystemCall>;
+
+    void AppendAll(Corvane::File::DataChunkFileAppender& appender);
+    std::uint64_t Loaded(const Calls& calls) const;
     std::uint64_t GoodRecords(std::uint64_t loaded) const;
     std::string ExpectedImage(std::uint64_t loaded) const;
+    Lines ConstructionLines(std::uint64_t loaded) const;
+    Lines ExpectedLines(const Calls& calls) const;
+    std::string ConstructionFailure(const Calls& calls) const;
+    void CheckRefused(const Traces& traces) const;
+    void CheckFile(const Calls& calls) const;
+    void CheckTimePoints(std::uint64_t loaded) const;
 
     AppenderSetup setup_;
     support::TemporaryFolder folder_;
     std::string path_;
-    std::vector<std::uint64_t> ends_;  // byte positions behind the stored records that are good
+    std::vector<std::uint64_t> ends_;  // the end positions of the good stored records
     std::string file_;                 // before
     std::vector<Chunk> chunks_;
     bool constructed_ = false;
+    bool flushThrew_ = false;
     std::size_t timePoints_ = 0;
 };
 
-// The appenders that are put to the test.
+// The appenders under test.
 std::vector<AppenderSetup> AppenderSetups();
 
 }  // namespace faults

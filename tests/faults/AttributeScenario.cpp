@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <new>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "Corvane/File/ExtendedAttributes.h"
@@ -39,6 +39,11 @@ void Store(int fd, const std::string& name, std::string_view value)
     }
 }
 
+std::string Target(const char* joint, bool byFd, const AttributeWork& work)
+{
+    return joint + (byFd ? std::to_string(work.fd) : work.path);
+}
+
 }  // namespace
 
 AttributeScenario::AttributeScenario(AttributeOperation operation) : operation_(std::move(operation))
@@ -63,13 +68,12 @@ void AttributeScenario::Run()
 {
     end_ = End::kThrown;
     work_.success = false;
-    try {
+    Try([this] {
         operation_.call(work_);
         end_ = work_.success ? End::kSuccess : End::kFailure;
-    } catch (const std::runtime_error&) {
+    });
+    if (!thrown.empty() && thrown[0] != "std::bad_alloc") {
         end_ = End::kFailure;
-    } catch (const std::bad_alloc&) {
-        end_ = End::kThrown;
     }
 }
 
@@ -83,30 +87,53 @@ bool AttributeScenario::Recovered() const
     return true;  // nothing is done twice: each call stands alone
 }
 
-void AttributeScenario::Check(const std::vector<SystemCall>& calls) const
+// The log entries and the exception: none without a failed call, which is always the last one.
+void AttributeScenario::CheckReport(const Traces& traces) const
 {
+    std::vector<std::string> lines;
+    std::vector<std::string> exceptions;
+    if (!traces.calls.empty() && traces.calls.back().result == -1) {
+        const std::string reason = std::generic_category().message(traces.calls.back().error);
+        lines.push_back("10 " + operation_.text(work_, traces.calls.size() == 1) + ": " + reason);
+        if (operation_.thrownText) {
+            lines.push_back("40 " + operation_.thrownText(work_));
+            exceptions.push_back("std::runtime_error: " + operation_.thrownText(work_));
+        }
+    }
+    ExpectLines(traces, lines, traces.fault.allocation);
+    EXPECT_EQ(thrown, traces.fault.allocation ? std::vector<std::string>{"std::bad_alloc"} : exceptions);
+}
+
+void AttributeScenario::Check(const Traces& traces) const
+{
+    const auto& calls = traces.calls;
     const bool allowed =
         std::all_of(calls.begin(), calls.end(), [](const SystemCall& call) { return call.result >= 0; });
     EXPECT_TRUE(end_ == End::kThrown || (end_ == End::kSuccess) == allowed);
     EXPECT_EQ(Stored(work_.fd, "user.first"),
               operation_.changes && allowed ? std::string_view(operation_.valueAfter) : kOldValue);
     EXPECT_EQ(Stored(work_.fd, "user.second"), "2");
-    if (end_ != End::kSuccess || operation_.changes) {
+    CheckReport(traces);
+    if (end_ == End::kSuccess && !operation_.changes) {
+        CheckResult(calls);
+    }
+}
+
+void AttributeScenario::CheckResult(const std::vector<SystemCall>& calls) const
+{
+    const auto size = static_cast<std::size_t>(calls.at(0).result);
+    if (calls.at(0).name != "listxattr") {
+        EXPECT_EQ(work_.value, kOldValue.substr(0, size));
         return;
     }
-    const auto size = static_cast<std::size_t>(calls.at(0).result);
-    if (calls.at(0).name == "listxattr") {
-        std::set<std::string> names = work_.names;
-        std::erase_if(names, [](const std::string& name) { return name.rfind("user.", 0) != 0; });  // the system's
-        const std::set<std::string> all = {"user.first", "user.second"};
-        EXPECT_TRUE(std::includes(all.begin(), all.end(), names.begin(), names.end()));
-        const bool whole = std::all_of(calls.begin(), calls.end(), [this](const SystemCall& call) {
-            return static_cast<std::size_t>(call.result) >= listSize_;
-        });
-        EXPECT_TRUE(names == all || !whole);
-    } else {
-        EXPECT_EQ(work_.value, kOldValue.substr(0, size));
-    }
+    std::set<std::string> names = work_.names;
+    std::erase_if(names, [](const std::string& name) { return name.rfind("user.", 0) != 0; });  // the system's
+    const std::set<std::string> all = {"user.first", "user.second"};
+    EXPECT_TRUE(std::includes(all.begin(), all.end(), names.begin(), names.end()));
+    const bool whole = std::all_of(calls.begin(), calls.end(), [this](const SystemCall& call) {
+        return static_cast<std::size_t>(call.result) >= listSize_;
+    });
+    EXPECT_TRUE(names == all || !whole);
 }
 
 std::vector<AttributeOperation> AttributeOperations()
@@ -118,21 +145,74 @@ std::vector<AttributeOperation> AttributeOperations()
             work.success = true;
         };
     };
+    const auto read = [](const char* joint, bool byFd) {
+        return [joint, byFd](const Work& work, bool afterFirst) {
+            return "Cannot get " + std::string(afterFirst ? "size" : "value") + " for xattr " + work.name +
+                   Target(joint, byFd, work);
+        };
+    };
+    const auto readOrThrow = [](const char* joint, bool byFd) {
+        return [joint, byFd](const Work& work) {
+            return "Cannot get value of xattr " + work.name + Target(joint, byFd, work);
+        };
+    };
+    const auto list = [](const Work& work, bool afterFirst) {
+        return "Cannot get xattr list" + std::string(afterFirst ? " size" : "") + " for " + work.path;
+    };
+    const auto listOrThrow = [](const Work& work) { return "Cannot get xattr list for " + work.path; };
+    const auto write = [](const char* joint, bool byFd) {
+        return [joint, byFd](const Work& work, bool = true) {
+            return "Cannot set " + work.name + " to " + work.newValue + Target(joint, byFd, work);
+        };
+    };
+    const auto remove = [](const Work& work, bool = true) { return "Cannot remove " + work.name + " on " + work.path; };
     const std::string another = Work().newValue;
     return {
-        {"ReadByFd", false, {}, [](Work& w) { w.value = ExtendedAttributes::Read(w.fd, w.name, w.success); }},
-        {"ReadByFdOrThrow", false, {}, throws([](Work& w) { w.value = ExtendedAttributes::Read(w.fd, w.name); })},
-        {"Read", false, {}, [](Work& w) { w.value = ExtendedAttributes::Read(w.path, w.name, w.success); }},
-        {"ReadOrThrow", false, {}, throws([](Work& w) { w.value = ExtendedAttributes::Read(w.path, w.name); })},
-        {"List", false, {}, [](Work& w) { w.names = ExtendedAttributes::List(w.path, w.success); }},
-        {"ListOrThrow", false, {}, throws([](Work& w) { w.names = ExtendedAttributes::List(w.path); })},
-        {"WriteByFd", true, another, [](Work& w) { ExtendedAttributes::Write(w.fd, w.name, w.newValue, w.success); }},
+        {"ReadByFd",
+         false,
+         {},
+         [](Work& w) { w.value = ExtendedAttributes::Read(w.fd, w.name, w.success); },
+         read(" on fd ", true)},
+        {"ReadByFdOrThrow",
+         false,
+         {},
+         throws([](Work& w) { w.value = ExtendedAttributes::Read(w.fd, w.name); }),
+         read(" on fd ", true),
+         readOrThrow(" on fd ", true)},
+        {"Read",
+         false,
+         {},
+         [](Work& w) { w.value = ExtendedAttributes::Read(w.path, w.name, w.success); },
+         read(" of ", false)},
+        {"ReadOrThrow",
+         false,
+         {},
+         throws([](Work& w) { w.value = ExtendedAttributes::Read(w.path, w.name); }),
+         read(" of ", false),
+         readOrThrow(" of ", false)},
+        {"List", false, {}, [](Work& w) { w.names = ExtendedAttributes::List(w.path, w.success); }, list},
+        {"ListOrThrow",
+         false,
+         {},
+         throws([](Work& w) { w.names = ExtendedAttributes::List(w.path); }),
+         list,
+         listOrThrow},
+        {"WriteByFd", true, another, [](Work& w) { ExtendedAttributes::Write(w.fd, w.name, w.newValue, w.success); },
+         write(" on ", true)},
         {"WriteByFdOrThrow", true, another,
-         throws([](Work& w) { ExtendedAttributes::Write(w.fd, w.name, w.newValue); })},
-        {"Write", true, another, [](Work& w) { ExtendedAttributes::Write(w.path, w.name, w.newValue, w.success); }},
-        {"WriteOrThrow", true, another, throws([](Work& w) { ExtendedAttributes::Write(w.path, w.name, w.newValue); })},
-        {"Remove", true, {}, [](Work& w) { ExtendedAttributes::Remove(w.path, w.name, w.success); }},
-        {"RemoveOrThrow", true, {}, throws([](Work& w) { ExtendedAttributes::Remove(w.path, w.name); })},
+         throws([](Work& w) { ExtendedAttributes::Write(w.fd, w.name, w.newValue); }), write(" on ", true),
+         write(" on ", true)},
+        {"Write", true, another, [](Work& w) { ExtendedAttributes::Write(w.path, w.name, w.newValue, w.success); },
+         write(" on ", false)},
+        {"WriteOrThrow", true, another, throws([](Work& w) { ExtendedAttributes::Write(w.path, w.name, w.newValue); }),
+         write(" on ", false), write(" on ", false)},
+        {"Remove", true, {}, [](Work& w) { ExtendedAttributes::Remove(w.path, w.name, w.success); }, remove},
+        {"RemoveOrThrow",
+         true,
+         {},
+         throws([](Work& w) { ExtendedAttributes::Remove(w.path, w.name); }),
+         remove,
+         remove},
     };
 }
 

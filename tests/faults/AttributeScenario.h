@@ -10,7 +10,7 @@
 
 namespace faults {
 
-// What an operation on attributes is given, and what it gives back.
+// The arguments and results of an operation on attributes.
 struct AttributeWork {
     std::string path;
     int fd = -1;
@@ -24,8 +24,11 @@ struct AttributeWork {
 struct AttributeOperation {
     std::string name;
     bool changes;            // the attribute
-    std::string valueAfter;  // if it does: the value; empty: it is gone
+    std::string valueAfter;  // if it changes the attribute; empty: it removes it
     std::function<void(AttributeWork&)> call;
+    // What it says of a failure: logged with the reason, after the first call or the second; thrown, or empty.
+    std::function<std::string(const AttributeWork&, bool afterFirst)> text;
+    std::function<std::string(const AttributeWork&)> thrownText = {};
 };
 
 // One of the twelve operations on a file with two attributes.
@@ -36,12 +39,15 @@ public:
 
     void Prepare() override;
     void Run() override;
-    void Check(const std::vector<support::SystemCall>& calls) const override;
+    void Check(const Traces& traces) const override;
     bool Succeeded() const override;
     bool Recovered() const override;
 
 private:
-    enum class End { kSuccess, kFailure, kThrown };  // kThrown: memory was short
+    enum class End { kSuccess, kFailure, kThrown };  // kThrown: std::bad_alloc
+
+    void CheckReport(const Traces& traces) const;
+    void CheckResult(const std::vector<support::SystemCall>& calls) const;
 
     AttributeOperation operation_;
     support::TemporaryFolder folder_;
@@ -50,7 +56,6 @@ private:
     End end_ = End::kThrown;
 };
 
-// The twelve.
 std::vector<AttributeOperation> AttributeOperations();
 
 }  // namespace faults

@@ -14,17 +14,22 @@ std::unique_ptr<DataChunk> MakeChunk(std::int64_t time, std::uint64_t size)
     return std::make_unique<DataChunk>(time, size);
 }
 
+std::vector<std::string> TakeLogLines()
+{
+    tarn::cv::logging::Logger& logger = *tarn::cv::logging::LoggingManager::logger;
+    std::vector<std::string> lines = logger.Lines();
+    logger.entries.clear();
+    return lines;
+}
+
 namespace {
 
 using Corvane::Time::TimePoint;
 using tarn::cv::logging::LoggingManager;
 
-// What a collaborator throws.
-struct Thrown {};
-
 class CollaboratorFaults : public testing::TestWithParam<AppenderSetup> {
 protected:
-    // This collaborator's operation throws at its k-th use, for every k.
+    // The operation throws at its k-th use, for every k.
     void ThrowAtEveryUse(const std::string& who, std::function<void()>& operation)
     {
         bool thrown = false;
@@ -34,12 +39,12 @@ protected:
                 const std::uint64_t use = uses++;
                 if (use == nth || (persistently && use > nth)) {
                     thrown = true;
-                    throw Thrown();
+                    throw CollaboratorFault();
                 }
             };
         };
         const std::uint64_t before = matrix_.Cases();
-        matrix_.FailEveryUse(who, fail, [&] {
+        matrix_.FailCollaborator(who, fail, [&] {
             operation = nullptr;
             return thrown;
         });
@@ -58,9 +63,10 @@ TEST_P(CollaboratorFaults, OfEveryOperationAreSurvived)
     ThrowAtEveryUse("Write", DataChunk::onWrite);
     ThrowAtEveryUse("TimePoint's copying", TimePoint::onCopy);
     ThrowAtEveryUse("operator<", TimePoint::onCompare);
-    ThrowAtEveryUse("look-up of the logger", LoggingManager::onLookUp);
+    ThrowAtEveryUse("lookup of the logger", LoggingManager::onLookUp);
     ThrowAtEveryUse("Log", platform_.logger.onLog);
     ThrowAtEveryUse("GetCurrentLevel", platform_.logger.onLevel);
+    ThrowAtEveryUse("TimePoint's printing", TimePoint::onPrint);
     if (!GetParam().stored.empty()) {
         ThrowAtEveryUse("ReadFrom", DataChunk::onReadFrom);
     }
@@ -74,7 +80,7 @@ TEST_P(CollaboratorFaults, OfTheAllocatorAreSurvived)
     std::cout << matrix_.Cases() << " faults\n";
 }
 
-// Collaborators see no difference between large images: one of each kind will do.
+// Collaborators see no difference between large images: one of each kind is enough.
 std::vector<AppenderSetup> Setups()
 {
     std::vector<AppenderSetup> setups;

@@ -56,8 +56,8 @@ const std::map<std::string, std::vector<int>>& Errors()
     return errors;
 }
 
-// The call fails, and yet, where Linux does so, has its effect: a descriptor is closed whatever close() says. A signal
-// may interrupt a call often, but not for ever. Mappings that could not be unmapped come back for later.
+// The call fails. As on Linux, close() closes the descriptor all the same. A signal interrupts a read four times at most
+// in a row. A mapping that munmap() refused goes into unmapLater.
 SystemCalls::Action FailWith(int error, std::map<void*, std::uint64_t>& unmapLater)
 {
     constexpr int kSignals = 5;
@@ -87,6 +87,17 @@ bool IsAttributeQuery(const SystemCall& call)
     return call.name == "getxattr" || call.name == "fgetxattr" || call.name == "listxattr";
 }
 
+bool IsWrite(const SystemCall& call)
+{
+    return call.name == "write";
+}
+
+// Whether the library reports the call's failure with a text and makes the call once.
+bool IsReported(const SystemCall& call)
+{
+    return call.name == "open" || call.name == "fstat" || IsWrite(call) || call.name.find("xattr") != std::string::npos;
+}
+
 // The kinds of results that are short of `size`.
 struct Shortening {
     const char* name;
@@ -99,7 +110,7 @@ constexpr std::array kShortenings = {
     Shortening{"all but one byte", [](std::uint64_t size) { return size - std::min<std::uint64_t>(size, 1); }},
 };
 
-// Bytes of memory mapped by others than malloc, which is told to leave mmap alone.
+// Bytes of memory mapped by others than malloc, which mallopt keeps from using mmap.
 std::uint64_t MappedBytes()
 {
     std::uint64_t bytes = 0;
@@ -112,7 +123,7 @@ std::uint64_t MappedBytes()
     return support::kSanitized ? 0 : bytes;  // sanitizers map what they like
 }
 
-// Moves only so many bytes, or makes an attribute call and returns less than the system did.
+// Moves `size` bytes at most, or makes an attribute call and returns at most `size`.
 std::int64_t Shortened(const SystemCall& call, std::uint64_t size)
 {
     void* const buffer = const_cast<void*>(call.buffer);
@@ -149,61 +160,78 @@ Matrix::Matrix(Scenario& scenario) : scenario_(scenario), mapped_(0)
     calls_ = RunUndisturbed();
 }
 
-std::vector<SystemCall> Matrix::RunUndisturbed()
+Traces Matrix::Run(const std::function<void(SystemCalls&)>& before, const std::function<void(SystemCalls&)>& after)
 {
     scenario_.Prepare();
-    std::vector<SystemCall> calls;
-    {
-        const SystemCalls system;
-        scenario_.Run();
-        calls = system.Calls();
-    }
-    EXPECT_TRUE(scenario_.Succeeded());
-    scenario_.Check(calls);
-    return calls;
+    scenario_.thrown.clear();
+    TakeLogLines();
+    Traces traces;
+    SystemCalls system;
+    before(system);
+    scenario_.Run();
+    after(system);
+    traces.calls = system.Calls();
+    traces.lines = TakeLogLines();
+    return traces;
 }
 
-void Matrix::CheckAfter(bool persistently, const std::vector<SystemCall>& calls)
+std::vector<SystemCall> Matrix::RunUndisturbed()
+{
+    const Traces traces = Run([](SystemCalls&) {}, [](SystemCalls&) {});
+    EXPECT_TRUE(scenario_.Succeeded());
+    scenario_.Check(traces);
+    return traces.calls;
+}
+
+// Neither a failed allocation nor a collaborator's exception is swallowed, and once is once.
+void Matrix::CheckThrown(const Fault& fault) const
+{
+    const std::string expected = fault.allocation ? "std::bad_alloc" : "CollaboratorFault";
+    const auto number = std::count(scenario_.thrown.begin(), scenario_.thrown.end(), expected);
+    EXPECT_GE(number, 1);
+    EXPECT_TRUE(fault.persistently || number == 1) << number;
+    EXPECT_EQ(static_cast<std::size_t>(number), scenario_.thrown.size()) << testing::PrintToString(scenario_.thrown);
+}
+
+void Matrix::CheckAfter(const Traces& traces)
 {
     ++cases_;
     for (const auto& [address, size] : std::exchange(unmapLater_, {})) {
         ::munmap(address, size);
     }
-    scenario_.Check(calls);
-    EXPECT_TRUE(persistently || scenario_.Recovered());
+    scenario_.Check(traces);
+    if (traces.fault.allocation || traces.fault.collaborator) {
+        CheckThrown(traces.fault);
+    }
+    EXPECT_TRUE(traces.fault.persistently || scenario_.Recovered());
     EXPECT_EQ(support::OpenDescriptors(), descriptors_);
     EXPECT_EQ(MappedBytes(), mapped_);
     RunUndisturbed();
 }
 
-// Arms something before the scenario's run, and tells after it whether that failed.
-bool Matrix::RunCase(const std::string& what, bool persistently, const Arm& arm, const Disarm& disarm)
+// Arms a fault, runs the scenario and returns whether the fault struck.
+bool Matrix::RunCase(const std::string& what, const Fault& fault, const Arm& arm, const Disarm& disarm)
 {
-    const testing::ScopedTrace trace(__FILE__, __LINE__, what + (persistently ? ", from then on" : ", once"));
-    scenario_.Prepare();
-    std::vector<SystemCall> calls;
-    bool failed = false;
-    {
-        SystemCalls system;
-        arm(system, persistently);
-        scenario_.Run();
-        failed = disarm(system);
-        calls = system.Calls();
-    }
-    if (failed) {
-        CheckAfter(persistently, calls);
+    const testing::ScopedTrace trace(__FILE__, __LINE__, what + (fault.persistently ? ", from then on" : ", once"));
+    bool struck = false;
+    Traces traces = Run([&](SystemCalls& system) { arm(system, fault.persistently); },
+                        [&](SystemCalls& system) { struck = disarm(system); });
+    if (struck) {
+        traces.fault = fault;
+        CheckAfter(traces);
     } else {
-        EXPECT_TRUE(scenario_.Succeeded());
+        scenario_.Check(traces);
     }
-    return failed;
+    return struck;
 }
 
-// The same for a system call, once and persistently.
+// The same for a system call, once and from then on.
 void Matrix::RunBoth(const std::string& what, const Arm& arm)
 {
     for (const bool persistently : {false, true}) {
         if (!testing::Test::HasFailure()) {  // one is enough to look at
-            EXPECT_TRUE(RunCase(what, persistently, arm, [](SystemCalls& system) { return system.Fired() != 0; }));
+            EXPECT_TRUE(RunCase(what, {.persistently = persistently}, arm,
+                                [](SystemCalls& system) { return system.Fired() != 0; }));
         }
     }
 }
@@ -247,28 +275,58 @@ void Matrix::ShortenSystemCalls()
     }
 }
 
-void Matrix::FailEveryUse(const std::string& who, const std::function<void(std::uint64_t, bool)>& fail,
-                          const std::function<bool()>& disarm)
+void Matrix::FailCollaborator(const std::string& who, const std::function<void(std::uint64_t, bool)>& fail,
+                              const std::function<bool()>& disarm)
 {
     bool failed = true;
     for (std::uint64_t k = 0; failed && !testing::Test::HasFailure(); ++k) {
         for (const bool persistently : {false, true}) {
             failed = RunCase(
-                who + " " + std::to_string(k), persistently, [&](SystemCalls&, bool) { fail(k, persistently); },
-                [&](SystemCalls&) { return disarm(); });
+                who + " " + std::to_string(k), {.collaborator = true, .persistently = persistently},
+                [&](SystemCalls&, bool) { fail(k, persistently); }, [&](SystemCalls&) { return disarm(); });
+        }
+    }
+}
+
+void Matrix::FailAllocationsWith(const std::string& what, const std::function<void(SystemCalls&)>& armAnother)
+{
+    std::optional<support::Allocations> allocations;
+    bool failed = true;
+    for (std::uint64_t k = 0; failed && !testing::Test::HasFailure(); ++k) {
+        for (const bool persistently : {false, true}) {
+            const auto arm = [&](SystemCalls& system, bool) {
+                armAnother(system);
+                allocations.emplace().FailAt(k, persistently);
+            };
+            const auto disarm = [&](SystemCalls&) {
+                failed = allocations->Failed() != 0;
+                allocations.reset();
+                return failed;
+            };
+            RunCase(what + std::to_string(k), {.allocation = true, .persistently = persistently}, arm, disarm);
         }
     }
 }
 
 void Matrix::FailAllocations()
 {
-    std::optional<support::Allocations> allocations;
-    const auto fail = [&](std::uint64_t k, bool persistently) { allocations.emplace().FailAt(k, persistently); };
-    FailEveryUse("allocation", fail, [&] {
-        const bool failed = allocations->Failed() != 0;
-        allocations.reset();
-        return failed;
-    });
+    FailAllocationsWith("allocation ", [](SystemCalls&) {});
+}
+
+void Matrix::FailAllocationsAndCalls()
+{
+    const auto writes = std::count_if(calls_.begin(), calls_.end(), IsWrite);
+    std::map<std::string, std::uint64_t> index;
+    for (const SystemCall& call : calls_) {
+        const std::uint64_t nth = index[call.name]++;
+        const bool last = IsWrite(call) && nth + 1 == static_cast<std::uint64_t>(writes);
+        if (!IsReported(call) || last) {
+            continue;
+        }
+        const int error = Errors().at(call.name)[0];
+        FailAllocationsWith(Describe(call, nth, ::strerrorname_np(error)) + " and allocation ",
+                            [&](SystemCalls& system) { system.On(call.name, nth, FailWith(error, unmapLater_)); });
+    }
 }
 
 }  // namespace faults

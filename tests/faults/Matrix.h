@@ -11,14 +11,13 @@
 
 namespace faults {
 
-// Runs a scenario again and again, each time with one thing that fails, and checks after each time that the scenario's
-// expectations hold, that no descriptor and no memory mapping is left, and that the scenario then works undisturbed.
+// Runs a scenario again and again, each time with one fault or two. After each run the scenario's expectations hold, no
+// descriptor and no memory mapping is left, and the scenario works undisturbed.
 class Matrix {
 public:
     explicit Matrix(Scenario& scenario);
 
-    // Every system call × every error that it could give; where the image is large, two of them: small images show how
-    // each is taken.
+    // Every system call × every error that it could give. For a large image two errors do: small images try them all.
     void FailSystemCalls();
 
     // Every read, write and attribute call × every kind of short result.
@@ -26,10 +25,13 @@ public:
 
     void FailAllocations();
 
-    // Makes someone fail at his k-th use, for every k until there is no such use: fail(k, persistently) arms him, and
-    // disarm() tells whether he failed.
-    void FailEveryUse(const std::string& who, const std::function<void(std::uint64_t, bool)>& fail,
-                      const std::function<bool()>& disarm);
+    // Every allocation while one system call fails too, for every call that is made once and whose failure is reported.
+    // Not the last write: it is the destructor's, whose failed text ends the process.
+    void FailAllocationsAndCalls();
+
+    // Every use of a collaborator: fail(k, persistently) makes the k-th use throw, disarm() says whether it did.
+    void FailCollaborator(const std::string& who, const std::function<void(std::uint64_t, bool)>& fail,
+                          const std::function<bool()>& disarm);
 
     std::uint64_t Cases() const { return cases_; }
 
@@ -37,10 +39,14 @@ private:
     using Arm = std::function<void(support::SystemCalls&, bool persistently)>;
     using Disarm = std::function<bool(support::SystemCalls&)>;
 
+    Traces Run(const std::function<void(support::SystemCalls&)>& before,
+               const std::function<void(support::SystemCalls&)>& after);
     std::vector<support::SystemCall> RunUndisturbed();
-    bool RunCase(const std::string& what, bool persistently, const Arm& arm, const Disarm& disarm);
+    bool RunCase(const std::string& what, const Fault& fault, const Arm& arm, const Disarm& disarm);
     void RunBoth(const std::string& what, const Arm& arm);
-    void CheckAfter(bool persistently, const std::vector<support::SystemCall>& calls);
+    void FailAllocationsWith(const std::string& what, const std::function<void(support::SystemCalls&)>& armAnother);
+    void CheckThrown(const Fault& fault) const;
+    void CheckAfter(const Traces& traces);
 
     Scenario& scenario_;
     std::set<int> descriptors_;

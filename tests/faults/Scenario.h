@@ -1,5 +1,7 @@
 #pragma once
 
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -7,7 +9,24 @@
 
 namespace faults {
 
-// One piece of work that the library does for a program. Whatever fails meanwhile, it is known what must hold after.
+// What a scripted collaborator throws.
+struct CollaboratorFault {};
+
+// What may throw in a run besides the library itself.
+struct Fault {
+    bool allocation = false;
+    bool collaborator = false;
+    bool persistently = false;
+};
+
+// What a run left behind.
+struct Traces {
+    std::vector<support::SystemCall> calls;
+    std::vector<std::string> lines;  // each log entry as "<level> <message>"
+    Fault fault;
+};
+
+// One piece of work that the library does for a program, and what must hold afterwards, whatever failed meanwhile.
 class Scenario {
 public:
     Scenario() = default;
@@ -15,23 +34,54 @@ public:
     Scenario& operator=(const Scenario&) = delete;
     virtual ~Scenario() = default;
 
-    // Puts the files into their state before.
+    // Puts the files into their initial state.
     virtual void Prepare() = 0;
 
-    // Calls the library and nothing else that could fail. Whatever throws is done a second time at most.
+    // Calls the library and nothing else that could fail. A call that throws is made a second time at most.
     virtual void Run() = 0;
 
-    // Expects the results and the files that these calls, with what the kernel answered, allow.
-    virtual void Check(const std::vector<support::SystemCall>& calls) const = 0;
+    // Expects the results, files, exceptions and log entries that the kernel's answers and the fault allow.
+    virtual void Check(const Traces& traces) const = 0;
 
     // Whether all work was done.
     virtual bool Succeeded() const = 0;
 
-    // Whether whatever failed after construction worked when it was done again.
+    // Whether each call that failed after construction worked the second time.
     virtual bool Recovered() const = 0;
+
+    // What the last run's calls threw: "std::bad_alloc", "CollaboratorFault" or "std::runtime_error: <text>".
+    std::vector<std::string> thrown;
+
+protected:
+    // Makes a call of the library and notes what it throws.
+    template <typename Call>
+    void Try(const Call& call)
+    {
+        try {
+            call();
+        } catch (const std::bad_alloc&) {
+            Note("std::bad_alloc", "");
+        } catch (const CollaboratorFault&) {
+            Note("CollaboratorFault", "");
+        } catch (const std::runtime_error& error) {
+            Note("std::runtime_error: ", error.what());
+        }
+    }
+
+private:
+    void Note(const char* type, const char* text);
 };
 
 // What the kernel moved by calls of this name, in bytes.
 std::uint64_t Moved(const std::vector<support::SystemCall>& calls, const std::string& name);
+
+// Whether a call for memory failed: then the library may throw std::bad_alloc.
+bool MemoryRefused(const std::vector<support::SystemCall>& calls);
+
+// The log entries must be the expected ones; the first of them, if something threw on the way.
+void ExpectLines(const Traces& traces, const std::vector<std::string>& expected, bool interrupted);
+
+// The log entries since the last call, each as "<level> <message>". Each test program has its own.
+std::vector<std::string> TakeLogLines();
 
 }  // namespace faults

@@ -10,6 +10,7 @@
 #include "faults/AttributeScenario.h"
 #include "faults/Matrix.h"
 #include "faults/ReaderScenario.h"
+#include "support/Allocations.h"
 #include "support/Chunks.h"
 #include "support/LogCapture.h"
 
@@ -22,10 +23,28 @@ std::unique_ptr<DataChunk> MakeChunk(std::int64_t time, std::uint64_t size)
 
 namespace {
 
+support::LogCapture* capture = nullptr;  // of the running test
+
+}  // namespace
+
+std::vector<std::string> TakeLogLines()
+{
+    std::vector<std::string> lines = capture->Lines();
+    capture->Clear();
+    return lines;
+}
+
+namespace {
+
 struct Named {
     std::string name;
     std::function<std::unique_ptr<Scenario>()> make;
 };
+
+void PrintTo(const Named& named, std::ostream* stream)
+{
+    *stream << named.name;
+}
 
 std::vector<Named> Scenarios()
 {
@@ -40,11 +59,12 @@ std::vector<Named> Scenarios()
     return scenarios;
 }
 
-// Every scenario on the delivered library and the reference platform.
+// Every scenario, with the delivered library and the reference platform.
 class SystemFaults : public testing::TestWithParam<Named> {
 protected:
     void SetUp() override
     {
+        capture = &log_;
         if (GetParam().name.rfind("Attribute", 0) == 0 &&
             ::setxattr(folder_.Path().c_str(), "user.probe", "", 0, 0) != 0) {
             GTEST_SKIP() << "no extended attributes on this file system: " << std::generic_category().message(errno);
@@ -81,13 +101,36 @@ TEST_P(SystemFaults, OfEverySystemCallAreSurvived)
 TEST_P(SystemFaults, OfEveryAllocationAreSurvived)
 {
     matrix_->FailAllocations();
-    ExpectCases(OnlyChangesAnAttribute() ? 0 : 2);  // which allocates nothing
+    ExpectCases(OnlyChangesAnAttribute() ? 0 : 2);  // a change allocates nothing
+}
+
+TEST_P(SystemFaults, OfACallAndAnAllocationTogetherAreSurvived)
+{
+    matrix_->FailAllocationsAndCalls();
+    ExpectCases(2);
 }
 
 TEST_P(SystemFaults, ThatShortenAResultAreSurvived)
 {
     matrix_->ShortenSystemCalls();
-    ExpectCases(OnlyChangesAnAttribute() ? 0 : 6);  // which returns no size
+    ExpectCases(OnlyChangesAnAttribute() ? 0 : 6);  // a change returns no size
+}
+
+// A destructor cannot throw: the text of its entry is the one allocation that must not fail.
+TEST(SystemFaultsInADestructor, OfTheWriteAndOfItsTextEndTheProcess)
+{
+    const support::TemporaryFolder folder;
+    const support::LogCapture log;
+    EXPECT_DEATH(
+        {
+            auto appender = std::make_unique<Corvane::File::DataChunkFileAppender>(folder / "a", false, 64);
+            support::SystemCalls calls;
+            calls.Fail("write", ENOSPC);
+            support::Allocations allocations;
+            allocations.FailAt(0);
+            appender.reset();
+        },
+        "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenario, SystemFaults, testing::ValuesIn(Scenarios()),

@@ -106,6 +106,7 @@ std::int64_t Observe(const CallDescription& description, const std::function<std
         result = chosen ? *chosen : make();
         error = errno;
         call.result = result;
+        call.error = result == -1 ? error : 0;
         guard.Get().calls.push_back(std::move(call));
     }
     errno = error;

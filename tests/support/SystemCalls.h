@@ -24,6 +24,7 @@ struct SystemCall {
     std::uint64_t size = 0;
     std::int64_t offset = 0;
     std::int64_t result = 0;  // as returned; of mmap and mremap the address, or -1
+    int error = 0;            // errno after a result of -1
 };
 
 // While it lives, the system calls that this thread makes are recorded, and chosen ones do something else.
