@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-// The value of the first line that starts so in a file under /proc.
+// The value in the first line with this start in a file under /proc.
 std::string ProcLine(const char* file, const std::string& start)
 {
     std::ifstream lines(file);

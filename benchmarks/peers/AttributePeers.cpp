@@ -129,7 +129,7 @@ bool WriteByLibattr(const std::string& path)
 }
 #pragma GCC diagnostic pop
 
-// `call` is what Python makes of the others' work.
+// `call` is the same work in Python.
 Workload OnAllPeers(const Options& options, const std::string& what, Call ours, Call libattr, Call gio,
                     const std::string& call)
 {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kTable = "chunks";
 
-// A file with one packet table. Packets are the time and the payload; duplicates are not refused.
+// A file with one packet table. A packet is a time and a payload; duplicates are accepted.
 class Table {
 public:
     Table(const std::string& path, const Data& data, bool create)

@@ -69,7 +69,7 @@ std::uint64_t ReadAll(const std::string& path, const Data& data)
     while (mdb_cursor_get(cursor, &key, &value, MDB_NEXT) == MDB_SUCCESS) {
         std::uint64_t time = 0;
         std::memcpy(&time, key.mv_data, sizeof time);
-        std::memcpy(payload.data(), value.mv_data, value.mv_size);  // as all others hand out a copy
+        std::memcpy(payload.data(), value.mv_data, value.mv_size);  // all others return a copy
         sum += SumOf(time, value.mv_size);
     }
     mdb_cursor_close(cursor);

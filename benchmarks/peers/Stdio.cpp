@@ -70,7 +70,7 @@ std::uint64_t ReadAt(const std::string& path, const Data& data, const std::vecto
     return sum;
 }
 
-// The same with a set that refuses a time twice; an existing file is read for it first.
+// The same with a set that refuses duplicates. An existing file is read first, to fill the set.
 std::uint64_t WriteWithSet(const std::string& path, const Data& data, std::uint64_t first, std::uint64_t last)
 {
     std::set<std::uint64_t> times;

@@ -14,18 +14,18 @@ struct Data {
     std::string payload;
 };
 
-// One way to store chunks by time. All are used without any sync, with their own settings otherwise.
+// One way to store chunks by time, without any sync.
 struct Store {
     std::string name;
-    // Stores the chunks [first, last) at this path, in a new store or in one that exists, and closes it. Returns how
-    // many were accepted.
+    // Stores the chunks [first, last) at this path, in a new store if first is 0, and closes it. Returns how many were
+    // accepted.
     std::function<std::uint64_t(const std::string& path, const Data&, std::uint64_t first, std::uint64_t last)> write;
-    // Opens the store, fetches the chunks of all times in order, or of the given ones, and returns SumOf them.
+    // Opens the store, fetches the chunks of all times in order, or of the given times, and returns their SumOf.
     std::function<std::uint64_t(const std::string& path, const Data&)> readAll;
     std::function<std::uint64_t(const std::string& path, const Data&, const std::vector<std::uint64_t>&)> readAt;
 };
 
-// What was read, in one number: contenders must agree on it.
+// What was read, in one number that must be the same for all contenders.
 inline std::uint64_t SumOf(std::uint64_t time, std::uint64_t payloadSize)
 {
     return time * 31 + payloadSize;

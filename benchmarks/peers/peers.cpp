@@ -1,4 +1,4 @@
-// The same work with what might be used instead of the library: see docs/performance.md.
+// The same work with other stores: see docs/performance.md.
 #include <filesystem>
 #include <memory>
 #include <numeric>
@@ -122,7 +122,7 @@ void MeasurePeers(Options options)
     }
     const std::uint64_t bytes = options.bytes;
     for (const std::uint64_t recordSize : {64U, 1024U}) {
-        options.bytes = (recordSize == 64 ? 1 : 2) * bytes / 8;  // the slowest take a hundred times as long as ours
+        options.bytes = (recordSize == 64 ? 1 : 2) * bytes / 8;  // the slowest stores take very long
         for (const Workload& workload : StoreWorkloads(options, recordSize)) {
             Measure(workload, options);
         }

@@ -11,8 +11,8 @@
 
 namespace Corvane::Pellin {
 
-// A time point and bytes. Its record: a mark and the size, 4 bytes each, the time, 8 bytes, then the bytes themselves,
-// copied and never looked at.
+// A time point and bytes. Its record: a mark and the size (4 bytes each), the time (8 bytes), then the bytes, which are
+// copied and never inspected.
 class DataChunk {
 public:
     static constexpr std::uint64_t kHeadSize = 16;
