@@ -6,8 +6,11 @@
 
 #include "Corvane/Pellin/DataChunk.h"
 #include "harness/Memory.h"
+#include "support/StraightforwardAppender.h"
 
 namespace bench {
+
+using StraightforwardAppender = support::StraightforwardAppender<Corvane::Pellin::DataChunk>;
 
 // Opens as the appender does, writes everything with one call and closes.
 void WriteImage(const std::string& path, const unsigned char* image, std::uint64_t size);

@@ -3,7 +3,7 @@
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
-#include "Straightforward.h"
+#include "Files.h"
 #include "Workloads.h"
 #include "harness/ChildProcess.h"
 #include "harness/Clock.h"

@@ -7,7 +7,6 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Files.h"
-#include "Straightforward.h"
 #include "Workloads.h"
 #include "harness/Inputs.h"
 

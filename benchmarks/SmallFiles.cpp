@@ -4,7 +4,6 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Files.h"
-#include "Straightforward.h"
 #include "Workloads.h"
 
 namespace bench {
