@@ -35,7 +35,7 @@ Options ParseOptions(const std::vector<std::string>& arguments)
             MakeQuick(options);
         } else if (argument == "--processor-time") {
             options.processorTime = true;
-        } else if (setters.count(argument) != 0) {
+        } else if (setters.contains(argument)) {
             setters.at(argument)(arguments.at(++i));
         } else if (argument.rfind('-', 0) == 0) {
             throw std::invalid_argument(argument);

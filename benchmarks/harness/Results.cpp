@@ -32,7 +32,7 @@ std::string FileSystemOf(const std::string& folder)
     static const std::map<std::uint64_t, std::string> names = {
         {0xef53, "ext4"}, {0x58465342, "xfs"}, {0x9123683e, "btrfs"}, {0x01021994, "tmpfs"}};
     const auto type = static_cast<std::uint64_t>(status.f_type);
-    return names.count(type) != 0 ? names.at(type) : "file system " + std::to_string(type);
+    return names.contains(type) ? names.at(type) : "file system " + std::to_string(type);
 }
 
 // "6.18" of "6.18.44-custom": a build's own name tells a reader nothing.
