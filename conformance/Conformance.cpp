@@ -282,7 +282,8 @@ Problem CheckDamaged(const Bytes& bytes, const unsigned char* inMemory)
                 names != nullptr ? " with names" : "");
 }
 
-// A record is whole if it ends within these bytes, which are in a file and at `inMemory`.
+// Readers read from a descriptor, reopening reads from memory, and with little address space it asks the descriptor
+// first. All must find the same records. A record is whole if it ends within these bytes, in a file and at `inMemory`.
 Problem CheckAgreement(const Bytes& bytes, const unsigned char* inMemory)
 {
     const auto memory = ReadOrNull([&](DataChunk& chunk) { return chunk.ReadFrom(inMemory); });
@@ -525,7 +526,7 @@ TEST(Conformance, RecordReadsBackFromADescriptorWithNames)
 
 TEST(Conformance, MemoryAndDescriptorAgreeOnAWholeRecord)
 {
-    // A changed size may lead to another record that is whole, because zeros follow.
+    // With zeros after it, a record whose size was changed may be whole again.
     ExpectKept("memory and descriptor agree on every record that is whole", [] {
         return CheckEveryChunk(
             [](const DataChunk& chunk) { return CheckEveryChange(chunk, kPageSize, CheckAgreement); });
