@@ -168,7 +168,8 @@ class Build:
         subprocess.run(["cmake", "-S", ROOT, "-B", self.folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                         f"-DCMAKE_CXX_FLAGS=-w {flags}", "-DCORVANE_FILE_TESTS=ON", "-DCORVANE_FILE_EXAMPLES=OFF",
                         "-DCORVANE_FILE_INSTALL=OFF", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-                        "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"],
+                        "-DBUILD_SHARED_LIBS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON",
+                        "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON"],
                        check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", self.folder, "-j2", "--target", *programs], check=True)
         self.programs = {program: next((self.folder / "tests").rglob(program)) for program in programs}
