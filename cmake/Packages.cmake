@@ -1,4 +1,5 @@
-# Debian packages: libcorvanefile<ABI number> from component Runtime, libcorvanefile-dev from Development.
+# Debian packages: libcorvanefile<ABI number> from component Runtime, libcorvanefile-dev from Development, and the debug
+# symbols of the first.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME libcorvanefile)
 set(CPACK_PACKAGE_CONTACT "Corvane file library authors <maintainers@corvane.invalid>" CACHE STRING
@@ -6,7 +7,6 @@ set(CPACK_PACKAGE_CONTACT "Corvane file library authors <maintainers@corvane.inv
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_VERBATIM_VARIABLES ON)
-set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -18,14 +18,16 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)  # of exactly the same version
 
 set(description
-"Chunk files hold serialised chunks back to back behind a short header. The
+"Chunk files hold serialised chunks back to back after a short header. The
 library writes, reads and recovers them, and it reads, lists, writes and
 removes extended attributes of files, with every failure logged.
 
 ")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libcorvanefile${CORVANE_FILE_ABI})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/cmake/debian/triggers ${PROJECT_BINARY_DIR}/debian/symbols)
+set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${description}This package contains the shared libraries.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libcorvanefile-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -38,10 +40,18 @@ string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(cmake/debian/copyright.in ${debian}/copyright @ONLY)
 configure_file(cmake/debian/changelog.in ${debian}/changelog @ONLY)
 execute_process(COMMAND gzip -9nf ${debian}/changelog)
+configure_file(cmake/debian/symbols.in ${debian}/symbols.in @ONLY)
 foreach(component Runtime Development)
   string(TOUPPER ${component} name)
   install(FILES ${debian}/copyright ${debian}/changelog.gz COMPONENT ${component}
           DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME})
 endforeach()
 
+# From which version on a program can do with the library: dpkg-shlibdeps reads it.
+add_custom_target(symbols ALL
+  COMMAND dpkg-gensymbols -q -c4 -p${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} -v${PROJECT_VERSION} -I${debian}/symbols.in
+    -e$<TARGET_SONAME_FILE:CorvaneFile> -e$<TARGET_SONAME_FILE:CorvanePlatform> -O${debian}/symbols
+  DEPENDS CorvaneFile CorvanePlatform VERBATIM)
+
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/MendPackages.cmake)
 include(CPack)

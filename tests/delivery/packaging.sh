@@ -185,7 +185,25 @@ MakePackages() {
 
 PackagesPassLintian() {
     command -v lintian >/dev/null || skip "no lintian here"
-    lintian --allow-root --fail-on error "$packages"/*.deb
+    lintian --allow-root --fail-on warning "$packages"/*.deb "$packages"/*.ddeb
+}
+
+DebugSymbolsAreThoseOfThePackagedFiles() {
+    local folder file id
+    folder=$(scratch debug_symbols)
+    dpkg-deb -x "$packages"/libcorvanefile1_*.deb "$folder"
+    dpkg-deb -x "$packages"/libcorvanefile1-dbgsym_*.ddeb "$folder"
+    for file in "$folder"/usr/lib/*/libCorvane{File,Platform}.so."$VERSION"; do
+        id=$(readelf -n "$file" | sed -n 's/.*Build ID: //p')
+        readelf -SW "$folder/usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug" | grep -F ' .debug_info '
+        ! readelf -SW "$file" | grep -F ' .debug_info ' || fail "$file is not stripped"
+    done
+}
+
+SymbolsFileNamesEveryExportedName() {
+    local names
+    names=$(nm -D --defined-only "$library" | wc -l)
+    [ "$(dpkg-deb -I "$packages"/libcorvanefile1_*.deb symbols | grep -c '@CORVANE_FILE_1 1\.0\.0$')" -eq "$names" ]
 }
 
 PackagesNameWhatTheyDependOn() {
