@@ -38,7 +38,7 @@ protected:
         ASSERT_EQ(::removexattr(path_.c_str(), "user.probe"), 0);
     }
 
-    // Opens the file, and closes it at the test's end.
+    // Opens the file until the test's end.
     int Open(const std::string& path, int flags)
     {
         fd_ = ::open(path.c_str(), flags);
@@ -64,7 +64,7 @@ protected:
         return ExtendedAttributes::Read(path, name, success_);
     }
 
-    // Every operation fails on this path, and says so twice.
+    // Every operation fails on this path, and logs each failure twice.
     void ExpectAbsent(const std::string& none)
     {
         EXPECT_THROW(ExtendedAttributes::Read(none, "user.x"), std::runtime_error);
@@ -80,7 +80,7 @@ protected:
                          "10 Cannot remove user.x on " + none + reason, "40 Cannot remove user.x on " + none}));
     }
 
-    // The record of a refused write, with the reason that the system gives for the bare call.
+    // The log entry of a refused write, with the reason that the bare system call gives.
     std::string Refusal(const std::string& name, const std::string& value) const
     {
         EXPECT_EQ(::setxattr(path_.c_str(), name.c_str(), value.data(), value.size(), 0), -1);
@@ -124,7 +124,7 @@ TEST_F(Attributes, WritingAgainReplaces)
 
 TEST_F(Attributes, LargestValueIsReadBackAndOneByteMoreIsRefused)
 {
-    constexpr std::size_t kLongest = 65536;  // of any file system
+    constexpr std::size_t kLongest = 65536;  // bytes; the kernel's limit for a value
     std::size_t least = 0;
     std::size_t most = kLongest + 1;
     while (least + 1 < most) {
@@ -210,7 +210,7 @@ TEST_F(Attributes, DanglingLinkIsAFailureOfEveryOperation)
     ExpectAbsent(link);
 }
 
-TEST_F(Attributes, DescriptorMinusOneIsShownAsSuch)
+TEST_F(Attributes, DescriptorMinusOneIsPrintedWithItsSign)
 {
     EXPECT_EQ(ExtendedAttributes::Read(-1, "user.x", success_), "");
     EXPECT_FALSE(success_);
@@ -235,7 +235,7 @@ TEST_F(Attributes, ReadOnlyDescriptorSuffices)
     EXPECT_EQ(ExtendedAttributes::Read(fd, "user.x"), "v");
 }
 
-TEST_F(Attributes, PathDescriptorDoesNot)
+TEST_F(Attributes, PathDescriptorDoesNotSuffice)
 {
     const int fd = Open(path_, O_PATH);
     EXPECT_EQ(ExtendedAttributes::Read(fd, "user.x", success_), "");
@@ -304,7 +304,7 @@ TEST_F(Attributes, NameOf255BytesIsTheLongest)
     EXPECT_EQ(ExtendedAttributes::List(path_), Names{name});
 }
 
-TEST_F(Attributes, NameIsHandedOnUpToItsFirstZeroAndRecordedWhole)
+TEST_F(Attributes, NameEndsAtItsFirstZeroForTheKernelAndIsLoggedWhole)
 {
     const std::string name("user.x\0tail", 11);
     ExtendedAttributes::Write(path_, name, "v");
@@ -314,7 +314,7 @@ TEST_F(Attributes, NameIsHandedOnUpToItsFirstZeroAndRecordedWhole)
     EXPECT_EQ(log_.Lines(), Lines{"10 Cannot remove " + name + " on " + path_ + ": No data available"});
 }
 
-TEST_F(Attributes, AnotherUsersStickyFolderIsNotPermitted)
+TEST_F(Attributes, WritingToAnotherUsersStickyFolderIsAFailure)
 {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root to make another user's folder";
@@ -380,7 +380,7 @@ TEST_F(Attributes, ListTakesTwoCallsABufferAndANodeForEachName)
     EXPECT_EQ(calls.Names(), (Lines{"listxattr", "listxattr"}));
 }
 
-TEST_F(Attributes, NoMemoryForWhatTheSystemReportsIsThrownWithTheFlagTrue)
+TEST_F(Attributes, FailedAllocationOfAReportedSizeIsThrownWithTheFlagTrue)
 {
     ExtendedAttributes::Write(path_, "user.x", std::string(100, 'v'));
     support::Allocations allocations;
@@ -407,7 +407,7 @@ TEST_F(Attributes, WriteReplacesOrCreatesWithoutFlags)
     EXPECT_EQ(ExtendedAttributes::Read(path_, "user.x"), std::string("\0bcd", 4));
 }
 
-TEST_F(Attributes, SizeIsAskedWithoutABufferAndContentWithOneOfThatSize)
+TEST_F(Attributes, SizeIsQueriedWithoutABufferAndContentWithOneOfThatSize)
 {
     ExtendedAttributes::Write(path_, "user.x", std::string(100, 'v'));
     const int fd = Open(path_, O_RDONLY);

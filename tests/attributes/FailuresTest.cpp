@@ -28,7 +28,7 @@ constexpr std::string_view kBinaryValue("va\0l\x1bue", 7);
 
 struct Thrown {};
 
-// One way in which an operation fails: the call that does, both forms of the operation, and their texts.
+// One way for an operation to fail: the call that fails, both variants of the operation, and their texts.
 struct Failure {
     std::string name;
     std::string call;
@@ -135,7 +135,7 @@ Failure Remove()
             "Remove(const std::string& path, const std::string& name)"};
 }
 
-// What the source says of a text: its piece before the first argument.
+// The text's first piece as the library's source has it: a literal that ends before the first argument.
 std::string FirstPiece(const std::string& text)
 {
     return '"' + text.substr(0, std::min(text.find(kName), text.find(kPath))) + '"';
@@ -166,7 +166,7 @@ protected:
         return flag;
     }
 
-    // Runs the throwing variant and returns the text that it threw, which what() shows to its first zero.
+    // Runs the throwing variant and returns the exception's text; what() shows it up to its first zero byte.
     static std::string RunThrowingVariant(int error)
     {
         support::SystemCalls calls;
@@ -184,8 +184,7 @@ protected:
         return "10 " + GetParam().text + ": " + std::generic_category().message(error);
     }
 
-    // The registry and the logger do this whenever they are used. A failure reported uses them four times: look-up,
-    // level, look-up, record.
+    // The registry and the logger do this at each use. A logged failure uses them four times: lookup, level, lookup, Log.
     void AtEachUse(const std::function<void()>& action)
     {
         for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
@@ -193,7 +192,7 @@ protected:
         }
     }
 
-    // The use counted from 0 throws.
+    // The nth use throws, counted from 0.
     void ThrowAtUse(int nth)
     {
         AtEachUse([nth, use = std::make_shared<int>(0)] {
@@ -253,7 +252,7 @@ TEST_P(Failures, FlagBecomesFalseWhateverItWas)
     EXPECT_FALSE(RunFlagVariant(EIO, false));
 }
 
-TEST_P(Failures, ReasonStaysRightWhereOthersChangeErrno)
+TEST_P(Failures, ReasonSurvivesChangesOfErrno)
 {
     AtEachUse([] { errno = EDOM; });
     const std::string expected = FlagLine(ENOSPC);
@@ -267,7 +266,7 @@ TEST_P(Failures, ReasonStaysRightWhereOthersChangeErrno)
     EXPECT_EQ(platform_.logger.Lines()[0], expected);
 }
 
-TEST_P(Failures, ThrowingReportLeavesTheFlagAsItWas)
+TEST_P(Failures, ExceptionOfTheLoggerLeavesTheFlagUnchanged)
 {
     for (int nth = 0; nth < 4; ++nth) {
         for (const bool before : {true, false}) {
@@ -281,7 +280,7 @@ TEST_P(Failures, ThrowingReportLeavesTheFlagAsItWas)
     }
 }
 
-TEST_P(Failures, ThrowingReportPassesThroughTheThrowingVariant)
+TEST_P(Failures, ExceptionOfTheLoggerPassesThroughTheThrowingVariant)
 {
     for (int nth = 0; nth < 8; ++nth) {
         support::SystemCalls calls;
@@ -311,9 +310,9 @@ TEST_P(Failures, FailedAllocationIsThrownAndLeavesTheFlag)
     EXPECT_GE(nth, 3U);
 }
 
-// Before the level is asked: the reason, the logger's name and the registry's note of it, and List's buffer. The text
-// is longer than what a string holds without allocating.
-TEST_P(Failures, NoTextIsBuiltForARecordThatIsNotIssued)
+// Allocated before the level query: the reason, the logger's name, the registry's copy of the name, and List's buffer. The
+// text would need another allocation.
+TEST_P(Failures, NoTextIsBuiltForAnEntryThatIsNotIssued)
 {
     platform_.logger.level = 11;
     LoggingManager::names.reserve(1);
@@ -328,7 +327,7 @@ TEST_P(Failures, NoTextIsBuiltForARecordThatIsNotIssued)
     EXPECT_EQ(allocations.Count(), beforeLevel);
 }
 
-TEST_P(Failures, ThatDoNotHappenLookUpNoLogger)
+TEST_P(Failures, SuccessLooksUpNoLogger)
 {
     support::SystemCalls calls;
     calls.On(GetParam().call, 0, [](const support::SystemCall&) { return 0; }, true);
@@ -356,8 +355,8 @@ TEST_P(Failures, EntriesNameTheLinesOfTheirOwnStatements)
     }
 }
 
-// The registry may answer a second look-up with another logger: the entry goes to the logger of its own look-up.
-TEST_P(Failures, EntriesGoToTheLoggerOfTheSecondLookUp)
+// The registry may answer the second lookup with another logger, which then gets the entry.
+TEST_P(Failures, EntriesGoToTheLoggerOfTheSecondLookup)
 {
     tarn::cv::logging::Logger second;
     LoggingManager::onLookUp = [&] {
@@ -369,7 +368,7 @@ TEST_P(Failures, EntriesGoToTheLoggerOfTheSecondLookUp)
     EXPECT_EQ(second.Lines(), (Lines{FlagLine(EIO), "40 " + GetParam().thrownText}));
 }
 
-// Reads and lists take every negative result for a failure, writes and removals -1 alone.
+// Reads and lists treat every negative result as a failure; writes and removals only -1.
 TEST_P(Failures, ResultBelowMinusOneIsAFailureOfQueriesOnly)
 {
     support::SystemCalls calls;

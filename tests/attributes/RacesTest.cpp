@@ -19,7 +19,7 @@ using Corvane::File::ExtendedAttributes;
 using Lines = std::vector<std::string>;
 using Names = std::set<std::string>;
 
-// Somebody else changes the file's attributes between an operation's two calls: a real change, at the right moment.
+// The file's attributes really change between the two system calls of an operation.
 class Races : public testing::Test {
 protected:
     void SetUp() override
@@ -55,7 +55,7 @@ protected:
     bool success_ = false;
 };
 
-// Of a value that is read by path or, with the parameter true, by descriptor.
+// The value is read by path or, with the parameter true, by descriptor.
 class ValueRaces : public Races, public testing::WithParamInterface<bool> {
 protected:
     void TearDown() override { ::close(fd_); }
@@ -158,7 +158,7 @@ TEST_F(Races, FileThatVanishesIsAFailure)
     EXPECT_EQ(platform_.logger.Lines(), Lines{"10 Cannot get xattr list for " + path_ + ": No such file or directory"});
 }
 
-// Lists that no kernel should report: it answers with these results, and the buffer then holds these bytes.
+// Lists that no kernel should report: results and bytes as given.
 class StrangeLists : public Races {
 protected:
     Names List(std::int64_t size, const std::string& bytes, std::int64_t used)

@@ -30,16 +30,17 @@ protected:
         }
     }
 
-    // All operations, failing ones too, on a file and an attribute.
+    // All operations on one attribute of a file; the second removal fails.
     static void Work(const std::string& path, const std::string& name)
     {
         bool success = false;
         for (int i = 0; i < kRounds; ++i) {
-            const std::string value(static_cast<std::size_t>(i % 100), 'v');  // all threads' fit in a small file system
+            const std::string value(static_cast<std::size_t>(i % 100),
+                                    'v');  // small, so that all threads' values fit into one file's attributes
             ExtendedAttributes::Write(path, name, value, success);
             EXPECT_TRUE(success);
             EXPECT_EQ(ExtendedAttributes::Read(path, name, success), value);
-            ExtendedAttributes::List(path, success);  // others' names come and go: it may fail
+            ExtendedAttributes::List(path, success);  // fails if another thread adds a name meanwhile
             ExtendedAttributes::Remove(path, name, success);
             EXPECT_TRUE(success);
             ExtendedAttributes::Remove(path, name, success);

@@ -20,7 +20,7 @@ bool IsMapped()
     return false;
 }
 
-// Uses the library, a failure's text and log records included: what is first used can pin it too.
+// Uses the library up to a failure's text and log entries, because a first use can pin the library in memory.
 void RemoveAnAttribute(void* library)
 {
     using Remove = void(const std::string& path, const std::string& name, bool& success);

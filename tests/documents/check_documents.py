@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks the pages: links lead to files, C++ that is shown is compiled, and tests that are named exist.
+"""Checks the pages: links lead to files, shown C++ compiles, and named tests exist.
 
 usage: check_documents.py REPOSITORY
 """

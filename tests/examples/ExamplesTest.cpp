@@ -1,4 +1,4 @@
-// Runs the examples as a user does, and reads what they print.
+// Runs the examples as a user does and checks their output.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -14,11 +14,11 @@
 
 namespace {
 
-constexpr std::uint64_t kMeasureSize = 4'000'000;  // bytes of the file that measure makes
+constexpr std::uint64_t kMeasureSize = 4'000'000;  // bytes; the size of the file that measure writes
 
 class Examples : public testing::Test {
 protected:
-    // Runs an example with the file's name as its last argument, and keeps what it prints.
+    // Runs an example with the file's name as its last argument and keeps its output.
     void Run(const std::string& example, const std::string& arguments = "")
     {
         const std::string command = EXAMPLES_FOLDER "/" + example + " " + arguments + " " + path_ + " 2>&1";
@@ -96,7 +96,7 @@ TEST_F(Measure, PrintsHowMuchThereIs)
     EXPECT_TRUE(HasPrinted("Measuring this machine for 0.25 s into " + path_ + ": " + count + " measurements\n"));
     EXPECT_TRUE(
         HasPrinted("  10 DataChunkFileReader " + path_ + " opened, contains " + count + " chunks on version 2\n"));
-    const auto read = NumbersOf("chunks in ");  // whole, one field of each, and the recovered copy
+    const auto read = NumbersOf("chunks in ");  // three numbers: whole chunks, one field each, the recovered copy
     ASSERT_EQ(read.size(), 3U);
     EXPECT_EQ(read[0], std::stoull(count));
     EXPECT_EQ(read[1], std::stoull(count));

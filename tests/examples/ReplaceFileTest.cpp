@@ -12,7 +12,7 @@
 #include "support/LogCapture.h"
 #include "support/SystemCalls.h"
 
-// The example's main function, linked into this program under another name.
+// The example's main function, renamed and linked into this program.
 int ReplaceFileMain(int count, char** arguments);
 
 namespace {
@@ -23,7 +23,7 @@ using Lines = std::vector<std::string>;
 
 class ReplaceFile : public testing::Test {
 protected:
-    // Runs the example and returns its exit code; what it prints is in errors_.
+    // Runs the example and returns its exit code; errors_ holds its output.
     int Run(Lines arguments)
     {
         arguments.insert(arguments.begin(), "replace_file");
@@ -57,7 +57,7 @@ protected:
     support::LogCapture log_{50};
 };
 
-// Each call with the name of the file or folder that it is about.
+// Each system call with the name of its file or folder.
 Lines Steps(const SystemCalls& calls)
 {
     Lines steps;
@@ -101,7 +101,7 @@ TEST_F(ReplaceFile, FileInTheCurrentFolderCanBeReplaced)
     EXPECT_EQ(Texts(), Lines{"one"});
 }
 
-TEST_F(ReplaceFile, UsageIsTold)
+TEST_F(ReplaceFile, UsageIsPrinted)
 {
     EXPECT_EQ(Run({}), 1);
     EXPECT_NE(errors_.find("usage: replace_file FILE"), std::string::npos);
@@ -115,7 +115,7 @@ TEST_F(ReplaceFile, RefusedChunkLeavesTheOldFile)
     EXPECT_EQ(Texts(), Lines{"old"});
 }
 
-// A call of the example that fails, and what is told.
+// A system call of the example that fails, and the reported text.
 struct FailedStep {
     std::string name;
     std::function<void(SystemCalls& calls)> fail;
@@ -132,7 +132,7 @@ protected:
     FailedReplaceFile()
     {
         EXPECT_EQ(Run({path_, "old"}), 0);
-        std::filesystem::copy_file(path_, fresh_);  // left by an earlier attempt, and as long as what is to be written
+        std::filesystem::copy_file(path_, fresh_);  // left by an earlier attempt, with the length of the new file
         descriptors_ = support::OpenDescriptors();
     }
     ~FailedReplaceFile() override { EXPECT_EQ(support::OpenDescriptors(), descriptors_); }
@@ -155,14 +155,14 @@ private:
 class StepUpToTheRename : public FailedReplaceFile {};
 class StepAfterTheRename : public FailedReplaceFile {};
 
-TEST_P(StepUpToTheRename, IsToldAndLeavesTheOldFile)
+TEST_P(StepUpToTheRename, IsReportedAndLeavesTheOldFile)
 {
     const std::string old = support::ReadFile(path_);
     RunFailing();
     EXPECT_EQ(support::ReadFile(path_), old);
 }
 
-TEST_P(StepAfterTheRename, IsToldAndTheNewFileIsWhole)
+TEST_P(StepAfterTheRename, IsReportedAndTheNewFileIsWhole)
 {
     RunFailing();
     EXPECT_EQ(Texts(), Lines{"new"});

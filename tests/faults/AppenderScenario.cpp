@@ -112,7 +112,7 @@ std::uint64_t AppenderScenario::Loaded(const Calls& calls) const
     bool failed = calls.empty();
     for (const SystemCall& call : calls) {
         const bool loads = call.name == "read" || call.name == "fstat" || (call.name == "open" && IsReadOnly(call));
-        failed = loads ? call.result == -1 : failed;  // an interrupted read is repeated
+        failed = loads ? call.result == -1 : failed;  // a later read repeats an interrupted one
     }
     return failed ? 0 : Moved(calls, "read");
 }
@@ -198,7 +198,7 @@ std::string AppenderScenario::ConstructionFailure(const Calls& calls) const
     return {};
 }
 
-// The constructor threw: for the file's sake or for want of memory.
+// For a constructor that threw: the file's fault, or no memory.
 void AppenderScenario::CheckRefused(const Traces& traces) const
 {
     const bool interrupted = traces.fault.allocation || traces.fault.collaborator || MemoryRefused(traces.calls);
@@ -212,7 +212,7 @@ void AppenderScenario::CheckRefused(const Traces& traces) const
     }
 }
 
-// Each write goes where the last one ended.
+// Each write begins where the last one ended.
 void AppenderScenario::CheckFile(const Calls& calls) const
 {
     const std::string image = ExpectedImage(Loaded(calls));
@@ -261,7 +261,7 @@ std::vector<AppenderSetup> AppenderSetups()
     const std::vector<ChunkSetup> stored = {{11, 100}, {13, 5000}, {12, 60}, {14, 300}};
     const std::vector<ChunkSetup> storedLarge = {{11, 1'000'000}, {13, 60}, {12, 1'200'000}, {14, 300}};
     const std::vector<ChunkSetup> more = {{20, 200}, {11, 70}, {15, 7000}};
-    constexpr std::uint64_t kLarge = 3'400'000;  // more than a huge page, so mapped
+    constexpr std::uint64_t kLarge = 3'400'000;  // bytes; more than a huge page, so the image is mapped
     return {
         {"NewBounded", {}, {}, 20'000, few},
         {"NewBoundedMapped", {}, {}, kLarge, large},

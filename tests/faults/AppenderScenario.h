@@ -26,10 +26,10 @@ struct ChunkSetup {
 
 struct AppenderSetup {
     std::string name;
-    std::vector<ChunkSetup> stored;    // what the file holds before; none: there is no file
-    std::optional<std::size_t> bad;    // which of them is damaged
+    std::vector<ChunkSetup> stored;    // in the file before the run; empty: there is no file
+    std::optional<std::size_t> bad;    // the index of the damaged one
     std::uint64_t maxSize;             // 0: unbounded
-    std::vector<ChunkSetup> appended;  // a time that is already there is refused
+    std::vector<ChunkSetup> appended;  // a time that the appender holds is refused
     bool flushed = false;              // by a call, before the destructor
 };
 

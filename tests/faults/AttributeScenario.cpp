@@ -84,10 +84,10 @@ bool AttributeScenario::Succeeded() const
 
 bool AttributeScenario::Recovered() const
 {
-    return true;  // nothing is done twice: each call stands alone
+    return true;  // each operation is one call, made once
 }
 
-// The log entries and the exception: none without a failed call, which is always the last one.
+// Log entries and exceptions follow from a failed system call, which is always the last one.
 void AttributeScenario::CheckReport(const Traces& traces) const
 {
     std::vector<std::string> lines;

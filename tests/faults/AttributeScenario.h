@@ -26,7 +26,7 @@ struct AttributeOperation {
     bool changes;            // the attribute
     std::string valueAfter;  // if it changes the attribute; empty: it removes it
     std::function<void(AttributeWork&)> call;
-    // What it says of a failure: logged with the reason, after the first call or the second; thrown, or empty.
+    // The texts of a failure: logged with the reason, for the first or the second system call; and thrown.
     std::function<std::string(const AttributeWork&, bool afterFirst)> text;
     std::function<std::string(const AttributeWork&)> thrownText = {};
 };

@@ -43,14 +43,14 @@ struct Disk {
     std::atomic<std::uint64_t> claimedSize{kSize};
     std::atomic<std::uint64_t> badFrom{kSize};  // reads of [badFrom, badTo) fail
     std::atomic<std::uint64_t> badTo{kSize};
-    std::atomic<std::uint64_t> full{kSize};  // writes that reach behind this fail
+    std::atomic<std::uint64_t> full{kSize};  // writes past this position fail
     std::atomic<bool> direct{false};         // no page cache: each read() is one request
     std::atomic<int> openedForWriting{0};
 };
 
 Disk* disk = nullptr;
 
-// An image takes several requests, so that some can be accepted and the next refused.
+// Limits a request's size, so that an image takes several and one in the middle can be refused.
 void* Start(fuse_conn_info* connection, fuse_config* /*configuration*/)
 {
     connection->max_write = 65536;
@@ -77,7 +77,7 @@ int Open(const char* /*path*/, fuse_file_info* info)
     return 0;
 }
 
-// Through the page cache a short answer would mean the end of the file, so the whole request fails.
+// The whole request fails: the page cache would take a short answer for the end of the file.
 int Read(const char* /*path*/, char* buffer, std::size_t size, off_t offset, fuse_file_info* /*info*/)
 {
     const auto from = std::min(static_cast<std::uint64_t>(offset), kSize);
@@ -121,7 +121,7 @@ void Serve(const std::string& folder)
     ::_exit(0);
 }
 
-// A file of records on a file system that fails where it is told to; with and without the page cache.
+// A chunk file on a file system that fails at chosen positions, with and without the page cache.
 class HostileFileSystem : public testing::TestWithParam<bool> {
 protected:
     void SetUp() override
@@ -163,7 +163,7 @@ protected:
 
     static std::string Stored() { return {disk->bytes, disk->bytes + kSize}; }
 
-    // The error of a reopening; empty if there is none.
+    // The text that reopening throws; empty if it succeeds.
     std::string TextOfFailure(std::uint64_t maxSize) const
     {
         try {
@@ -195,9 +195,9 @@ TEST_P(HostileFileSystem, ReadErrorInTheMiddleNeverMakesAFileLookShorter)
     EXPECT_TRUE(Stored() == file_);
 }
 
-TEST_P(HostileFileSystem, ReaderGivesAllChunksBesidesAReadError)
+TEST_P(HostileFileSystem, ReaderGivesAllChunksOutsideAReadError)
 {
-    disk->badFrom = 200'704;  // a page's end and begin
+    disk->badFrom = 200'704;  // a multiple of the page size
     disk->badTo = 204'800;
     DataChunkFileReader reader(path_);
     std::uint64_t position = kHeaderSize;
@@ -233,10 +233,10 @@ TEST_P(HostileFileSystem, DiskThatIsFullInTheMiddleHoldsWhatItAcceptedAndIsLogge
     EXPECT_TRUE(Stored() == image.substr(0, accepted) + file_.substr(accepted)) << line;
 }
 
-// The page cache would believe a wrong size.
+// Without the page cache, which would believe a wrong size.
 using UncachedHostileFileSystem = HostileFileSystem;
 
-TEST_P(UncachedHostileFileSystem, TellsAWrongSizeAndThatIsNoMatter)
+TEST_P(UncachedHostileFileSystem, WrongSizeFromTheFileSystemDoesNoHarm)
 {
     for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{100}, 10 * kSize}) {
         disk->claimedSize = size;

@@ -56,7 +56,7 @@ const std::map<std::string, std::vector<int>>& Errors()
     return errors;
 }
 
-// The call fails. As on Linux, close() closes the descriptor all the same. A signal interrupts a read four times at most
+// The call fails. As on Linux, close() closes the descriptor all the same. A signal interrupts a read at most four times
 // in a row. A mapping that munmap() refused goes into unmapLater.
 SystemCalls::Action FailWith(int error, std::map<void*, std::uint64_t>& unmapLater)
 {
@@ -92,7 +92,7 @@ bool IsWrite(const SystemCall& call)
     return call.name == "write";
 }
 
-// Whether the library reports the call's failure with a text and makes the call once.
+// Whether the library reports the call's failure with a text and never repeats the call.
 bool IsReported(const SystemCall& call)
 {
     return call.name == "open" || call.name == "fstat" || IsWrite(call) || call.name.find("xattr") != std::string::npos;
@@ -120,7 +120,7 @@ std::uint64_t MappedBytes()
         const bool anonymous = line.find('/') == std::string::npos && line.find('[') == std::string::npos;
         bytes += anonymous ? std::stoull(line.substr(dash + 1), nullptr, 16) - std::stoull(line, nullptr, 16) : 0;
     }
-    return support::kSanitized ? 0 : bytes;  // sanitizers map what they like
+    return support::kSanitized ? 0 : bytes;  // sanitizers map memory of their own
 }
 
 // Moves `size` bytes at most, or makes an attribute call and returns at most `size`.
@@ -183,7 +183,7 @@ std::vector<SystemCall> Matrix::RunUndisturbed()
     return traces.calls;
 }
 
-// Neither a failed allocation nor a collaborator's exception is swallowed, and once is once.
+// Neither std::bad_alloc nor a collaborator's exception is swallowed; a single fault throws once.
 void Matrix::CheckThrown(const Fault& fault) const
 {
     const std::string expected = fault.allocation ? "std::bad_alloc" : "CollaboratorFault";
@@ -229,7 +229,7 @@ bool Matrix::RunCase(const std::string& what, const Fault& fault, const Arm& arm
 void Matrix::RunBoth(const std::string& what, const Arm& arm)
 {
     for (const bool persistently : {false, true}) {
-        if (!testing::Test::HasFailure()) {  // one is enough to look at
+        if (!testing::Test::HasFailure()) {  // the first failure is enough
             EXPECT_TRUE(RunCase(what, {.persistently = persistently}, arm,
                                 [](SystemCalls& system) { return system.Fired() != 0; }));
         }
@@ -267,7 +267,7 @@ void Matrix::ShortenSystemCalls()
                 return Shortened(made, kind.shorten(size));
             };
             if (call.size > kManyBytes && kind.shorten(call.size) == 1) {
-                continue;  // as many reads as bytes
+                continue;  // would take one read for each byte
             }
             RunBoth(Describe(call, nth, kind.name),
                     [&](SystemCalls& system, bool persistently) { system.On(call.name, nth, action, persistently); });

@@ -52,7 +52,7 @@ private:
     std::set<int> descriptors_;
     std::uint64_t mapped_;
     std::vector<support::SystemCall> calls_;     // of the undisturbed run
-    std::map<void*, std::uint64_t> unmapLater_;  // what a failed munmap left, in bytes
+    std::map<void*, std::uint64_t> unmapLater_;  // left by a failed munmap, with the size in bytes
     std::uint64_t cases_ = 0;
 };
 

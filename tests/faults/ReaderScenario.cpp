@@ -67,7 +67,7 @@ bool ReaderScenario::Recovered() const
     return !constructed_ || found_.size() == announced_;
 }
 
-// The constructor's exception and log entry, from what its open and its two reads gave.
+// The constructor's exception and log entry follow from its open and its two reads.
 void ReaderScenario::CheckConstruction(const Traces& traces) const
 {
     if (!constructed_) {

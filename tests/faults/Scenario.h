@@ -12,14 +12,14 @@ namespace faults {
 // What a scripted collaborator throws.
 struct CollaboratorFault {};
 
-// What may throw in a run besides the library itself.
+// The fault of a run, if it throws.
 struct Fault {
     bool allocation = false;
     bool collaborator = false;
     bool persistently = false;
 };
 
-// What a run left behind.
+// What can be observed of a run.
 struct Traces {
     std::vector<support::SystemCall> calls;
     std::vector<std::string> lines;  // each log entry as "<level> <message>"
@@ -75,10 +75,10 @@ private:
 // What the kernel moved by calls of this name, in bytes.
 std::uint64_t Moved(const std::vector<support::SystemCall>& calls, const std::string& name);
 
-// Whether a call for memory failed: then the library may throw std::bad_alloc.
+// Whether a memory call failed; the library may then throw std::bad_alloc.
 bool MemoryRefused(const std::vector<support::SystemCall>& calls);
 
-// The log entries must be the expected ones; the first of them, if something threw on the way.
+// Expects these log entries; if an exception interrupted the run, the first few of them.
 void ExpectLines(const Traces& traces, const std::vector<std::string>& expected, bool interrupted);
 
 // The log entries since the last call, each as "<level> <message>". Each test program has its own.

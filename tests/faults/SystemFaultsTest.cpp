@@ -116,7 +116,7 @@ TEST_P(SystemFaults, ThatShortenAResultAreSurvived)
     ExpectCases(OnlyChangesAnAttribute() ? 0 : 6);  // a change returns no size
 }
 
-// A destructor cannot throw: the text of its entry is the one allocation that must not fail.
+// A destructor cannot throw, so std::bad_alloc from its log entry ends the process.
 TEST(SystemFaultsInADestructor, OfTheWriteAndOfItsTextEndTheProcess)
 {
     const support::TemporaryFolder folder;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kWhole = 65536;  // bytes of the file that the program makes
 
-// The example that replaces a file durably, as it is delivered, while strace lets the kernel refuse its calls.
+// The example that replaces a file durably, as users build it; strace makes its system calls fail.
 class UnchangedProgram : public testing::Test {
 protected:
     void SetUp() override
@@ -24,11 +24,11 @@ protected:
         old_ = support::ReadFile(path_);
     }
 
-    // The exit code, or 128 and more for a signal.
+    // The exit code; for a signal, 128 plus its number.
     static int Run(std::vector<std::string> command)
     {
         return support::RunInChild([&] {
-            // Leaks cannot be looked for under strace.
+            // LeakSanitizer does not work under strace.
             ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // NOLINT(concurrency-mt-unsafe): a child of one thread
             std::vector<char*> arguments;
             arguments.reserve(command.size() + 1);
@@ -41,7 +41,7 @@ protected:
         });
     }
 
-    // Runs the program with its nth call of that name for the file, its new name or its folder refused; counted from 1.
+    // Runs the program; its nth call of that name on the file, the fresh file or the folder fails. Counted from 1.
     int RunRefusing(const std::string& call, const std::string& error, int nth)
     {
         support::WriteFile(path_, old_);
@@ -59,7 +59,7 @@ protected:
     std::string old_;
 };
 
-TEST_F(UnchangedProgram, LeavesTheOldFileOrTheNewWhicheverOfItsCallsIsRefused)
+TEST_F(UnchangedProgram, LeavesTheOldFileOrTheNewOneWhicheverCallIsRefused)
 {
     int cases = 0;
     for (const std::string call : {"openat", "write", "fsync", "rename", "close", "newfstatat"}) {

@@ -1,4 +1,4 @@
-// Keeps docs/format.md in step with what the library writes.
+// The dump in docs/format.md equals what the library writes.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -18,7 +18,7 @@ using support::DataChunk;
 constexpr std::string_view kBegin = "<!-- a file of two records -->\n```text\n";
 constexpr std::string_view kEnd = "```\n";
 
-// A file's bytes, a line for each of its words: position, bytes, meaning.
+// A file's bytes, one line for each field: position, bytes, meaning.
 class Dump {
 public:
     explicit Dump(std::string file) : file_(std::move(file))

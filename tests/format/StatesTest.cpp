@@ -1,4 +1,4 @@
-// The states in which a chunk file can be found: what the reader makes of each, what a reopening, and what is lost.
+// The states that a chunk file can be in: what the reader finds, what reopening keeps, and what is lost.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -39,10 +39,10 @@ protected:
 
     void Found(const std::string& file) { support::WriteFile(path_, file); }
 
-    // What the reader finds by walking.
+    // The times that the reader finds.
     Times Read() const { return support::TimesOf(support::ReadAll(path_)); }
 
-    // What a reopening keeps. Closed without an append, it leaves every byte as it is.
+    // The times that reopening keeps. Without an append, every byte of the file stays the same.
     Times Kept(std::uint64_t maxSize = kUnbounded) const
     {
         const std::string before = ReadFile(path_);
@@ -57,14 +57,14 @@ protected:
         return times;
     }
 
-    // What the reader finds after a reopening that appends a chunk of 40 bytes.
+    // The times that the reader finds after the file was reopened and got a chunk of 40 bytes.
     Times Continued(std::uint64_t maxSize = kUnbounded) const
     {
         EXPECT_TRUE(DataChunkFileAppender(path_, true, maxSize).Append(ChunkOfSize(kNewTime, 40)));
         return Read();
     }
 
-    // The reason why the file can't be reopened, behind "DataChunkFileAppender: ". The file stays as it is.
+    // Why the file cannot be reopened: the text after "DataChunkFileAppender: ". The file does not change.
     std::string Refusal(std::uint64_t maxSize = kUnbounded) const
     {
         try {
@@ -93,7 +93,7 @@ TEST_F(States, SoundFileIsReadAndContinued)
     EXPECT_EQ(Continued(), (Times{1, 2, 3, kNewTime}));
 }
 
-TEST_F(States, AbsentFileIsAFailureOfBoth)
+TEST_F(States, AbsentFileIsAFailureForBoth)
 {
     EXPECT_THROW(DataChunkFileReader{path_}, std::runtime_error);
     EXPECT_EQ(Refusal(), TooShort(0));
@@ -134,7 +134,7 @@ TEST_F(States, FileLongerThanTheMaximumSizeIsNotReopened)
     EXPECT_EQ(ReadFile(path_), Sound());
 }
 
-TEST_F(States, ZerosAloneAreOfVersionZeroWithoutChunks)
+TEST_F(States, FileOfZerosHasVersionZeroAndNoChunks)
 {
     Found(std::string(kEnd, '\0'));
     EXPECT_TRUE(Read().empty());
@@ -164,7 +164,7 @@ TEST_F(States, CountThatIsTooLowHidesRecordsAndAnAppendOverwritesThem)
     EXPECT_EQ(Continued(), Times{kNewTime});
 }
 
-TEST_F(States, CutFileKeepsItsWholeRecords)
+TEST_F(States, TruncatedFileKeepsItsWholeRecords)
 {
     for (const std::uint64_t end : {kSecond, kSecond + 1, kThird - 1}) {
         Found(Sound().substr(0, end));
@@ -195,7 +195,7 @@ TEST_F(States, ZerosInPlaceOfARecordEndTheWalk)
     EXPECT_EQ(Continued(), (Times{1, kNewTime}));
 }
 
-TEST_F(States, RecordBehindADamagedOneCanBeReadAtItsPosition)
+TEST_F(States, RecordAfterADamagedOneCanBeReadAtItsPosition)
 {
     Found(With(Sound(), kSecond, "?"));
     DataChunk chunk;
@@ -203,7 +203,7 @@ TEST_F(States, RecordBehindADamagedOneCanBeReadAtItsPosition)
     EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 3);
 }
 
-TEST_F(States, DamagedFieldThatIsNotAskedForIsNotSeen)
+TEST_F(States, DamageInAFieldThatIsNotReadGoesUnnoticed)
 {
     Found(With(Sound(), kThird - 1, "?"));
     DataChunk chunk;
@@ -213,7 +213,7 @@ TEST_F(States, DamagedFieldThatIsNotAskedForIsNotSeen)
     EXPECT_EQ(reader.GetChunk(chunk, kSecond, {"another"}), 60U);
 }
 
-TEST_F(States, ForeignRecordsAreNoneAndAnAppendOverwritesThem)
+TEST_F(States, ForeignRecordsAreNotGoodAndAnAppendOverwritesThem)
 {
     Found(Word(2) + Word(3) + std::string(200, 'x'));
     EXPECT_EQ(Read(), Times{});
@@ -221,7 +221,7 @@ TEST_F(States, ForeignRecordsAreNoneAndAnAppendOverwritesThem)
     EXPECT_EQ(Continued(), Times{kNewTime});
 }
 
-TEST_F(States, BytesBehindTheLastRecordMeanNothing)
+TEST_F(States, BytesAfterTheLastRecordMeanNothing)
 {
     Found(Sound() + std::string(100, 'x'));
     EXPECT_EQ(Read(), (Times{1, 2, 3}));
@@ -230,7 +230,7 @@ TEST_F(States, BytesBehindTheLastRecordMeanNothing)
     EXPECT_EQ(ReadFile(path_).substr(kEnd + 40), std::string(60, 'x'));
 }
 
-TEST_F(States, OlderLongerFileStaysBehindTheNewOne)
+TEST_F(States, LongerOldFileStaysAfterTheNewImage)
 {
     Found(Sound());
     EXPECT_TRUE(DataChunkFileAppender(path_, false, 100).Append(ChunkOfSize(4, 80)));

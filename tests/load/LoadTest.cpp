@@ -30,7 +30,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double kMebi = 1 << 20;
 
-// Memory of this process that is resident, in MiB.
+// Resident memory of this process, in MiB.
 double Resident()
 {
     std::uint64_t total = 0;
@@ -39,12 +39,12 @@ double Resident()
     return static_cast<double>(resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE))) / kMebi;
 }
 
-// A file and what must be in it, for one thread.
+// A file and a model of its contents, for one thread.
 class ModelledFile {
 public:
     ModelledFile(std::string path, unsigned seed) : path_(std::move(path)), random_(seed) {}
 
-    // The life of an appender, then those of two readers; false if anything was not as it must be.
+    // Writes the file with an appender and reads it with two readers. Returns false if they differ from the model.
     bool RunRound()
     {
         const bool reopen = Pick(4) != 0 && !chunks_.empty();
@@ -60,7 +60,7 @@ private:
 
     std::uint64_t Pick(std::uint64_t number) { return random_() % number; }
 
-    // Appends chunks, some of which must be refused.
+    // Appends chunks; duplicates and oversize chunks must be refused.
     bool AreAppended(bool reopen)
     {
         DataChunkFileAppender appender(path_, reopen, kMaxSize);
@@ -100,7 +100,7 @@ protected:
     Load() : descriptors_(support::OpenDescriptors()) {}
     ~Load() override { EXPECT_EQ(support::OpenDescriptors(), descriptors_); }
 
-    // Appends `number` chunks to a new file, in the order of their times.
+    // Appends `number` chunks to a new file in time order.
     static void Fill(const std::string& path, std::uint64_t number)
     {
         DataChunkFileAppender appender(path, false, kHeaderSize + (number + 1) * DataChunk().GetSizeOnFile());
@@ -109,7 +109,7 @@ protected:
         }
     }
 
-    // Reopens it and appends one more.
+    // Reopens the file and appends one more chunk.
     static void Continue(const std::string& path, std::uint64_t number)
     {
         DataChunkFileAppender appender(path, true, 0);
@@ -122,7 +122,7 @@ protected:
     std::set<int> descriptors_;
 };
 
-TEST_F(Load, ThreadsOnFilesOfTheirOwnAgreeWithTheirModelsInFlatMemory)
+TEST_F(Load, ThreadsWithTheirOwnFilesAgreeWithTheirModelsInConstantMemory)
 {
     constexpr unsigned kThreads = 16;
     const char* const chosen = std::getenv("CORVANE_SOAK_SECONDS");  // NOLINT(concurrency-mt-unsafe): one thread yet

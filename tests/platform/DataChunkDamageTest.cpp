@@ -24,7 +24,7 @@ Record Good()
     return Record({{"a", "first value"}, {"b", ""}, {"c", "third value"}});
 }
 
-// More bytes of zeros than a record can have, readable and without cost, that begin with given ones.
+// The given bytes, then readable zeros past the largest record's end. The kernel maps one zero page for them.
 class LongMemory {
 public:
     explicit LongMemory(const std::string& bytes)
@@ -46,7 +46,7 @@ private:
     void* memory_;
 };
 
-// These bytes, with a page right after them that ends the process if it is touched.
+// The given bytes, then at once a page without access: reading past the bytes ends the process.
 class GuardedMemory {
 public:
     explicit GuardedMemory(const std::string& bytes)
@@ -74,14 +74,14 @@ class Damage : public testing::TestWithParam<Form> {
 protected:
     Damage() { chunk_.Set("held", "before"); }
 
-    // The chunk refuses these bytes, and is afterwards what it was.
+    // The chunk refuses these bytes and does not change.
     void ExpectRefused(const std::string& bytes)
     {
         EXPECT_EQ(records::Read(GetParam(), chunk_, bytes, {"a", "b", "c"}), 0U);
         ExpectAsItWas();
     }
 
-    // The same where a form may look behind the bytes: there are zeros in memory, or the end of the file.
+    // The same if the form may read past the bytes: it finds zeros in memory, or the end of the file.
     void ExpectRefusedBeforeZeros(const std::string& bytes)
     {
         if (GetParam() != Form::kMemory) {
@@ -93,7 +93,7 @@ protected:
         ExpectAsItWas();
     }
 
-    // A record that is right but for what `change` does to it; its checksums are right again.
+    // A sound record after `change`, with its checksums made right again.
     void ExpectRefused(const std::function<void(Record&)>& change)
     {
         Record record = Good();
@@ -101,7 +101,7 @@ protected:
         ExpectRefusedBeforeZeros(record.Bytes());
     }
 
-    // How far a refused read from a file that goes on past these bytes has come.
+    // The descriptor's position after a refused read from a file that is longer than these bytes.
     std::uint64_t PositionAfterRefusal(const std::string& bytes)
     {
         const records::OpenFile file(bytes + std::string(100'000, '\0'));
@@ -156,14 +156,14 @@ TEST_P(Damage, EveryByteSetToAnyOtherValueIsRefused)
     }
 }
 
-TEST_P(Damage, EveryCutIsRefused)
+TEST_P(Damage, EveryTruncationIsRefused)
 {
     const std::string good = Good().Bytes();
     for (std::size_t size = 0; size < good.size(); ++size) {
         SCOPED_TRACE(size);
         std::string bytes = good.substr(0, size);
         if (GetParam() == Form::kMemory) {
-            bytes.resize(good.size());  // as behind the end of an image
+            bytes.resize(good.size());  // like the zeros after an image's end
         }
         ExpectRefused(bytes);
     }
@@ -175,13 +175,13 @@ TEST_P(Damage, ZerosAreRefused)
     ExpectRefused(std::string(4096, '\0'));
 }
 
-TEST_P(Damage, OtherMarkIsRefused)
+TEST_P(Damage, WrongMarkIsRefused)
 {
     ExpectRefused([](Record& record) { record.mark = 0x43564331; });
     ExpectRefused([](Record& record) { record.mark = 0; });
 }
 
-TEST_P(Damage, SizeOfTheRecordThatDoesNotFitIsRefused)
+TEST_P(Damage, WrongRecordSizeIsRefused)
 {
     for (const std::uint64_t size : {0UL, 39UL, 40UL, Good().size - 1, Good().size + 1, 1UL << 29U, 1UL << 30U,
                                      (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
@@ -221,7 +221,7 @@ TEST_P(Damage, LongestSizeIsNotRefusedByTheHeadAlone)
     }
 }
 
-TEST_P(Damage, SizeOfTheDirectoryThatDoesNotFitIsRefused)
+TEST_P(Damage, WrongDirectorySizeIsRefused)
 {
     for (const std::uint64_t size : {0UL, 1UL, 15UL, 16UL, 17UL, Good().directorySize - 1, Good().directorySize + 1,
                                      Good().size - 40, Good().size, 1UL << 31U, (1UL << 32U) - 1}) {
@@ -230,7 +230,7 @@ TEST_P(Damage, SizeOfTheDirectoryThatDoesNotFitIsRefused)
     }
 }
 
-TEST_P(Damage, HugeDirectoryThatIsNotThereIsRefused)
+TEST_P(Damage, HugeMissingDirectoryIsRefused)
 {
     ExpectRefused([](Record& record) {
         record.size = 1U << 30U;
@@ -238,7 +238,7 @@ TEST_P(Damage, HugeDirectoryThatIsNotThereIsRefused)
     });
 }
 
-TEST_P(Damage, NumberOfFieldsThatIsNotTheirsIsRefused)
+TEST_P(Damage, WrongNumberOfFieldsIsRefused)
 {
     for (const std::uint64_t number : {0UL, 2UL, 4UL, (1UL << 32U) - 1}) {
         SCOPED_TRACE(number);
@@ -246,7 +246,7 @@ TEST_P(Damage, NumberOfFieldsThatIsNotTheirsIsRefused)
     }
 }
 
-TEST_P(Damage, SizeOfANameThatDoesNotFitIsRefused)
+TEST_P(Damage, WrongNameSizeIsRefused)
 {
     for (const std::uint64_t size :
          {0UL, 2UL, 17UL, 18UL, 35UL, 36UL, 1UL << 31U, (1UL << 32U) - 16, (1UL << 32U) - 1}) {
@@ -257,7 +257,7 @@ TEST_P(Damage, SizeOfANameThatDoesNotFitIsRefused)
     }
 }
 
-TEST_P(Damage, SizeOfAValueThatDoesNotFitIsRefused)
+TEST_P(Damage, WrongValueSizeIsRefused)
 {
     for (const std::uint64_t size : {1UL, 10UL, 12UL, 22UL, 23UL, 1UL << 31U, (1UL << 32U) - 11, (1UL << 32U) - 1}) {
         for (const std::size_t field : {0U, 1U, 2U}) {
@@ -267,7 +267,7 @@ TEST_P(Damage, SizeOfAValueThatDoesNotFitIsRefused)
     }
 }
 
-TEST_P(Damage, ValueWithAnotherChecksumIsRefused)
+TEST_P(Damage, ValueWithAWrongChecksumIsRefused)
 {
     for (const std::size_t field : {0U, 1U, 2U}) {
         ExpectRefused([field](Record& record) { ++record.fields[field].checksum; });
@@ -278,11 +278,11 @@ TEST_P(Damage, NamesThatDoNotAscendAreRefused)
 {
     ExpectRefused(Record({{"b", "1"}, {"a", "2"}}).Bytes());
     ExpectRefused(Record({{"a", "1"}, {"a", "2"}}).Bytes());
-    ExpectRefused(Record({{"\x80", "1"}, {"a", "2"}}).Bytes());  // bytes are unsigned
+    ExpectRefused(Record({{"\x80", "1"}, {"a", "2"}}).Bytes());  // names compare as unsigned bytes
     ExpectRefused(Record({{"aa", "1"}, {"a", "2"}}).Bytes());
 }
 
-TEST(SkippedFields, TheirValuesAreNotChecked)
+TEST(SkippedFields, ValuesAreNotChecked)
 {
     Record record = Good();
     ++record.fields[2].checksum;
@@ -304,7 +304,7 @@ TEST(SkippedFields, HeadAndDirectoryAreChecked)
     }
 }
 
-TEST(SkippedFields, RecordCutWithinThemIsRefused)
+TEST(SkippedFields, TruncatedRecordIsRefused)
 {
     const std::string good = Good().Bytes();
     for (std::size_t size = 0; size < good.size(); ++size) {

@@ -30,7 +30,7 @@ std::set<std::string> Both()
     return {"a", "b"};
 }
 
-// The bytes in a pipe that ends behind them.
+// A pipe that holds exactly these bytes.
 class Pipe {
 public:
     explicit Pipe(const std::string& bytes)
@@ -97,7 +97,7 @@ TEST(Reads, InterruptedReadsAreRepeated)
     }
 }
 
-TEST(Reads, EveryReadThatFailsMakesNoRecord)
+TEST(Reads, EveryFailedReadGivesNoRecord)
 {
     for (std::uint64_t nth = 0; nth < 4; ++nth) {
         const OpenFile file(TheRecord().Bytes());
@@ -110,7 +110,7 @@ TEST(Reads, EveryReadThatFailsMakesNoRecord)
     }
 }
 
-TEST(Reads, DescriptorThatCannotBeReadMakesNoRecord)
+TEST(Reads, UnreadableDescriptorGivesNoRecord)
 {
     const int folder = ::open("/", O_RDONLY | O_DIRECTORY);
     for (const int fd : {-1, folder}) {
@@ -131,7 +131,7 @@ TEST(Reads, PipeGivesWholeRecordsOneAfterTheOther)
     EXPECT_EQ(*chunk.Get("b"), "second value");
 }
 
-TEST(Reads, FieldsThatAPipeCannotSkipMakeNoRecord)
+TEST(Reads, FieldsToSkipInAPipeGiveNoRecord)
 {
     const Pipe pipe(TheRecord().Bytes());
     DataChunk chunk;
@@ -159,10 +159,10 @@ TEST(Reads, SkippedFieldsAreNotRead)
     for (const auto& call : calls.Calls("read")) {
         read += call.result;
     }
-    EXPECT_EQ(read, 40 + 3 * 17 + 12 + 1);  // head, directory, value, and the last byte, to see that it is there
+    EXPECT_EQ(read, 40 + 3 * 17 + 12 + 1);  // head, directory, value, and the last byte, which must exist
 }
 
-TEST(Reads, LongRecordThatIsNotThereCostsNoMemory)
+TEST(Reads, TruncatedLongRecordTakesNoMemory)
 {
     Record record({});
     record.size = DataChunk::kMaxSizeOnFile;

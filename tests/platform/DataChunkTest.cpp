@@ -143,7 +143,7 @@ TEST(DataChunk, WithoutNamesOnlyTimeAndSizeAreLoaded)
     EXPECT_TRUE(chunk.Fields().empty());
 }
 
-TEST(DataChunk, ChunkOfWhichFieldsWereSkippedIsNeitherWrittenNorChanged)
+TEST(DataChunk, ChunkWithSkippedFieldsIsNeitherWrittenNorChanged)
 {
     const OpenFile file(GoldenBytes());
     DataChunk chunk;
@@ -155,13 +155,13 @@ TEST(DataChunk, ChunkOfWhichFieldsWereSkippedIsNeitherWrittenNorChanged)
     EXPECT_EQ(*chunk.Get("speed"), "12.5");
 }
 
-TEST(DataChunk, EveryFormStopsBehindTheRecord)
+TEST(DataChunk, EveryFormStopsAtTheRecordsEnd)
 {
     const OpenFile file(GoldenBytes() + GoldenBytes() + GoldenBytes() + "more");
     DataChunk chunk;
     EXPECT_EQ(chunk.ReadFrom(file.Get()), 85U);
     EXPECT_EQ(file.Position(), 85);
-    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"on"}), 85U);  // the last value is skipped
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"on"}), 85U);  // skips the last value
     EXPECT_EQ(file.Position(), 170);
     EXPECT_EQ(chunk.ReadFrom(file.Get(), {"speed"}), 85U);
     EXPECT_EQ(file.Position(), 255);
@@ -197,7 +197,7 @@ TEST(DataChunk, RecordIsAtMostOneGibibyte)
     EXPECT_EQ(chunk.GetSizeOnFile(), 40U + 16U + 3U + 5U);
 }
 
-TEST(DataChunk, SetThatFindsNoMemoryChangesNothing)
+TEST(DataChunk, SetThatRunsOutOfMemoryChangesNothing)
 {
     DataChunk chunk = Golden();
     const std::string name(100, 'n');
@@ -221,12 +221,12 @@ TEST(DataChunk, CopiesAreIndependent)
     EXPECT_EQ(copy.GetSizeOnFile(), 90U);
 }
 
-TEST(DataChunk, ChunkThatWasMovedFromIsAsNew)
+TEST(DataChunk, MovedFromChunkEqualsADefaultConstructedOne)
 {
     DataChunk chunk = Golden();
     const DataChunk moved = std::move(chunk);
     ExpectGolden(moved);
-    // NOLINTNEXTLINE(bugprone-use-after-move): what is left of it is the claim
+    // NOLINTNEXTLINE(bugprone-use-after-move): the test is about the moved-from chunk
     EXPECT_EQ(BytesOf(chunk), BytesOf(DataChunk()));
 }
 

@@ -23,14 +23,14 @@ using tarn::cv::logging::Logger;
 using tarn::cv::logging::LoggingManager;
 using Lines = std::vector<std::string>;
 
-// The name of a logger that no other test has used.
+// A logger name that no other test uses.
 std::string NewName()
 {
     static int number = 0;
     return "LoggerTest." + std::to_string(++number);
 }
 
-// While it lives, stderr is a socket that keeps the bounds of writes.
+// While it lives, stderr is a socket that receives each write as one message.
 class WritesToStderr {
 public:
     WritesToStderr() : stderr_(::dup(STDERR_FILENO))
@@ -52,7 +52,7 @@ public:
         ::close(end_);
     }
 
-    // What each write since the last call wrote.
+    // The text of each write since the last call.
     Lines Take() const
     {
         Lines writes;
@@ -113,7 +113,7 @@ TEST_F(Logging, NameAlwaysGivesTheSameLogger)
     EXPECT_NE(&LoggingManager::GetLogger(NewName()), &logger);
 }
 
-TEST_F(Logging, LevelIsThatOfOneLoggerAlone)
+TEST_F(Logging, LevelsOfDifferentLoggersAreIndependent)
 {
     const std::string name = NewName();
     LoggingManager::SetLevel(name, 7);
@@ -121,7 +121,7 @@ TEST_F(Logging, LevelIsThatOfOneLoggerAlone)
     EXPECT_EQ(LoggingManager::GetLogger("").GetCurrentLevel(), 40);
 }
 
-TEST_F(Logging, LoggerThatIsSwitchedOffIsNullByPointerAndThereByReference)
+TEST_F(Logging, SwitchedOffLoggerIsNullByPointerButNotByReference)
 {
     const std::string name = NewName();
     Logger* const earlier = LoggingManager::GetLoggerPtr(name);

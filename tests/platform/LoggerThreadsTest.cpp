@@ -33,7 +33,7 @@ void InThreads(const std::function<void(int)>& function)
     }
 }
 
-TEST(LoggerThreads, LookUpsOfOneNameGiveOneLogger)
+TEST(LoggerThreads, LookupsOfOneNameGiveOneLogger)
 {
     std::array<std::array<Logger*, kRounds>, kThreads> found = {};
     InThreads([&](int thread) {

@@ -60,7 +60,7 @@ std::string Record::Bytes() const
         directory += EntryOf(field);
         values += field.value;
     }
-    // The checksum of as many bytes as the head says, as far as there are that many.
+    // The checksum of the directory: as many bytes as the head claims, or all that exist.
     std::string head = records::Bytes(mark) + records::Bytes(static_cast<std::uint32_t>(size)) + records::Bytes(time) +
                        records::Bytes(static_cast<std::uint32_t>(directorySize)) +
                        records::Bytes(static_cast<std::uint32_t>(fieldNumber)) +
@@ -90,7 +90,8 @@ std::int64_t OpenFile::Position() const
 std::uint64_t Read(Form form, DataChunk& chunk, const std::string& bytes, const std::set<std::string>& names)
 {
     if (form == Form::kMemory) {
-        const std::vector<unsigned char> memory(bytes.begin(), bytes.end());  // a sanitizer knows where it ends
+        const std::vector<unsigned char> memory(bytes.begin(),
+                                                bytes.end());  // sized exactly, so that a sanitizer sees reads past it
         return chunk.ReadFrom(memory.data());
     }
     const OpenFile file(bytes);

@@ -12,7 +12,7 @@ namespace records {
 
 using Corvane::Pellin::DataChunk;
 
-// One field as the directory tells it. Sizes and checksums are the true ones unless a test says otherwise.
+// A directory entry. Sizes and checksums are right unless a test sets them.
 struct Field {
     Field(std::string fieldName, std::string fieldValue);
 
@@ -23,7 +23,7 @@ struct Field {
     std::uint64_t checksum;
 };
 
-// A record whose head and directory have right checksums, whatever they say.
+// A record whose head and directory have right checksums, whatever else they hold.
 struct Record {
     explicit Record(std::vector<Field> recordFields);
 
@@ -39,7 +39,7 @@ struct Record {
 
 enum class Form { kMemory, kDescriptor, kDescriptorWithNames };
 
-// The bytes in a file of its own, open and at its start.
+// The bytes in an open file of their own, positioned at the start.
 class OpenFile {
 public:
     explicit OpenFile(const std::string& bytes);
@@ -54,10 +54,10 @@ private:
     int fd_;
 };
 
-// Lets the chunk read these bytes. From memory nothing may be read behind them; with names, all fields are named.
+// Lets the chunk read these bytes. From memory it may not read past them; with names, every field is named.
 std::uint64_t Read(Form form, DataChunk& chunk, const std::string& bytes, const std::set<std::string>& names = {});
 
-// The bytes that a chunk writes, in exactly as much memory.
+// The bytes that a chunk writes into memory of exactly its size.
 std::string BytesOf(const DataChunk& chunk);
 
 }  // namespace records

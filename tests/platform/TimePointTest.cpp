@@ -63,7 +63,7 @@ TEST(TimePoint, WidthOfTheStreamPadsTheWholeText)
     EXPECT_EQ(stream.str(), "1970-01-01T00:00:00.000000000Z...|");
 }
 
-TEST(TimePoint, OrderIsThatOfTheNanoseconds)
+TEST(TimePoint, PointsAreOrderedByTheirNanoseconds)
 {
     const std::int64_t values[] = {std::numeric_limits<std::int64_t>::min(), -1, 0, 1,
                                    std::numeric_limits<std::int64_t>::max()};

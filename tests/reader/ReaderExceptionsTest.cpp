@@ -129,7 +129,7 @@ TEST_F(ReaderExceptions, FetchingAndClosingLogNothingLogNothing)
     EXPECT_EQ(platform_.logger.Lines().size(), 1U);  // of the opening
 }
 
-TEST_F(ReaderExceptions, NoTextIsBuiltForARecordThatIsNotIssued)
+TEST_F(ReaderExceptions, NoTextIsBuiltForAnEntryThatIsNotIssued)
 {
     LoggingManager::names.reserve(8);  // the registry's own
     const auto allocationsAtLevel = [this](std::int32_t level) {

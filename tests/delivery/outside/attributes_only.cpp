@@ -1,4 +1,4 @@
-// A program that uses nothing of the platform itself. usage: attributes_only FILE
+// A program that does not use the platform directly. usage: attributes_only FILE
 #include <Corvane/File/ExtendedAttributes.h>
 
 int main(int /*count*/, char** arguments)

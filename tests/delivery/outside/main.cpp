@@ -1,5 +1,5 @@
-// A stranger's program: writes a chunk file, continues it, reads it back, and tags it. usage: outside FILE
-// Ends with 0, with 77 where the file system keeps no attributes, or with 1 and a message.
+// A user's program: writes a chunk file, continues it, reads it back and tags it. usage: outside FILE
+// Exit code: 0; 77 if the file system has no attributes; 1 with a message.
 #include <Corvane/File/ChunkFileLayout.h>
 #include <Corvane/File/DataChunkFileAppender.h>
 #include <Corvane/File/DataChunkFileReader.h>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Demands that every line, branch and condition of the library was taken, save what exclusions.txt names.
+"""Fails unless every line, branch and condition of the library was taken or is named in exclusions.txt.
 
 Reads what `llvm-cov export` says of the library's sources. The instantiations of a template count as one: what one of
 them has taken is taken. A condition counts (MC/DC) when it was seen to decide the outcome alone, both ways.
@@ -35,7 +35,7 @@ def excluded_lines(path):
 
 
 def line_counts(file):
-    """For each line with code, how often it was reached: the most of its segments' counts."""
+    """How often each line with code was reached: the highest count of its segments."""
     counts, active = {}, None
     segments = file["segments"]
     for (line, _, count, has_count, _, gap), following in zip(segments, segments[1:] + [None]):
@@ -48,7 +48,7 @@ def line_counts(file):
 
 
 def gaps_of(file, functions):
-    """(line, what) of everything that was not taken, and how much there was to take."""
+    """(line, what) of everything not taken, and the totals."""
     total, gaps = collections.Counter(), []
     for line, count in line_counts(file).items():
         total["lines"] += 1

@@ -6,8 +6,8 @@
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Chunks.h"
 
-// Appends a chunk of so many bytes to the named file, says "ready", waits for a line, and lets the appender write. What
-// the library has to say about it comes from the platform's default sink, on stderr.
+// Appends a chunk with a record of BYTES bytes to FILE, prints "ready", waits for a line, and lets the appender write.
+// The platform's default sink prints the library's log entries on stderr.
 int main(int count, char** arguments)
 {
     if (count != 3) {

@@ -14,14 +14,14 @@
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
-// Prints what the file system that CORVANE_TEST_FOLDER lies on allows, as the cells of a markdown table's row.
+// Prints the limits of the file system at CORVANE_TEST_FOLDER, as cells of a Markdown table's row.
 namespace {
 
 using Corvane::File::ExtendedAttributes;
 
-constexpr std::size_t kMostNames = 10'000;  // more are not tried
+constexpr std::size_t kMostNames = 10'000;  // the search stops here
 
-// The largest size up to `most` that is allowed, taken that all smaller ones are.
+// The largest allowed size up to `most`; assumes that every smaller size is allowed.
 std::size_t Largest(std::size_t most, const std::function<bool(std::size_t)>& isAllowed)
 {
     std::size_t allowed = 0;
@@ -50,7 +50,7 @@ public:
     }
 
 private:
-    // Whether the attribute could be written; if not, reason_ tells why.
+    // Returns whether the attribute was written; if not, reason_ holds the reason.
     bool Write(const std::string& name, const std::string& value)
     {
         bool success = false;
@@ -67,7 +67,7 @@ private:
         return count;
     }
 
-    // The text behind the last colon of the failure's record.
+    // The text after the last colon of the failure's log entry.
     void KeepReason(bool success)
     {
         if (!success) {
@@ -84,7 +84,7 @@ private:
         return Write("user.x", std::string(size, 'v'));
     }
 
-    // Largest value of a file's only attribute, and the reason against one byte more.
+    // The largest value of a file's only attribute, and the reason why one byte more is refused.
     std::string Values()
     {
         const std::size_t largest = Largest(65'536, [this](std::size_t size) { return WriteAnew(size); });
@@ -92,7 +92,7 @@ private:
         return std::to_string(largest) + " | " + reason_;
     }
 
-    // How many names of eleven bytes with empty values fit, what speaks against one more, and how many can be listed.
+    // How many names of eleven bytes with empty values fit, why one more is refused, and how many can be listed.
     std::string Names()
     {
         std::size_t count = 0;
@@ -122,7 +122,7 @@ private:
         }));
     }
 
-    // Whether reading a file that was opened with O_NOATIME leaves its access time.
+    // Whether a read through O_NOATIME keeps the access time.
     std::string NoAccessTime() const
     {
         const struct timespec times[2] = {{.tv_sec = 1, .tv_nsec = 0}, {.tv_sec = 2, .tv_nsec = 0}};

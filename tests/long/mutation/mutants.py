@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Breaks the library in many small ways, one at a time, and demands that the tests notice.
+"""Breaks the library in many small ways, one at a time; each time a test must fail.
 
 A mutant is the library with one operator, constant, literal, flag, statement or branch changed. It is found when a
 test program fails with it, plainly built or, should it survive that, under sanitizers. survivors.txt must give a reason
@@ -26,7 +26,7 @@ WORK = ROOT / "build/mutants"
 SURVIVORS = pathlib.Path(__file__).with_name("survivors.txt")
 GOAL = 98.0  # percent
 
-# Which test programs look at which source; first those that find the most in the least time.
+# The test programs for each source; first those that find the most in the least time.
 APPENDER = ["appender_test", "reopen_test", "reopen_calls_test", "appender_calls_test", "appender_exceptions_test",
             "appender_collaborators_test", "reopen_walk_test", "costs_test", "collaborator_faults_test",
             "reopen_damage_test", "reopen_memory_test"]
@@ -42,10 +42,10 @@ PROGRAMS = {
     "ChunkFileLayout.h": READER + APPENDER,
     "XattrNames.h": ["attributes_names_test"],
 }
-# Programs that hold a header of the library in themselves, so that they are built anew for each mutant.
+# Programs that contain a header of the library, so they are built again for each mutant.
 REBUILT = {"image_test": ROOT / "tests/image", "attributes_names_test": ROOT / "tests/attributes"}
 
-# Operators and constants: what is looked for in the code, and what takes its place.
+# Operators and constants: a pattern and its replacement.
 REPLACEMENTS = [
     (r" < ", [" <= ", " >= "]), (r" <= ", [" < ", " > "]), (r" > ", [" >= ", " <= "]), (r" >= ", [" > ", " < "]),
     (r" == ", [" != "]), (r" != ", [" == "]), (r" && ", [" || "]), (r" \|\| ", [" && "]),
@@ -71,7 +71,7 @@ def code_of(text):
 
 
 def closing(code, at):
-    """The position behind the bracket that closes the one at `at`."""
+    """The position after the bracket that closes the one at `at`."""
     depth = 0
     for i in range(at, len(code)):
         depth += {"(": 1, ")": -1}.get(code[i], 0)
@@ -81,7 +81,7 @@ def closing(code, at):
 
 
 def statements(code):
-    """(begin, end) of each statement that can be left out: from behind a statement or bracket to its semicolon."""
+    """(begin, end) of each statement that can be left out: from after a statement or bracket to its semicolon."""
     begin, at, before = None, 0, ""
     for line in code.splitlines(keepends=True):
         words = line.strip()
@@ -150,7 +150,7 @@ def all_mutants():
 
 
 def limit(seconds, memory):
-    """So that a mutant that never ends, or never stops allocating, stops after all. For the process about to start."""
+    """Limits of the process about to start: ends a mutant that loops or allocates without end."""
     resource.setrlimit(resource.RLIMIT_CPU, (seconds, seconds))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     if memory:
@@ -158,7 +158,7 @@ def limit(seconds, memory):
 
 
 class Build:
-    """The test programs, built once, and the library's two forms, built anew for each mutant."""
+    """The test programs, built once, and the library's two builds, made again for each mutant."""
 
     def __init__(self, name, flags, environment):
         self.folder = WORK / name
@@ -186,7 +186,7 @@ class Build:
         self.precompile()
 
     def link_of(self, program):
-        """How a program is linked, without its own objects and the output."""
+        """The link command of a program, without its own objects and the output."""
         command = subprocess.run(["ninja", "-t", "commands", "-s", self.programs[program].relative_to(self.folder)],
                                  cwd=self.folder, check=True, capture_output=True, text=True).stdout.split("&&")[1]
         words = [word for word in shlex.split(command) if f"{program}.dir" not in word]
@@ -207,7 +207,7 @@ class Build:
                 command.insert(1, f"-include{header}")
 
     def compile(self, mutant, target, folder):
-        """Puts one form of the mutant's library, or a program, into `folder`; false if it does not compile."""
+        """Builds one form of the mutant's library, or a program, in `folder`; false if it does not compile."""
         tree = folder / "Corvane/Common/libFile/Corvane/File"
         tree.mkdir(parents=True, exist_ok=True)
         for source in SOURCES.iterdir():
@@ -248,7 +248,7 @@ class Build:
             return False
 
     def measure(self):
-        """Every program must pass with the unchanged library, and gets a multiple of the processor time it takes."""
+        """Every program must pass with the unchanged library; a multiple of its processor time is its limit."""
         folder = self.folder / "unchanged"
         folder.mkdir(exist_ok=True)
         for target in self.commands:
@@ -275,7 +275,7 @@ class Build:
 
 
 class Results:
-    """What became of each mutant, kept from run to run."""
+    """The verdict on each mutant, kept between runs."""
 
     def __init__(self):
         self.path = WORK / "results.jsonl"
@@ -336,8 +336,8 @@ def reasons():
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
-    parser.add_argument("--only", default="", help="only mutants whose name holds this text")
-    parser.add_argument("--reasons", action="store_true", help="only see that every reason is for one of the mutants")
+    parser.add_argument("--only", default="", help="only mutants whose name contains this text")
+    parser.add_argument("--reasons", action="store_true", help="only check that every reason belongs to a mutant")
     parser.add_argument("--list", action="store_true", help="print the mutants, judge none")
     arguments = parser.parse_args()
     mutants = [mutant for mutant in all_mutants() if arguments.only in mutant.name]
