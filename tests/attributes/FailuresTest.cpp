@@ -184,7 +184,7 @@ protected:
         return "10 " + GetParam().text + ": " + std::generic_category().message(error);
     }
 
-    // The registry and the logger do this at each use. A logged failure uses them four times: lookup, level, lookup, Log.
+    // The registry and the logger do this at each use. A logged failure uses them four times: lookup, level, lookup, Log
     void AtEachUse(const std::function<void()>& action)
     {
         for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
@@ -310,7 +310,7 @@ TEST_P(Failures, FailedAllocationIsThrownAndLeavesTheFlag)
     EXPECT_GE(nth, 3U);
 }
 
-// Allocated before the level query: the reason, the logger's name, the registry's copy of the name, and List's buffer. The
+// Allocated before the level query: the reason, the logger's name, the registry's copy of it, and List's buffer. The
 // text would need another allocation.
 TEST_P(Failures, NoTextIsBuiltForAnEntryThatIsNotIssued)
 {

@@ -56,7 +56,7 @@ const std::map<std::string, std::vector<int>>& Errors()
     return errors;
 }
 
-// The call fails. As on Linux, close() closes the descriptor all the same. A signal interrupts a read at most four times
+// The call fails. As on Linux, close() closes the descriptor anyway. A signal interrupts a read at most four times
 // in a row. A mapping that munmap() refused goes into unmapLater.
 SystemCalls::Action FailWith(int error, std::map<void*, std::uint64_t>& unmapLater)
 {
