@@ -184,7 +184,7 @@ protected:
         return "10 " + GetParam().text + ": " + std::generic_category().message(error);
     }
 
-    // The registry and the logger do this at each use. A logged failure uses them four times: lookup, level, lookup, Log
+    // The registry and the logger do this at each use. A logged failure makes four uses: lookup, level, lookup, Log
     void AtEachUse(const std::function<void()>& action)
     {
         for (auto* const function : {&LoggingManager::onLookUp, &platform_.logger.onLevel, &platform_.logger.onLog}) {
