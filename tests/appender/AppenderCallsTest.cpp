@@ -9,8 +9,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Allocations.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
@@ -18,25 +18,12 @@
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using support::ChunkOfSize;
-using Lines = std::vector<std::string>;
+using support::kUnbounded;
+using support::Lines;
 
-class AppenderCalls : public testing::Test {
+class AppenderCalls : public support::ChunkFileTest {
 protected:
-    // The text of the exception that a new appender throws.
-    std::string TextOfFailedOpen()
-    {
-        try {
-            DataChunkFileAppender(path_, false, 64);
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "none";
-    }
-
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_;
 };
 
@@ -44,7 +31,7 @@ TEST_F(AppenderCalls, NewFileTakesOneOpenOneWriteOneClose)
 {
     support::SystemCalls calls;
     {
-        DataChunkFileAppender appender(path_, false, 512);
+        auto appender = NewFile(512);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     }
     ASSERT_EQ(calls.Names(), (Lines{"open", "write", "close"}));
@@ -59,9 +46,7 @@ TEST_F(AppenderCalls, NewFileTakesOneOpenOneWriteOneClose)
 TEST_F(AppenderCalls, EmptyUnboundedImageIsNotWritten)
 {
     support::SystemCalls calls;
-    {
-        const DataChunkFileAppender appender(path_, false, 0);
-    }
+    WriteNewFile(kUnbounded);
     EXPECT_EQ(calls.Names(), (Lines{"open", "close"}));
 }
 
@@ -69,7 +54,7 @@ TEST_F(AppenderCalls, LargeImageIsWrittenInOneCallToo)
 {
     support::SystemCalls calls;
     {
-        DataChunkFileAppender appender(path_, false, 64'000'000);
+        auto appender = NewFile(64'000'000);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     }
     ASSERT_EQ(calls.Calls("write").size(), 1U);
@@ -80,7 +65,7 @@ TEST_F(AppenderCalls, UntouchedEndOfALargeImageIsMappedBeforeItIsWritten)
 {
     support::SystemCalls calls;
     {
-        DataChunkFileAppender appender(path_, false, 64'000'000);
+        auto appender = NewFile(64'000'000);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 5000)));
     }
     const support::SystemCall populated = calls.Calls("madvise").back();
@@ -90,7 +75,7 @@ TEST_F(AppenderCalls, UntouchedEndOfALargeImageIsMappedBeforeItIsWritten)
 
 TEST_F(AppenderCalls, AppendMakesNoCall)
 {
-    DataChunkFileAppender appender(path_, false, 512);
+    auto appender = NewFile(512);
     const auto chunk = ChunkOfSize(1, 100);
     const support::SystemCalls calls;
     EXPECT_TRUE(appender.Append(chunk));
@@ -99,7 +84,7 @@ TEST_F(AppenderCalls, AppendMakesNoCall)
 
 TEST_F(AppenderCalls, AppendAllocatesTheTimePointsNodeOnly)
 {
-    DataChunkFileAppender appender(path_, false, 512);
+    auto appender = NewFile(512);
     const auto chunk = ChunkOfSize(1, 100);
     const support::Allocations allocations;
     EXPECT_TRUE(appender.Append(chunk));
@@ -108,7 +93,7 @@ TEST_F(AppenderCalls, AppendAllocatesTheTimePointsNodeOnly)
 
 TEST_F(AppenderCalls, RefusalThatIsNotLoggedAllocatesNothing)
 {
-    DataChunkFileAppender appender(path_, false, 16);
+    auto appender = NewFile(16);
     const auto chunk = ChunkOfSize(1, 100);
     support::LogCapture::SetLevel(51);
     const support::Allocations allocations;
@@ -120,9 +105,7 @@ TEST_F(AppenderCalls, FailedWriteIsLoggedWithMinusOne)
 {
     support::SystemCalls calls;
     calls.Fail("write", ENOSPC);
-    {
-        const DataChunkFileAppender appender(path_, false, 512);
-    }
+    WriteNewFile(512);
     EXPECT_EQ(calls.Fired(), 1U);
     EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: -1"});
     EXPECT_EQ(calls.Names(), (Lines{"open", "write", "close"}));
@@ -134,9 +117,7 @@ TEST_F(AppenderCalls, ShortWriteIsLoggedAndNotRepeated)
         log_.Clear();
         support::SystemCalls calls;
         calls.Shorten("write", moved);
-        {
-            const DataChunkFileAppender appender(path_, false, 512);
-        }
+        WriteNewFile(512);
         EXPECT_EQ(calls.Fired(), 1U);
         EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: " + std::to_string(moved)});
         EXPECT_EQ(calls.Calls("write").size(), 1U);
@@ -151,37 +132,35 @@ TEST_F(AppenderCalls, FailedCloseIsIgnoredAndNotRepeated)
         errno = EIO;
         return -1;
     });
-    {
-        const DataChunkFileAppender appender(path_, false, 512);
-    }
+    WriteNewFile(512);
     EXPECT_EQ(calls.Calls("close").size(), 1U);
     EXPECT_EQ(log_.Lines(), Lines{});
 }
 
-TEST_F(AppenderCalls, EveryReasonOfAFailedOpenIsTold)
+TEST_F(AppenderCalls, EveryReasonOfAFailedOpenIsReported)
 {
     for (const int error : {EACCES, EPERM, EMFILE, EISDIR, ENOSPC, EROFS, ELOOP}) {
         support::SystemCalls calls;
         calls.Fail("open", error);
         const std::string reason = std::strerror(error);  // NOLINT(concurrency-mt-unsafe): there is one thread
-        EXPECT_EQ(TextOfFailedOpen(), "DataChunkFileAppender could not open file " + path_ + ": " + reason);
+        EXPECT_EQ(ErrorOfNewFile(64), "DataChunkFileAppender could not open file " + path_ + ": " + reason);
     }
     EXPECT_EQ(log_.Lines(), Lines{});
 }
 
-TEST_F(AppenderCalls, ReasonIsRightWhereAllocatingChangesErrno)
+TEST_F(AppenderCalls, ReasonIsRightAlthoughAllocatingChangesErrno)
 {
     path_ = folder_ / "none/a";
     support::Allocations allocations;
     allocations.DisturbErrno(EDOM);
-    EXPECT_EQ(TextOfFailedOpen(), "DataChunkFileAppender could not open file " + path_ + ": No such file or directory");
+    EXPECT_EQ(ErrorOfNewFile(64), "DataChunkFileAppender could not open file " + path_ + ": No such file or directory");
 }
 
 TEST_F(AppenderCalls, FailedConstructionLeavesNoDescriptor)
 {
     const auto before = support::OpenDescriptors();
     path_ = folder_ / "none/a";
-    EXPECT_NE(TextOfFailedOpen(), "none");
+    EXPECT_NE(ErrorOfNewFile(64), "none");
     EXPECT_EQ(support::OpenDescriptors(), before);
     EXPECT_TRUE(folder_.Names().empty());
 }
@@ -189,19 +168,8 @@ TEST_F(AppenderCalls, FailedConstructionLeavesNoDescriptor)
 TEST_F(AppenderCalls, FailedAllocationInConstructionLeavesNeitherFileNorDescriptor)
 {
     const auto before = support::OpenDescriptors();
-    std::uint64_t nth = 0;
-    for (bool constructed = false; !constructed; ++nth) {
-        EXPECT_TRUE(folder_.Names().empty());
-        support::Allocations allocations;
-        allocations.FailAt(nth);
-        try {
-            const DataChunkFileAppender appender(path_, false, 512);
-            constructed = true;
-        } catch (const std::bad_alloc&) {
-            EXPECT_EQ(allocations.Failed(), 1U);
-        }
-    }
-    EXPECT_GE(nth, 3U);
+    const auto expectNoFile = [this] { EXPECT_TRUE(folder_.Names().empty()); };
+    EXPECT_GE(support::FailEveryAllocation([this] { NewFile(512); }, expectNoFile), 2U);
     EXPECT_EQ(support::OpenDescriptors(), before);
 }
 
@@ -210,7 +178,7 @@ TEST_F(AppenderCalls, RefusedMappingIsAFailedAllocation)
     for (const std::uint64_t maxSize : {std::uint64_t{2} << 20U, std::uint64_t{64} << 20U}) {
         support::SystemCalls calls;
         calls.Fail("mmap", ENOMEM);
-        EXPECT_THROW(DataChunkFileAppender(path_, false, maxSize), std::bad_alloc);
+        EXPECT_THROW(NewFile(maxSize), std::bad_alloc);
         EXPECT_EQ(calls.Fired(), 1U);
     }
     EXPECT_TRUE(folder_.Names().empty());
@@ -222,7 +190,7 @@ TEST_F(AppenderCalls, RefusedGrowthLeavesAMappedImageAsItWas)
     const auto second = ChunkOfSize(2, 5'000'000);
     for (const char* const call : {"mmap", "mremap"}) {
         {
-            DataChunkFileAppender appender(path_, false, 0);
+            auto appender = NewFile(kUnbounded);
             EXPECT_TRUE(appender.Append(first));
             support::SystemCalls calls;
             calls.Fail(call, ENOMEM);
@@ -239,32 +207,30 @@ TEST_F(AppenderCalls, FullDeviceIsLogged)
         GTEST_SKIP() << "needs root, whose device it is";
     }
     {
-        const DataChunkFileAppender appender("/dev/full", false, 512);
+        const auto appender = support::NewFile("/dev/full", 512);
     }
     EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: -1"});
 }
 
-TEST_F(AppenderCalls, LimitOfTheFileSizeCutsTheImageOff)
+TEST_F(AppenderCalls, FileSizeLimitTruncatesTheImage)
 {
     const int result = support::RunInChild([this] {
         std::signal(SIGXFSZ, SIG_IGN);
         const rlimit limit = {300, 300};
         ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-        {
-            const DataChunkFileAppender appender(path_, false, 512);
-        }
+        WriteNewFile(512);
         EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 512B. Wrote instead: 300"});
     });
     EXPECT_EQ(result, 0);
 }
 
-TEST_F(AppenderCalls, ImageLongerThanOneWriteMovesIsCutOffThere)
+TEST_F(AppenderCalls, ImageLongerThanOneWriteIsTruncated)
 {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root, whose device it is";
     }
     {
-        const DataChunkFileAppender appender("/dev/null", false, 3'000'000'000);
+        const auto appender = support::NewFile("/dev/null", 3'000'000'000);
     }
     EXPECT_EQ(log_.Lines(), Lines{"50 Could not write 3000000000B. Wrote instead: 2147479552"});
 }
@@ -279,7 +245,7 @@ TEST_F(AppenderCalls, AnotherUsersWritableFileIsNotPermitted)
     ASSERT_EQ(::chmod(folder_.Path().c_str(), 0777), 0);
     const int result = support::RunInChild([this] {
         support::BecomeUnprivileged();
-        EXPECT_EQ(TextOfFailedOpen(),
+        EXPECT_EQ(ErrorOfNewFile(64),
                   "DataChunkFileAppender could not open file " + path_ + ": Operation not permitted");
     });
     EXPECT_EQ(result, 0);

@@ -1,23 +1,22 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <memory>
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
 #include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::Pellin::DataChunk;
+using support::kUnbounded;
+using support::Lines;
 using tarn::cv::logging::LoggingManager;
-using Lines = std::vector<std::string>;
 
-// What an appender asks of chunks and logging, and when.
-class AppenderCollaborators : public testing::Test {
+// Which calls of chunks and loggers an appender makes, and in what order.
+class AppenderCollaborators : public support::ChunkFileTest {
 protected:
     AppenderCollaborators()
     {
@@ -26,8 +25,6 @@ protected:
         DataChunk::onWrite = [this] { asked_.push_back("write"); };
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::ScriptedPlatform platform_;
     Lines asked_;
 };
@@ -36,7 +33,7 @@ TEST_F(AppenderCollaborators, LoggerIsLookedUpOnceByNameInTheConstructor)
 {
     LoggingManager::onLookUp = [this] { asked_.push_back("logger"); };
     {
-        DataChunkFileAppender appender(path_, false, 64);
+        auto appender = NewFile(64);
         EXPECT_EQ(asked_, Lines{"logger"});
         EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
     }
@@ -50,29 +47,29 @@ TEST_F(AppenderCollaborators, LoggerIsLookedUpBeforeTheImageIsMade)
         asked_.push_back("logger");
         EXPECT_EQ(calls.Names(), Lines{});
     };
-    const DataChunkFileAppender appender(path_, false, std::uint64_t{1} << 26U);
+    const auto appender = NewFile(std::uint64_t{1} << 26U);
     EXPECT_EQ(asked_, Lines{"logger"});
     EXPECT_GE(calls.Calls("mmap").size(), 1U);
 }
 
 TEST_F(AppenderCollaborators, AppendAsksForSizeThenTimePointThenWrites)
 {
-    DataChunkFileAppender appender(path_, false, 200);
+    auto appender = NewFile(200);
     EXPECT_TRUE(appender.Append(DataChunk(1, 100)));
     EXPECT_EQ(asked_, (Lines{"size", "time point", "write"}));
 }
 
 TEST_F(AppenderCollaborators, ChunkThatDoesNotFitIsAskedForItsSizeOnly)
 {
-    DataChunkFileAppender appender(path_, false, 64);
+    auto appender = NewFile(64);
     EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
     EXPECT_EQ(asked_, Lines{"size"});
 }
 
-TEST_F(AppenderCollaborators, ChunkThatClaimsNoLengthFitsAFullFile)
+TEST_F(AppenderCollaborators, ChunkOfSizeZeroFitsAFullFile)
 {
     {
-        DataChunkFileAppender appender(path_, false, 16);
+        auto appender = NewFile(16);
         EXPECT_TRUE(appender.Append(DataChunk(1, 0)));
     }
     EXPECT_EQ(support::ReadFile(path_), support::Word(2) + support::Word(1));
@@ -80,7 +77,7 @@ TEST_F(AppenderCollaborators, ChunkThatClaimsNoLengthFitsAFullFile)
 
 TEST_F(AppenderCollaborators, RefusedDuplicateIsNotWritten)
 {
-    DataChunkFileAppender appender(path_, false, 400);
+    auto appender = NewFile(400);
     EXPECT_TRUE(appender.Append(DataChunk(1, 100)));
     asked_.clear();
     EXPECT_FALSE(appender.Append(DataChunk(1, 50)));
@@ -90,7 +87,7 @@ TEST_F(AppenderCollaborators, RefusedDuplicateIsNotWritten)
 TEST_F(AppenderCollaborators, DuplicatesEntryPrintsTheRefusedTimePoint)
 {
     Corvane::Time::TimePoint::resolution = 10;
-    DataChunkFileAppender appender(path_, false, 400);
+    auto appender = NewFile(400);
     EXPECT_TRUE(appender.Append(DataChunk(17, 100)));
     EXPECT_FALSE(appender.Append(DataChunk(12, 100)));
     EXPECT_EQ(platform_.logger.Lines(), Lines{"50 TimePoint 12 has already been appended"});
@@ -102,7 +99,7 @@ TEST_F(AppenderCollaborators, WithoutALoggerNothingIsLoggedAndAllElseIsTheSame)
     support::SystemCalls calls;
     calls.Fail("write", ENOSPC);
     {
-        DataChunkFileAppender appender(path_, false, 200);
+        auto appender = NewFile(200);
         EXPECT_TRUE(appender.Append(DataChunk(1, 100)));
         EXPECT_FALSE(appender.Append(DataChunk(1, 50)));
         EXPECT_FALSE(appender.Append(DataChunk(2, 500)));
@@ -115,25 +112,26 @@ TEST_F(AppenderCollaborators, WithoutALoggerADamagedFileIsRecoveredInSilence)
 {
     LoggingManager::absent = true;
     support::WriteFile(path_, support::Word(2) + support::Word(3) + std::string(100, 'x'));
-    EXPECT_TRUE(DataChunkFileAppender(path_, true, 0).GetTimePoints().empty());
+    EXPECT_TRUE(Reopened(kUnbounded).GetTimePoints().empty());
     EXPECT_EQ(platform_.logger.Lines(), Lines{});
 }
 
 TEST_F(AppenderCollaborators, NegativeLevelsAreBelowAllOthers)
 {
     platform_.logger.level = -5;
-    DataChunkFileAppender appender(path_, false, 64);
+    auto appender = NewFile(64);
     EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
     EXPECT_EQ(platform_.logger.Lines().size(), 1U);
 }
 
 TEST_F(AppenderCollaborators, FailedFlushChangesNothingForTheDestructor)
 {
-    auto appender = std::make_unique<DataChunkFileAppender>(path_, false, 64);
     support::SystemCalls calls;
     calls.Fail("write", ENOSPC);
-    appender->Flush();
-    appender.reset();
+    {
+        auto appender = NewFile(64);
+        appender.Flush();
+    }
     const auto writes = calls.Calls("write");
     ASSERT_EQ(writes.size(), 2U);
     EXPECT_EQ(writes[1].buffer, writes[0].buffer);
@@ -148,7 +146,7 @@ TEST_F(AppenderCollaborators, ThrowingLoggerOfAFailedLastWriteEndsTheProcess)
         {
             support::SystemCalls calls;
             calls.Fail("write", ENOSPC);
-            const DataChunkFileAppender appender(path_, false, 64);
+            const auto appender = NewFile(64);
         },
         "");
 }

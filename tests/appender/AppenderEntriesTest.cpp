@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Files.h"
 #include "support/SourceLines.h"
 #include "support/SystemCalls.h"
@@ -10,30 +10,24 @@
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::Pellin::DataChunk;
 
 // Each log entry of an appender names the statement that issued it.
-class AppenderEntries : public testing::Test {
+class AppenderEntries : public support::ChunkFileTest {
 protected:
     void ExpectEntry(std::size_t index, const std::string& piece) const
     {
         ASSERT_LT(index, platform_.logger.entries.size());
         const auto& entry = platform_.logger.entries[index];
-        EXPECT_EQ(entry.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileAppender.cpp");
-        const auto [first, last] = support::LoggingStatement("DataChunkFileAppender.cpp", {piece});
-        EXPECT_GE(entry.line, first) << entry.message;
-        EXPECT_LE(entry.line, last) << entry.message;
+        support::ExpectStatement(entry.file, entry.line, "DataChunkFileAppender.cpp", {piece});
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::ScriptedPlatform platform_;
 };
 
 TEST_F(AppenderEntries, OfRefusedChunksNameTheirStatements)
 {
-    DataChunkFileAppender appender(path_, false, 64);
+    auto appender = NewFile(64);
     EXPECT_FALSE(appender.Append(DataChunk(1, 100)));
     EXPECT_TRUE(appender.Append(DataChunk(1, 24)));
     EXPECT_FALSE(appender.Append(DataChunk(1, 24)));
@@ -44,7 +38,7 @@ TEST_F(AppenderEntries, OfRefusedChunksNameTheirStatements)
 TEST_F(AppenderEntries, OfAReopenedDamagedFileNameTheirStatements)
 {
     support::WriteFile(path_, support::Word(2) + support::Word(3) + std::string(100, 'x'));
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(support::kUnbounded);
     ExpectEntry(0, "we discovered");
     ExpectEntry(1, "chunks is not good");
 }
@@ -53,7 +47,7 @@ TEST_F(AppenderEntries, OfAFailedWriteNamesItsStatement)
 {
     support::SystemCalls calls;
     calls.Fail("write", ENOSPC);
-    DataChunkFileAppender(path_, false, 64).Flush();
+    NewFile(64).Flush();
     ExpectEntry(0, "Could not write");
 }
 

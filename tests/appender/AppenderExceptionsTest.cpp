@@ -4,32 +4,23 @@
 #include <memory>
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Allocations.h"
+#include "support/ChunkFileTest.h"
 #include "support/Files.h"
+#include "support/Records.h"
 #include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::Pellin::DataChunk;
 using Corvane::Time::TimePoint;
-using Lines = std::vector<std::string>;
+using support::DataChunkFileAppender;
+using support::Lines;
+using support::ThrowAt;
+using support::Thrown;
 
-// What a collaborator throws.
-struct Thrown {};
-
-std::function<void()> ThrowAt(int nth)
-{
-    return [nth]() mutable {
-        if (nth-- == 0) {
-            throw Thrown();
-        }
-    };
-}
-
-// An appender whose first two chunks stand in the image, bounded or not.
-class AppenderExceptions : public testing::TestWithParam<std::uint64_t> {
+// An appender, bounded or not, whose image holds two chunks.
+class AppenderExceptions : public support::ChunkFileTest, public testing::WithParamInterface<std::uint64_t> {
 protected:
     AppenderExceptions()
     {
@@ -37,16 +28,16 @@ protected:
         EXPECT_TRUE(appender_->Append(second_));
     }
 
-    // Another chunk fails on the way, and the image is none the worse.
-    void ExpectAppendToThrow(std::function<void()>& where, int nth)
+    // Appending the chunk throws there and adds no time point.
+    void ExpectToThrow(std::function<void()>& where, const DataChunk& chunk)
     {
-        where = ThrowAt(nth);
-        EXPECT_THROW(appender_->Append(third_), Thrown);
+        where = support::Throw;
+        EXPECT_THROW(appender_->Append(chunk), Thrown);
         platform_.ClearScript();
         EXPECT_EQ(appender_->GetTimePoints().size(), 2U);
     }
 
-    // What the file is once the appender is gone.
+    // Destroys the appender and returns the file.
     std::string Written()
     {
         appender_.reset();
@@ -57,45 +48,40 @@ protected:
     {
         std::string bytes = support::Word(GetParam() == 0 ? 0 : 2) + support::Word(chunks.size());
         for (const DataChunk* const chunk : chunks) {
-            std::string record(chunk->GetSizeOnFile(), '\0');
-            chunk->Write(reinterpret_cast<unsigned char*>(record.data()));
-            bytes += record;
+            bytes += support::RecordOf(*chunk);
         }
         bytes.resize(std::max<std::size_t>(bytes.size(), GetParam()));
         return bytes;
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::ScriptedPlatform platform_;
     DataChunk first_{10, 100};
     DataChunk second_{30, 50};
     DataChunk third_{20, 80};
-    std::unique_ptr<DataChunkFileAppender> appender_ =
-        std::make_unique<DataChunkFileAppender>(path_, false, GetParam());
+    std::unique_ptr<DataChunkFileAppender> appender_{new DataChunkFileAppender(NewFile(GetParam()))};
 };
 
 TEST_P(AppenderExceptions, ThrowingSizeLeavesTheImageAsItWas)
 {
-    ExpectAppendToThrow(DataChunk::onGetSizeOnFile, 0);
+    ExpectToThrow(DataChunk::onGetSizeOnFile, third_);
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
 TEST_P(AppenderExceptions, ThrowingTimePointLeavesTheImageAsItWas)
 {
-    ExpectAppendToThrow(DataChunk::onGetTimePoint, 0);
+    ExpectToThrow(DataChunk::onGetTimePoint, third_);
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
 TEST_P(AppenderExceptions, ThrowingWriteLeavesTheImageAsItWas)
 {
-    ExpectAppendToThrow(DataChunk::onWrite, 0);
+    ExpectToThrow(DataChunk::onWrite, third_);
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
 TEST_P(AppenderExceptions, ThrowingCopyOfATimePointLeavesTheImageAsItWas)
 {
-    ExpectAppendToThrow(TimePoint::onCopy, 0);
+    ExpectToThrow(TimePoint::onCopy, third_);
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
@@ -117,46 +103,27 @@ TEST_P(AppenderExceptions, EveryThrowingComparisonLeavesTheImageAsItWas)
 
 TEST_P(AppenderExceptions, EveryFailedAllocationLeavesTheImageAsItWas)
 {
-    std::uint64_t nth = 0;
-    for (bool appended = false; !appended; ++nth) {
-        support::Allocations allocations;
-        allocations.FailAt(nth);
-        try {
-            appended = appender_->Append(third_);
-            EXPECT_EQ(allocations.Failed(), 0U);
-        } catch (const std::bad_alloc&) {
-            EXPECT_EQ(allocations.Failed(), 1U);
-            EXPECT_EQ(appender_->GetTimePoints().size(), 2U);
-        }
-    }
-    EXPECT_GE(nth, 2U);  // the set's node, at least
+    const auto append = [this] { EXPECT_TRUE(appender_->Append(third_)); };
+    const auto expectUnchanged = [this] { EXPECT_EQ(appender_->GetTimePoints().size(), 2U); };
+    EXPECT_GE(support::FailEveryAllocation(append, expectUnchanged), 1U);  // the set's node, at least
     EXPECT_EQ(Written(), Image({&first_, &second_, &third_}));
 }
 
 TEST_P(AppenderExceptions, ThrowingLoggerOfARefusalLeavesTheImageAsItWas)
 {
-    platform_.logger.onLog = ThrowAt(0);
-    const DataChunk again(10, 40);
-    EXPECT_THROW(appender_->Append(again), Thrown);
-    platform_.ClearScript();
+    ExpectToThrow(platform_.logger.onLog, DataChunk(10, 40));
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
 TEST_P(AppenderExceptions, ThrowingLevelOfARefusalLeavesTheImageAsItWas)
 {
-    platform_.logger.onLevel = ThrowAt(0);
-    const DataChunk again(10, 40);
-    EXPECT_THROW(appender_->Append(again), Thrown);
-    platform_.ClearScript();
+    ExpectToThrow(platform_.logger.onLevel, DataChunk(10, 40));
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
 TEST_P(AppenderExceptions, ThrowingOutputOfATimePointLeavesTheImageAsItWas)
 {
-    TimePoint::onPrint = ThrowAt(0);
-    const DataChunk again(10, 40);
-    EXPECT_THROW(appender_->Append(again), Thrown);
-    platform_.ClearScript();
+    ExpectToThrow(TimePoint::onPrint, DataChunk(10, 40));
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
@@ -165,16 +132,13 @@ using BoundedAppenderExceptions = AppenderExceptions;
 
 TEST_P(BoundedAppenderExceptions, ThrowingLoggerOfAChunkThatIsTooLongLeavesTheImageAsItWas)
 {
-    platform_.logger.onLog = ThrowAt(0);
-    const DataChunk large(99, 500);
-    EXPECT_THROW(appender_->Append(large), Thrown);
-    platform_.ClearScript();
+    ExpectToThrow(platform_.logger.onLog, DataChunk(99, 500));
     EXPECT_EQ(Written(), Image({&first_, &second_}));
 }
 
 TEST_P(AppenderExceptions, NextAppendWorksAfterAFailedOne)
 {
-    ExpectAppendToThrow(DataChunk::onWrite, 0);
+    ExpectToThrow(DataChunk::onWrite, third_);
     EXPECT_TRUE(appender_->Append(third_));
     EXPECT_EQ(Written(), Image({&first_, &second_, &third_}));
 }
@@ -203,9 +167,9 @@ TEST(FirstAppend, ThrowingInAnEmptyUnboundedImageLeavesNothingToWrite)
 {
     const support::TemporaryFolder folder;
     support::ScriptedPlatform platform;
-    DataChunk::onWrite = ThrowAt(0);
+    DataChunk::onWrite = support::Throw;
     {
-        DataChunkFileAppender appender(folder / "a", false, 0);
+        auto appender = support::NewFile(folder / "a", support::kUnbounded);
         EXPECT_THROW(appender.Append(DataChunk(1, 100)), Thrown);
     }
     EXPECT_EQ(support::ReadFile(folder / "a"), "");

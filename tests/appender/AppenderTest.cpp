@@ -3,12 +3,11 @@
 #include <sys/xattr.h>
 
 #include <locale>
-#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/GroupedNumbers.h"
@@ -17,11 +16,12 @@
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using support::ChunkOfSize;
+using support::DataChunkFileAppender;
+using support::kUnbounded;
+using support::Lines;
 using support::ReadFile;
 using support::Word;
-using Lines = std::vector<std::string>;
 
 static_assert(!std::is_copy_constructible_v<DataChunkFileAppender>);
 static_assert(!std::is_copy_assignable_v<DataChunkFileAppender>);
@@ -29,28 +29,22 @@ static_assert(!std::is_move_constructible_v<DataChunkFileAppender>);
 static_assert(!std::is_move_assignable_v<DataChunkFileAppender>);
 static_assert(std::has_virtual_destructor_v<DataChunkFileAppender>);
 
-class Appender : public testing::Test {
+class Appender : public support::ChunkFileTest {
 protected:
-    // Appends the chunks to a new image and destroys the appender; returns the file.
-    std::string Write(std::uint64_t maxSize, const std::vector<support::DataChunk>& chunks)
+    // The bytes of a new file with these chunks.
+    std::string Written(std::uint64_t maxSize, const std::vector<support::DataChunk>& chunks) const
     {
-        auto appender = std::make_unique<DataChunkFileAppender>(path_, false, maxSize);
-        for (const auto& chunk : chunks) {
-            EXPECT_TRUE(appender->Append(chunk));
-        }
-        appender.reset();
+        WriteNewFile(maxSize, chunks);
         return ReadFile(path_);
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_;
 };
 
 TEST_F(Appender, BoundedFileHoldsVersionCountChunksAndZeros)
 {
     {
-        DataChunkFileAppender appender(path_, false, 4096);
+        auto appender = NewFile(4096);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
         EXPECT_TRUE(appender.Append(ChunkOfSize(2, 100)));
     }
@@ -67,7 +61,7 @@ TEST_F(Appender, BoundedFileHoldsVersionCountChunksAndZeros)
 TEST_F(Appender, UnboundedFileHoldsNoVersionAndEndsWithItsLastChunk)
 {
     {
-        DataChunkFileAppender appender(path_, false, 0);
+        auto appender = NewFile(kUnbounded);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     }
     const std::string file = ReadFile(path_);
@@ -77,47 +71,40 @@ TEST_F(Appender, UnboundedFileHoldsNoVersionAndEndsWithItsLastChunk)
 
 TEST_F(Appender, UnboundedFileWithoutChunksIsEmpty)
 {
-    {
-        const DataChunkFileAppender appender(path_, false, 0);
-    }
+    WriteNewFile(kUnbounded);
     EXPECT_EQ(ReadFile(path_), "");
 }
 
 TEST_F(Appender, UnboundedAppenderWithoutChunksLeavesAnExistingFileAlone)
 {
     support::WriteFile(path_, "older bytes");
-    {
-        const DataChunkFileAppender appender(path_, false, 0);
-    }
+    WriteNewFile(kUnbounded);
     EXPECT_EQ(ReadFile(path_), "older bytes");
 }
 
 TEST_F(Appender, BoundedFileWithoutChunksHasItsHeaderAndItsSize)
 {
-    {
-        const DataChunkFileAppender appender(path_, false, 64);
-    }
+    WriteNewFile(64);
     EXPECT_EQ(ReadFile(path_), Word(2) + std::string(56, '\0'));
 }
 
-TEST_F(Appender, BytesOfALongerFileStayBehindTheImage)
+TEST_F(Appender, BytesOfALongerFileStayAfterTheImage)
 {
     support::WriteFile(path_, std::string(200, 'o'));
-    {
-        const DataChunkFileAppender appender(path_, false, 64);
-    }
+    WriteNewFile(64);
     EXPECT_EQ(ReadFile(path_), Word(2) + std::string(56, '\0') + std::string(136, 'o'));
 }
 
-TEST_F(Appender, BytesOfALongerFileStayBehindAnUnboundedImageToo)
+TEST_F(Appender, BytesOfALongerFileStayAfterAnUnboundedImageToo)
 {
     support::WriteFile(path_, std::string(200, 'o'));
-    EXPECT_EQ(Write(0, {ChunkOfSize(1, 100)}), support::FileOf({ChunkOfSize(1, 100)}, 0) + std::string(84, 'o'));
+    EXPECT_EQ(Written(kUnbounded, {ChunkOfSize(1, 100)}),
+              support::FileOf({ChunkOfSize(1, 100)}, 0) + std::string(84, 'o'));
 }
 
 TEST_F(Appender, NothingReachesTheDiskBeforeDestruction)
 {
-    DataChunkFileAppender appender(path_, false, 512);
+    auto appender = NewFile(512);
     EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     EXPECT_EQ(ReadFile(path_), "");
 }
@@ -125,7 +112,7 @@ TEST_F(Appender, NothingReachesTheDiskBeforeDestruction)
 TEST_F(Appender, FlushBeforeDestructionWritesTheImageTwice)
 {
     {
-        DataChunkFileAppender appender(path_, false, 0);
+        auto appender = NewFile(kUnbounded);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
         appender.Flush();
     }
@@ -136,9 +123,7 @@ TEST_F(Appender, FlushBeforeDestructionWritesTheImageTwice)
 TEST_F(Appender, NewFileHasMode0664BeforeTheUmask)
 {
     const mode_t umask = ::umask(0022);
-    {
-        const DataChunkFileAppender appender(path_, false, 0);
-    }
+    WriteNewFile(kUnbounded);
     ::umask(umask);
     struct stat status = {};
     ASSERT_EQ(::stat(path_.c_str(), &status), 0);
@@ -147,23 +132,23 @@ TEST_F(Appender, NewFileHasMode0664BeforeTheUmask)
 
 TEST_F(Appender, FileHasNoAttributes)
 {
-    Write(512, {ChunkOfSize(1, 100)});
+    WriteNewFile(512, {ChunkOfSize(1, 100)});
     EXPECT_EQ(::listxattr(path_.c_str(), nullptr, 0), 0);
 }
 
-TEST_F(Appender, NameIsGivenBack)
+TEST_F(Appender, FilenameIsReturned)
 {
-    EXPECT_EQ(DataChunkFileAppender(path_, false, 0).GetFilename(), path_);
+    EXPECT_EQ(NewFile(kUnbounded).GetFilename(), path_);
 }
 
 TEST_F(Appender, ChunkThatFillsTheImageIsAccepted)
 {
-    EXPECT_EQ(Write(116, {ChunkOfSize(1, 100)}), support::FileOf({ChunkOfSize(1, 100)}));
+    EXPECT_EQ(Written(116, {ChunkOfSize(1, 100)}), support::FileOf({ChunkOfSize(1, 100)}));
 }
 
 TEST_F(Appender, ChunkOneByteTooLongIsRefused)
 {
-    DataChunkFileAppender appender(path_, false, 115);
+    auto appender = NewFile(115);
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 100)));
     EXPECT_EQ(log_.Lines(), Lines{"50 Current file size 16 + chunkSize 100 > maxSize 115"});
     EXPECT_TRUE(appender.GetTimePoints().empty());
@@ -171,7 +156,7 @@ TEST_F(Appender, ChunkOneByteTooLongIsRefused)
 
 TEST_F(Appender, LocaleOfTheProgramDoesNotChangeTheNumbers)
 {
-    DataChunkFileAppender appender(path_, false, 115);
+    auto appender = NewFile(115);
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new support::GroupedNumbers));
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 100)));
     std::locale::global(before);
@@ -181,7 +166,7 @@ TEST_F(Appender, LocaleOfTheProgramDoesNotChangeTheNumbers)
 TEST_F(Appender, RefusedChunkLeavesRoomForASmallerOne)
 {
     {
-        DataChunkFileAppender appender(path_, false, 115);
+        auto appender = NewFile(115);
         EXPECT_FALSE(appender.Append(ChunkOfSize(1, 100)));
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 99)));
     }
@@ -190,16 +175,16 @@ TEST_F(Appender, RefusedChunkLeavesRoomForASmallerOne)
 
 TEST_F(Appender, DuplicateTimePointIsRefused)
 {
-    DataChunkFileAppender appender(path_, false, 4096);
+    auto appender = NewFile(4096);
     EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 60)));
     EXPECT_EQ(log_.Lines(), Lines{"50 TimePoint 1970-01-01T00:00:00.000000001Z has already been appended"});
     EXPECT_EQ(appender.GetTimePoints().size(), 1U);
 }
 
-TEST_F(Appender, EveryDuplicateIsFoundWhateverTheOrder)
+TEST_F(Appender, EveryDuplicateIsFoundInAnyOrder)
 {
-    DataChunkFileAppender appender(path_, false, 4096);
+    auto appender = NewFile(4096);
     for (const std::int64_t time : {5, 1, 9, 3, 7}) {
         EXPECT_TRUE(appender.Append(ChunkOfSize(time, 60)));
     }
@@ -211,13 +196,13 @@ TEST_F(Appender, EveryDuplicateIsFoundWhateverTheOrder)
 
 TEST_F(Appender, RecordsStandInTheOrderOfAppendingNotOfTime)
 {
-    EXPECT_EQ(Write(0, {ChunkOfSize(3, 60), ChunkOfSize(1, 70), ChunkOfSize(2, 40)}),
+    EXPECT_EQ(Written(kUnbounded, {ChunkOfSize(3, 60), ChunkOfSize(1, 70), ChunkOfSize(2, 40)}),
               support::FileOf({ChunkOfSize(3, 60), ChunkOfSize(1, 70), ChunkOfSize(2, 40)}, 0));
 }
 
 TEST_F(Appender, OversizedDuplicateReportsItsSize)
 {
-    DataChunkFileAppender appender(path_, false, 200);
+    auto appender = NewFile(200);
     EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 100)));
     EXPECT_EQ(log_.Lines(), Lines{"50 Current file size 116 + chunkSize 100 > maxSize 200"});
@@ -226,7 +211,7 @@ TEST_F(Appender, OversizedDuplicateReportsItsSize)
 TEST_F(Appender, RefusedDuplicateLeavesAnUnboundedImageGrownByZeros)
 {
     {
-        DataChunkFileAppender appender(path_, false, 0);
+        auto appender = NewFile(kUnbounded);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
         EXPECT_FALSE(appender.Append(ChunkOfSize(1, 60)));
     }
@@ -236,7 +221,7 @@ TEST_F(Appender, RefusedDuplicateLeavesAnUnboundedImageGrownByZeros)
 TEST_F(Appender, ChunkAfterARefusedDuplicateTakesItsRoom)
 {
     {
-        DataChunkFileAppender appender(path_, false, 0);
+        auto appender = NewFile(kUnbounded);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
         EXPECT_FALSE(appender.Append(ChunkOfSize(1, 60)));
         EXPECT_TRUE(appender.Append(ChunkOfSize(2, 70)));
@@ -248,18 +233,18 @@ TEST_F(Appender, MaximumSizeBelowTheHeaderRefusesEveryChunk)
 {
     for (std::uint64_t maxSize = 1; maxSize < 16; ++maxSize) {
         log_.Clear();
-        DataChunkFileAppender appender(path_, false, maxSize);
+        auto appender = NewFile(maxSize);
         EXPECT_FALSE(appender.Append(ChunkOfSize(1, 40)));
         EXPECT_EQ(log_.Lines(), Lines{"50 Current file size 16 + chunkSize 40 > maxSize " + std::to_string(maxSize)});
     }
 }
 
-TEST_F(Appender, MaximumSizeBelowTheVersionWordCutsItOff)
+TEST_F(Appender, MaximumSizeBelowTheVersionWordTruncatesIt)
 {
     for (std::uint64_t maxSize = 1; maxSize < 8; ++maxSize) {
         const std::string path = folder_ / std::to_string(maxSize);
         {
-            const DataChunkFileAppender appender(path, false, maxSize);
+            const auto appender = support::NewFile(path, maxSize);
         }
         EXPECT_EQ(ReadFile(path), Word(2).substr(0, maxSize));
     }
@@ -267,14 +252,14 @@ TEST_F(Appender, MaximumSizeBelowTheVersionWordCutsItOff)
 
 TEST_F(Appender, ImpossibleMaximumSizeThrowsAndLeavesNoFile)
 {
-    EXPECT_THROW(DataChunkFileAppender(path_, false, UINT64_MAX), std::length_error);
-    EXPECT_THROW(DataChunkFileAppender(path_, false, std::uint64_t{1} << 62U), std::bad_alloc);
+    EXPECT_THROW(NewFile(UINT64_MAX), std::length_error);
+    EXPECT_THROW(NewFile(std::uint64_t{1} << 62U), std::bad_alloc);
     EXPECT_TRUE(folder_.Names().empty());
 }
 
 TEST_F(Appender, LevelIsInclusive)
 {
-    DataChunkFileAppender appender(path_, false, 16);
+    auto appender = NewFile(16);
     support::LogCapture::SetLevel(50);
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 40)));
     EXPECT_EQ(log_.Lines().size(), 1U);
@@ -287,7 +272,7 @@ TEST_F(Appender, AbsentLoggerChangesNothingButTheLog)
 {
     support::LogCapture::SetLevel(tarn::cv::logging::Logger::kOff);
     {
-        DataChunkFileAppender appender(path_, false, 116);
+        auto appender = NewFile(116);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
         EXPECT_FALSE(appender.Append(ChunkOfSize(2, 100)));
     }
@@ -295,9 +280,9 @@ TEST_F(Appender, AbsentLoggerChangesNothingButTheLog)
     EXPECT_EQ(log_.Lines(), Lines{});
 }
 
-TEST_F(Appender, RecordNamesTheLoggerAndTheIssuingLine)
+TEST_F(Appender, LogEntryNamesTheLoggerAndTheIssuingLine)
 {
-    DataChunkFileAppender appender(path_, false, 100);
+    auto appender = NewFile(100);
     EXPECT_TRUE(appender.Append(ChunkOfSize(1, 40)));
     EXPECT_FALSE(appender.Append(ChunkOfSize(1, 40)));
     EXPECT_FALSE(appender.Append(ChunkOfSize(2, 60)));
@@ -314,7 +299,7 @@ TEST_F(Appender, FileThatCannotBeOpenedThrowsTheReasonAndLogsNothing)
 {
     const std::string path = folder_ / "none/a";
     try {
-        const DataChunkFileAppender appender(path, false, 64);
+        const auto appender = support::NewFile(path, 64);
         FAIL();
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(error.what(), "DataChunkFileAppender could not open file " + path + ": No such file or directory");
@@ -325,7 +310,7 @@ TEST_F(Appender, FileThatCannotBeOpenedThrowsTheReasonAndLogsNothing)
 TEST_F(Appender, AppendersOfDifferentFilesAreIndependent)
 {
     const auto write = [this](const std::string& name) {
-        DataChunkFileAppender appender(folder_ / name, false, 0);
+        auto appender = support::NewFile(folder_ / name, kUnbounded);
         for (std::int64_t time = 0; time < 1000; ++time) {
             EXPECT_TRUE(appender.Append(ChunkOfSize(time, 100)));
         }
@@ -340,21 +325,21 @@ TEST_F(Appender, AppendersOfDifferentFilesAreIndependent)
 TEST_F(Appender, AppenderDestroyedLaterOverwritesTheOther)
 {
     {
-        DataChunkFileAppender later(path_, false, 116);
+        auto later = NewFile(116);
         EXPECT_TRUE(later.Append(ChunkOfSize(1, 100)));
-        Write(116, {ChunkOfSize(2, 100)});
+        WriteNewFile(116, {ChunkOfSize(2, 100)});
     }
     EXPECT_EQ(ReadFile(path_), support::FileOf({ChunkOfSize(1, 100)}));
 }
 
-// Images on the heap, on huge pages, and those that grow from one to the other.
+// Images on the heap, on huge pages, and images that grow from one to the other.
 class ImageSizes : public Appender, public testing::WithParamInterface<std::uint64_t> {};
 
 TEST_P(ImageSizes, BoundedImageHoldsEveryByte)
 {
     const std::uint64_t size = GetParam();
     {
-        DataChunkFileAppender appender(path_, false, size);
+        auto appender = NewFile(size);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
     }
     EXPECT_TRUE(ReadFile(path_) == support::FileOf({ChunkOfSize(1, 100)}) + std::string(size - 116, '\0'));
@@ -367,11 +352,12 @@ TEST_P(ImageSizes, UnboundedImageGrowsToIt)
     for (std::int64_t time = 0; time < 8; ++time) {
         chunks.push_back(ChunkOfSize(time, GetParam() / 8));
     }
-    EXPECT_TRUE(Write(0, chunks) == support::FileOf(chunks, 0));
+    EXPECT_TRUE(Written(kUnbounded, chunks) == support::FileOf(chunks, 0));
 }
 
 constexpr std::uint64_t kHugePage = 2U << 20U;
 INSTANTIATE_TEST_SUITE_P(AroundAHugePage, ImageSizes,
-                         testing::Values(4096, kHugePage - 1, kHugePage, kHugePage + 1, 2 * kHugePage, 9'000'001));
+                         testing::Values(4096, kHugePage - 1, kHugePage, kHugePage + 1, 2 * kHugePage, 9'000'001),
+                         testing::PrintToStringParamName());
 
 }  // namespace

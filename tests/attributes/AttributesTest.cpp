@@ -22,8 +22,8 @@
 namespace {
 
 using Corvane::File::ExtendedAttributes;
-using Lines = std::vector<std::string>;
-using Names = std::set<std::string>;
+using support::Lines;
+using support::Names;
 
 static_assert(!std::is_default_constructible_v<ExtendedAttributes>);
 

@@ -18,15 +18,14 @@
 namespace {
 
 using Corvane::File::ExtendedAttributes;
+using support::Lines;
+using support::Thrown;
 using tarn::cv::logging::LoggingManager;
-using Lines = std::vector<std::string>;
 
 constexpr const char* kPath = "/some/file";
 constexpr const char* kName = "user.name";
 constexpr std::string_view kPlainValue = "value";
 constexpr std::string_view kBinaryValue("va\0l\x1bue", 7);
-
-struct Thrown {};
 
 // One way for an operation to fail: the call that fails, both variants of the operation, and their texts.
 struct Failure {
@@ -192,15 +191,7 @@ protected:
         }
     }
 
-    // The nth use throws, counted from 0.
-    void ThrowAtUse(int nth)
-    {
-        AtEachUse([nth, use = std::make_shared<int>(0)] {
-            if ((*use)++ == nth) {
-                throw Thrown();
-            }
-        });
-    }
+    void ThrowAtUse(int nth) { AtEachUse(support::ThrowAt(nth)); }
 
     support::ScriptedPlatform platform_;
 };
@@ -248,8 +239,9 @@ TEST_P(Failures, EveryErrorTakesTheSamePath)
 
 TEST_P(Failures, FlagBecomesFalseWhateverItWas)
 {
-    EXPECT_FALSE(RunFlagVariant(EIO, true));
-    EXPECT_FALSE(RunFlagVariant(EIO, false));
+    for (const bool before : {true, false}) {
+        EXPECT_FALSE(RunFlagVariant(EIO, before));
+    }
 }
 
 TEST_P(Failures, ReasonSurvivesChangesOfErrno)
@@ -330,7 +322,7 @@ TEST_P(Failures, NoTextIsBuiltForAnEntryThatIsNotIssued)
 TEST_P(Failures, SuccessLooksUpNoLogger)
 {
     support::SystemCalls calls;
-    calls.On(GetParam().call, 0, [](const support::SystemCall&) { return 0; }, true);
+    calls.OnEach(GetParam().call, [](const support::SystemCall&) { return 0; });
     bool success = false;
     GetParam().flagVariant(success);
     EXPECT_TRUE(success);
@@ -347,11 +339,8 @@ TEST_P(Failures, EntriesNameTheLinesOfTheirOwnStatements)
     const Lines signatures = {GetParam().signature, GetParam().throwingSignature};
     const Lines texts = {GetParam().text, GetParam().thrownText};
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        EXPECT_EQ(entries[i].file, "Corvane/Common/libFile/Corvane/File/ExtendedAttributes.cpp");
-        const auto [first, last] = support::LoggingStatement(
-            "ExtendedAttributes.cpp", {"ExtendedAttributes::" + signatures[i], FirstPiece(texts[i])});
-        EXPECT_GE(entries[i].line, first) << texts[i];
-        EXPECT_LE(entries[i].line, last) << texts[i];
+        support::ExpectStatement(entries[i].file, entries[i].line, "ExtendedAttributes.cpp",
+                                 {"ExtendedAttributes::" + signatures[i], FirstPiece(texts[i])});
     }
 }
 
@@ -384,6 +373,6 @@ INSTANTIATE_TEST_SUITE_P(OfEachOperation, Failures,
                                          List(0), List(1), WriteByDescriptor(kPlainValue),
                                          WriteByDescriptor(kBinaryValue), WriteByPath(kPlainValue),
                                          WriteByPath(kBinaryValue), Remove()),
-                         [](const auto& parameter) { return parameter.param.name; });
+                         testing::PrintToStringParamName());
 
 }  // namespace

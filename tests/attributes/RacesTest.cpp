@@ -16,8 +16,8 @@
 namespace {
 
 using Corvane::File::ExtendedAttributes;
-using Lines = std::vector<std::string>;
-using Names = std::set<std::string>;
+using support::Lines;
+using support::Names;
 
 // The file's attributes really change between the two system calls of an operation.
 class Races : public testing::Test {

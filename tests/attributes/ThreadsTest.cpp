@@ -48,12 +48,12 @@ protected:
         }
     }
 
-    void RunThreads(bool oneFile)
+    void RunThreadsOn(int files)
     {
         std::vector<std::thread> threads;
         threads.reserve(kThreads);
         for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back(Work, folder_ / std::to_string(oneFile ? 0 : i), "user.n" + std::to_string(i));
+            threads.emplace_back(Work, folder_ / std::to_string(i % files), "user.n" + std::to_string(i));
         }
         for (std::thread& thread : threads) {
             thread.join();
@@ -67,12 +67,12 @@ protected:
 
 TEST_F(Threads, ShareOneFile)
 {
-    RunThreads(true);
+    RunThreadsOn(1);
 }
 
 TEST_F(Threads, HaveAFileEach)
 {
-    RunThreads(false);
+    RunThreadsOn(kThreads);
 }
 
 }  // namespace

@@ -1,35 +1,34 @@
-// What the library's operations cost, in numbers that no other load on the machine can change: calls, allocations,
-// collaborators asked, memory. Times are the benchmarks' business.
+// What the library's operations cost in calls, allocations and memory. Other load on the machine does not change these
+// numbers. The benchmarks measure times.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <functional>
 #include <numeric>
 #include <random>
 #include <vector>
 
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/File/DataChunkFileReader.h"
-#include "ScriptedPlatform.h"
 #include "support/Allocations.h"
+#include "support/ChunkFileTest.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
+#include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::Pellin::DataChunk;
 using Corvane::Time::TimePoint;
-using Names = std::vector<std::string>;
+using support::kUnbounded;
+using support::Lines;
 
 constexpr std::uint64_t kChunks = 10'000;
 constexpr std::uint64_t kRecordSize = 64;
 constexpr std::uint64_t kFileSize = 16 + kChunks * kRecordSize;
 constexpr std::uint64_t kMiB = 1U << 20U;
 
-// How often an append asked its collaborators, and allocated, on average over all.
+// Calls and allocations of one append, as an average.
 struct Asked {
     double sizes = 0;
     double timePoints = 0;
@@ -54,11 +53,11 @@ std::vector<std::int64_t> TimesInRandomOrder()
     return times;
 }
 
-class Costs : public testing::Test {
+class Costs : public support::ChunkFileTest {
 protected:
     Asked Append(const std::vector<std::int64_t>& times, std::uint64_t maxSize)
     {
-        DataChunkFileAppender file(path_, false, maxSize);
+        auto file = NewFile(maxSize);
         Asked asked;
         const auto count = [](double& counter) { return [&counter] { counter += 1.0 / kChunks; }; };
         DataChunk::onGetSizeOnFile = count(asked.sizes);
@@ -78,43 +77,37 @@ protected:
     // Fills a new file up to `size` bytes with chunks of 64 KiB.
     void Fill(std::uint64_t size, std::uint64_t maxSize)
     {
-        DataChunkFileAppender file(path_, false, maxSize);
+        auto file = NewFile(maxSize);
         for (std::uint64_t i = 0; i < size / 65536; ++i) {
             ASSERT_TRUE(file.Append(DataChunk(static_cast<std::int64_t>(i), 65536)));
         }
     }
 
-    // The memory that filling takes at most, in MiB.
+    // Filling a file takes at most `mostMiB` of memory.
     void ExpectPeak(std::uint64_t size, std::uint64_t maxSize, std::uint64_t mostMiB)
     {
-        const int result = support::RunInChild([&] {
-            std::ofstream("/proc/self/clear_refs") << 5;  // forget the peak of the parent
-            const std::uint64_t before = support::PeakMemory();
-            Fill(size, maxSize);
-            EXPECT_LE((support::PeakMemory() - before) / kMiB, mostMiB);
-        });
+        const int result =
+            support::RunInChild([&] { EXPECT_LE(support::PeakGrowth([&] { Fill(size, maxSize); }) / kMiB, mostMiB); });
         EXPECT_EQ(result, 0);
     }
 
-    // The calls that reopening makes on a file of so many chunks.
-    Names CallsOfReopening(std::uint64_t chunks)
+    // The system calls of reopening a file with this number of chunks.
+    Lines CallsOfReopening(std::uint64_t chunks)
     {
         {
-            DataChunkFileAppender file(path_, false, kFileSize);
+            auto file = NewFile(kFileSize);
             for (std::uint64_t i = 0; i < chunks; ++i) {
                 EXPECT_TRUE(file.Append(DataChunk(static_cast<std::int64_t>(i), kRecordSize)));
             }
         }
         const support::SystemCalls calls;
         {
-            const DataChunkFileAppender file(path_, true, kFileSize);
+            const auto file = Reopened(kFileSize);
             EXPECT_EQ(file.GetTimePoints().size(), chunks);
         }
         return calls.Names();
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::ScriptedPlatform platform_;
 };
 
@@ -139,14 +132,14 @@ TEST_F(Costs, AppendInRandomOrderSearchesTheSetOnce)
 {
     const Asked asked = Append(TimesInRandomOrder(), kFileSize);
     EXPECT_GT(asked.comparisons, std::log2(kChunks) - 2);
-    EXPECT_LT(asked.comparisons, 1.2 * std::log2(kChunks) + 4);  // a second search would add as many again
+    EXPECT_LT(asked.comparisons, 1.2 * std::log2(kChunks) + 4);  // a second search would double them
     EXPECT_NEAR(asked.copies, 1, 1e-6);
     EXPECT_NEAR(asked.allocations, 1, 1e-6);
 }
 
 TEST_F(Costs, GrowingAllocatesSeldom)
 {
-    EXPECT_LT(Append(TimesInOrder(), 0).allocations, 1.01);
+    EXPECT_LT(Append(TimesInOrder(), kUnbounded).allocations, 1.01);
 }
 
 TEST_F(Costs, LargeBoundedImageIsMappedOnceAndNeverMoved)
@@ -161,7 +154,7 @@ TEST_F(Costs, LargeBoundedImageIsMappedOnceAndNeverMoved)
 TEST_F(Costs, GrowingTo64MiBMovesTheImageOncePerDoubling)
 {
     const support::SystemCalls calls;
-    Fill(64 * kMiB, 0);
+    Fill(64 * kMiB, kUnbounded);
     EXPECT_GE(calls.Calls("mremap").size(), 4U);  // from 2 MiB on
     EXPECT_LE(calls.Calls("mremap").size(), 6U);
     EXPECT_EQ(calls.Calls("mmap").size(), calls.Calls("mremap").size() + 1);
@@ -172,12 +165,12 @@ TEST_F(Costs, SmallFileTakesThreeCallsAndNoMapping)
 {
     const support::SystemCalls calls;
     Fill(kMiB - 65536, kMiB);
-    EXPECT_EQ(calls.Names(), (Names{"open", "write", "close"}));
+    EXPECT_EQ(calls.Names(), (Lines{"open", "write", "close"}));
 }
 
 TEST_F(Costs, ReopeningTakesTheSameCallsForFewChunksAndForMany)
 {
-    const Names few = CallsOfReopening(10);
+    const Lines few = CallsOfReopening(10);
     EXPECT_EQ(few, CallsOfReopening(kChunks));
     EXPECT_EQ(std::count(few.begin(), few.end(), "open"), 2);
     EXPECT_EQ(std::count(few.begin(), few.end(), "read"), 2);
@@ -191,7 +184,7 @@ TEST_F(Costs, FetchingAChunkTakesOneSeek)
     DataChunk chunk;
     const support::SystemCalls calls;
     EXPECT_NE(file.GetChunk(chunk, 16), 0U);
-    EXPECT_EQ(calls.Names(), (Names{"lseek64", "read"}));  // the read is the chunk's own
+    EXPECT_EQ(calls.Names(), (Lines{"lseek64", "read"}));  // the read is the chunk's own
 }
 
 TEST_F(Costs, MemoryIsTheImageAndLittleMore)
@@ -200,8 +193,8 @@ TEST_F(Costs, MemoryIsTheImageAndLittleMore)
         GTEST_SKIP() << "sanitizers take memory of their own";
     }
     ExpectPeak(64 * kMiB, 16 + 64 * kMiB, 68);
-    ExpectPeak(64 * kMiB, 0, 68);
-    ExpectPeak(kMiB, 64 * kMiB, 6);  // what was not written to takes none
+    ExpectPeak(64 * kMiB, kUnbounded, 68);
+    ExpectPeak(kMiB, 64 * kMiB, 6);  // untouched pages take no memory
 }
 
 }  // namespace

@@ -17,9 +17,9 @@ int ReplaceFileMain(int count, char** arguments);
 
 namespace {
 
+using support::Lines;
 using support::SystemCall;
 using support::SystemCalls;
-using Lines = std::vector<std::string>;
 
 class ReplaceFile : public testing::Test {
 protected:
@@ -168,11 +168,6 @@ TEST_P(StepAfterTheRename, IsReportedAndTheNewFileIsWhole)
     EXPECT_EQ(Texts(), Lines{"new"});
 }
 
-std::string NameOf(const testing::TestParamInfo<FailedStep>& step)
-{
-    return step.param.name;
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Steps, StepUpToTheRename,
     testing::Values(
@@ -183,13 +178,13 @@ INSTANTIATE_TEST_SUITE_P(
         FailedStep{"OpeningToSync", [](auto& calls) { calls.Fail("open", EMFILE, 1); }, "a.new: Too many open files"},
         FailedStep{"Syncing", [](auto& calls) { calls.Fail("fsync", EIO); }, "a.new: Input/output error"},
         FailedStep{"Renaming", [](auto& calls) { calls.Fail("rename", EIO); }, "cannot rename: Input/output error"}),
-    NameOf);
+    testing::PrintToStringParamName());
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, StepAfterTheRename,
     testing::Values(
         FailedStep{"OpeningTheFolder", [](auto& calls) { calls.Fail("open", EMFILE, 2); }, ": Too many open files"},
         FailedStep{"SyncingTheFolder", [](auto& calls) { calls.Fail("fsync", EIO, 1); }, ": Input/output error"}),
-    NameOf);
+    testing::PrintToStringParamName());
 
 }  // namespace

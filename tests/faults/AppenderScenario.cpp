@@ -11,21 +11,17 @@
 #include <utility>
 
 #include "Corvane/File/ChunkFileLayout.h"
+#include "support/ChunkFileTest.h"
+#include "support/Records.h"
 
 namespace faults {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::File::kHeaderSize;
+using support::DataChunkFileAppender;
+using support::RecordOf;
 using support::SystemCall;
 
 namespace {
-
-std::string RecordOf(const DataChunk& chunk)
-{
-    std::string record(chunk.GetSizeOnFile(), '\0');
-    chunk.Write(reinterpret_cast<unsigned char*>(record.data()));
-    return record;
-}
 
 bool IsReadOnly(const SystemCall& call)
 {
@@ -71,7 +67,8 @@ void AppenderScenario::Run()
     constructed_ = false;
     flushThrew_ = false;
     Try([this] {
-        DataChunkFileAppender appender(path_, !file_.empty(), setup_.maxSize);
+        auto appender =
+            file_.empty() ? support::NewFile(path_, setup_.maxSize) : support::Reopened(path_, setup_.maxSize);
         constructed_ = true;
         AppendAll(appender);
         if (setup_.flushed) {

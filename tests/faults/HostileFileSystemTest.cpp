@@ -20,20 +20,19 @@
 #include <thread>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/File/DataChunkFileReader.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::File::DataChunkFileReader;
 using Corvane::File::kHeaderSize;
 using support::ChunkOfSize;
 using support::DataChunk;
-using Lines = std::vector<std::string>;
+using support::Lines;
 
 constexpr std::uint64_t kSize = 600'000;  // bytes of the one file, "a"
 
@@ -122,8 +121,10 @@ void Serve(const std::string& folder)
 }
 
 // A chunk file on a file system that fails at chosen positions, with and without the page cache.
-class HostileFileSystem : public testing::TestWithParam<bool> {
+class HostileFileSystem : public support::ChunkFileTest, public testing::WithParamInterface<bool> {
 protected:
+    HostileFileSystem() { path_ = mountPoint_ + "/a"; }
+
     void SetUp() override
     {
         if (::access("/dev/fuse", R_OK | W_OK) != 0) {
@@ -163,21 +164,8 @@ protected:
 
     static std::string Stored() { return {disk->bytes, disk->bytes + kSize}; }
 
-    // The text that reopening throws; empty if it succeeds.
-    std::string TextOfFailure(std::uint64_t maxSize) const
-    {
-        try {
-            const DataChunkFileAppender appender(path_, true, maxSize);
-            return {};
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-    }
-
-    support::TemporaryFolder folder_;
     support::LogCapture log_{50};
     std::string mountPoint_ = folder_ / "mounted";
-    std::string path_ = mountPoint_ + "/a";
     std::vector<DataChunk> chunks_;
     std::string file_;
     pid_t server_ = -1;
@@ -187,9 +175,8 @@ TEST_P(HostileFileSystem, ReadErrorInTheMiddleNeverMakesAFileLookShorter)
 {
     disk->badFrom = 200'704;
     disk->badTo = 204'800;
-    for (const std::uint64_t maxSize : {std::uint64_t{0}, kSize}) {
-        EXPECT_EQ(TextOfFailure(maxSize),
-                  "DataChunkFileAppender: file " + path_ + " has content of only 0 bytes. 16is the minimum expected");
+    for (const std::uint64_t maxSize : {support::kUnbounded, kSize}) {
+        EXPECT_EQ(ErrorOfReopening(maxSize), TooShort(0));
     }
     EXPECT_EQ(disk->openedForWriting, 0);
     EXPECT_TRUE(Stored() == file_);
@@ -218,7 +205,7 @@ TEST_P(HostileFileSystem, DiskThatIsFullInTheMiddleHoldsWhatItAcceptedAndIsLogge
 {
     disk->full = 300'000;
     {
-        DataChunkFileAppender appender(path_, false, kSize);
+        auto appender = NewFile(kSize);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 400'000)));
     }
     std::string image = support::FileOf({ChunkOfSize(1, 400'000)});
@@ -240,7 +227,7 @@ TEST_P(UncachedHostileFileSystem, WrongSizeFromTheFileSystemDoesNoHarm)
 {
     for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{100}, 10 * kSize}) {
         disk->claimedSize = size;
-        EXPECT_EQ(DataChunkFileAppender(path_, true, 0).GetTimePoints().size(), chunks_.size()) << size;
+        EXPECT_EQ(Reopened(support::kUnbounded).GetTimePoints().size(), chunks_.size()) << size;
         EXPECT_TRUE(Stored() == file_) << size;
     }
 }

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 
@@ -83,7 +83,7 @@ std::string FileOfTwoRecords()
 {
     const support::TemporaryFolder folder;
     {
-        Corvane::File::DataChunkFileAppender file(folder / "a", false, 172);
+        auto file = support::NewFile(folder / "a", 172);
         DataChunk first(TimePoint(1'800'000'000'000'000'000));
         first.Set("load", "0.42");
         first.Set("mem", "71 %");

@@ -4,30 +4,29 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/File/DataChunkFileReader.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::File::DataChunkFileReader;
 using support::ChunkOfSize;
 using support::DataChunk;
 using support::FileOf;
+using support::kUnbounded;
 using support::ReadFile;
 using support::Word;
 using Times = std::vector<std::int64_t>;
 
-constexpr std::uint64_t kUnbounded = 0;
 constexpr std::uint64_t kSecond = 116;  // positions of the records of a sound file
 constexpr std::uint64_t kThird = 176;
 constexpr std::uint64_t kEnd = 256;
 constexpr std::int64_t kNewTime = 9;
 
-class States : public testing::Test {
+class States : public support::ChunkFileTest {
 protected:
     // Three records; their times are 1, 2 and 3.
     static std::string Sound() { return FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 60), ChunkOfSize(3, 80)}); }
@@ -48,7 +47,7 @@ protected:
         const std::string before = ReadFile(path_);
         Times times;
         {
-            const DataChunkFileAppender appender(path_, true, maxSize);
+            const auto appender = Reopened(maxSize);
             for (const auto& timePoint : appender.GetTimePoints()) {
                 times.push_back(timePoint.Nanoseconds());
             }
@@ -60,28 +59,10 @@ protected:
     // The times that the reader finds after the file was reopened and got a chunk of 40 bytes.
     Times Continued(std::uint64_t maxSize = kUnbounded) const
     {
-        EXPECT_TRUE(DataChunkFileAppender(path_, true, maxSize).Append(ChunkOfSize(kNewTime, 40)));
+        EXPECT_TRUE(Reopened(maxSize).Append(ChunkOfSize(kNewTime, 40)));
         return Read();
     }
 
-    // Why the file cannot be reopened: the text after "DataChunkFileAppender: ". The file does not change.
-    std::string Refusal(std::uint64_t maxSize = kUnbounded) const
-    {
-        try {
-            const DataChunkFileAppender appender(path_, true, maxSize);
-        } catch (const std::runtime_error& error) {
-            return error.what() + std::string("DataChunkFileAppender: ").size();
-        }
-        return "none";
-    }
-
-    std::string TooShort(std::size_t length) const
-    {
-        return "file " + path_ + " has content of only " + std::to_string(length) + " bytes. 16is the minimum expected";
-    }
-
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_{40};
 };
 
@@ -96,7 +77,7 @@ TEST_F(States, SoundFileIsReadAndContinued)
 TEST_F(States, AbsentFileIsAFailureForBoth)
 {
     EXPECT_THROW(DataChunkFileReader{path_}, std::runtime_error);
-    EXPECT_EQ(Refusal(), TooShort(0));
+    EXPECT_EQ(ErrorOfReopening(kUnbounded), TooShort(0));
     EXPECT_TRUE(folder_.Names().empty());
 }
 
@@ -105,7 +86,7 @@ TEST_F(States, ShortFileIsOpenedByTheReaderOnly)
     for (const std::size_t length : {0U, 7U, 8U, 15U}) {
         Found(Sound().substr(0, length));
         EXPECT_TRUE(Read().empty());
-        EXPECT_EQ(Refusal(), TooShort(length));
+        EXPECT_EQ(ErrorOfReopening(kUnbounded), TooShort(length));
         EXPECT_EQ(ReadFile(path_), Sound().substr(0, length));
     }
 }
@@ -114,7 +95,7 @@ TEST_F(States, FolderIsOpenedByTheReaderOnly)
 {
     path_ = folder_.Path();
     EXPECT_TRUE(Read().empty());
-    EXPECT_EQ(Refusal(), TooShort(0));
+    EXPECT_EQ(ErrorOfReopening(kUnbounded), TooShort(0));
 }
 
 TEST_F(States, OtherVersionIsReadButNotReopened)
@@ -122,7 +103,8 @@ TEST_F(States, OtherVersionIsReadButNotReopened)
     for (const std::uint64_t version : {0U, 3U}) {
         Found(With(Sound(), 0, Word(version)));
         EXPECT_EQ(Read(), (Times{1, 2, 3}));
-        EXPECT_NE(Refusal().find("stored with version " + std::to_string(version)), std::string::npos);
+        EXPECT_NE(ErrorOfReopening(kUnbounded).find("stored with version " + std::to_string(version)),
+                  std::string::npos);
         EXPECT_EQ(ReadFile(path_), With(Sound(), 0, Word(version)));
     }
 }
@@ -130,7 +112,7 @@ TEST_F(States, OtherVersionIsReadButNotReopened)
 TEST_F(States, FileLongerThanTheMaximumSizeIsNotReopened)
 {
     Found(Sound());
-    EXPECT_NE(Refusal(kEnd - 1).find("content size 256 is greater than specified size 255"), std::string::npos);
+    EXPECT_EQ(ErrorOfReopening(kEnd - 1), TooLong(256, kEnd - 1));
     EXPECT_EQ(ReadFile(path_), Sound());
 }
 
@@ -138,7 +120,7 @@ TEST_F(States, FileOfZerosHasVersionZeroAndNoChunks)
 {
     Found(std::string(kEnd, '\0'));
     EXPECT_TRUE(Read().empty());
-    EXPECT_NE(Refusal().find("stored with version 0"), std::string::npos);
+    EXPECT_NE(ErrorOfReopening(kUnbounded).find("stored with version 0"), std::string::npos);
 }
 
 TEST_F(States, CountThatIsTooHighLosesNothing)
@@ -233,11 +215,11 @@ TEST_F(States, BytesAfterTheLastRecordMeanNothing)
 TEST_F(States, LongerOldFileStaysAfterTheNewImage)
 {
     Found(Sound());
-    EXPECT_TRUE(DataChunkFileAppender(path_, false, 100).Append(ChunkOfSize(4, 80)));
+    EXPECT_TRUE(NewFile(100).Append(ChunkOfSize(4, 80)));
     EXPECT_EQ(ReadFile(path_).substr(100), Sound().substr(100));
     EXPECT_EQ(Read(), Times{4});
     EXPECT_EQ(Kept(), Times{4});
-    EXPECT_NE(Refusal(100).find("content size 256 is greater than specified size 100"), std::string::npos);
+    EXPECT_EQ(ErrorOfReopening(100), TooLong(256, 100));
     EXPECT_EQ(Continued(), (Times{4, kNewTime}));
 }
 
@@ -254,14 +236,14 @@ TEST_F(States, OlderRecordsComeBackOnlyWithACountThatIsTooHigh)
 TEST_F(States, ImageWrittenTwiceIsReadAsOne)
 {
     {
-        DataChunkFileAppender appender(path_, false, 300);
+        auto appender = NewFile(300);
         EXPECT_TRUE(appender.Append(ChunkOfSize(1, 100)));
         appender.Flush();
     }
     EXPECT_EQ(ReadFile(path_).size(), 600U);
     EXPECT_EQ(Read(), Times{1});
     EXPECT_EQ(Kept(), Times{1});
-    EXPECT_NE(Refusal(300).find("content size 600 is greater than specified size 300"), std::string::npos);
+    EXPECT_EQ(ErrorOfReopening(300), TooLong(600, 300));
     EXPECT_EQ(Continued(), (Times{1, kNewTime}));
 }
 

@@ -1,4 +1,4 @@
-// What an image asks of the kernel, to the byte: what lies beside its mapping is not its own.
+// Which mappings an image makes, to the byte, because the memory beside them is not its own.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -13,9 +13,9 @@
 namespace {
 
 using Corvane::File::FileImage;
+using support::Lines;
 using support::SystemCall;
 using support::SystemCalls;
-using Names = std::vector<std::string>;
 
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kHugePage = std::uint64_t{1} << 21U;
@@ -29,7 +29,7 @@ void ExpectCall(const SystemCall& call, const std::string& name, const void* add
     EXPECT_EQ(call.size, size);
 }
 
-// A mapping for `size` bytes was made, and what lies before and behind them was given back.
+// The image mapped `size` bytes on a huge page and unmapped the rest on both sides.
 void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64_t size, unsigned protection)
 {
     const SystemCall mapping = calls.Calls("mmap").back();
@@ -52,7 +52,7 @@ void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64
 
 class FileImageCalls : public testing::Test {
 protected:
-    // Makes the image's next mapping begin so many bytes behind a huge page's begin.
+    // Makes the image's next mapping start `misalignment` bytes after a huge page.
     void MapNextAt(std::uint64_t misalignment)
     {
         calls_.On("mmap", 0, [misalignment](const SystemCall& call) -> std::optional<std::int64_t> {
@@ -66,13 +66,12 @@ protected:
         });
     }
 
-    // The last thing that the image does.
     void ExpectDestructorToUnmap(std::uint64_t size)
     {
         const unsigned char* const bytes = image_->Data();
         calls_.Clear();
         image_.reset();
-        ASSERT_EQ(calls_.Names(), Names{"munmap"});
+        ASSERT_EQ(calls_.Names(), Lines{"munmap"});
         ExpectCall(calls_.Calls()[0], "munmap", bytes, size);
     }
 
@@ -86,7 +85,7 @@ TEST_F(FileImageCalls, SmallImageMakesNone)
     image_->Cover(kHugePage / 4, 1000);
     image_->PopulateForReading(5000);
     image_.reset();
-    EXPECT_EQ(calls_.Names(), Names{});
+    EXPECT_EQ(calls_.Names(), Lines{});
 }
 
 TEST_F(FileImageCalls, FirstMappingIsAsLongAsItsPagesAndBeginsOnAHugeOne)
@@ -109,7 +108,7 @@ TEST_F(FileImageCalls, PagesThatAreFullAreNotRoundedUp)
     ExpectMapping(calls_, *image_, kHugePage + kPage, kReadWrite);
     calls_.Clear();
     image_->Cover(kHugePage, kPage);
-    EXPECT_EQ(calls_.Names(), Names{});
+    EXPECT_EQ(calls_.Names(), Lines{});
 }
 
 TEST_F(FileImageCalls, GrowthDoublesUpToTheEndOfAHugePage)
@@ -129,7 +128,7 @@ TEST_F(FileImageCalls, RefusedMappingIsNotTouched)
 {
     calls_.Fail("mmap", ENOMEM);
     EXPECT_THROW(image_->Cover(0, kHugePage), std::bad_alloc);
-    EXPECT_EQ(calls_.Names(), Names{"mmap"});
+    EXPECT_EQ(calls_.Names(), Lines{"mmap"});
 }
 
 TEST_F(FileImageCalls, MappingIsGivenBackWhereTheImageCannotMoveThere)
@@ -163,7 +162,7 @@ TEST_F(FileImageCalls, TailOfASmallImageIsFourGiBThatCannotBeWritten)
 
     calls_.Clear();
     image_->DetachTail();
-    ASSERT_EQ(calls_.Names(), Names{"munmap"});
+    ASSERT_EQ(calls_.Names(), Lines{"munmap"});
     ExpectCall(calls_.Calls()[0], "munmap", image_->Data() + kPage, kTail);
     ExpectDestructorToUnmap(kPage);
 }
@@ -185,7 +184,7 @@ TEST_F(FileImageCalls, WholeUntouchedPagesArePopulated)
     image_->Cover(0, 2 * kHugePage);
     calls_.Clear();
     image_->PopulateForReading(kPage + 1);
-    ASSERT_EQ(calls_.Names(), Names{"madvise"});
+    ASSERT_EQ(calls_.Names(), Lines{"madvise"});
     ExpectCall(calls_.Calls()[0], "madvise", image_->Data() + 2 * kPage, 2 * kHugePage - 2 * kPage);
     EXPECT_EQ(calls_.Calls()[0].flags, kPopulateRead);
 }
@@ -199,7 +198,7 @@ TEST_F(FileImageCalls, NothingIsPopulatedWhereEveryPageIsTouched)
     }
     image_->Cover(0, 2 * kHugePage);
     image_->PopulateForReading(2 * kHugePage);
-    EXPECT_EQ(calls_.Names(), Names{});
+    EXPECT_EQ(calls_.Names(), Lines{});
 }
 
 }  // namespace

@@ -97,7 +97,7 @@ TEST(FileImage, GrowsByZerosAndKeepsItsBytesFromHeapToMappingAndOn)
     }
 }
 
-TEST(FileImage, TailIsReadableZerosAndTheImageStaysWhatItIs)
+TEST(FileImage, TailIsReadableZerosAndLeavesTheImageUnchanged)
 {
     for (const std::uint64_t size : {std::uint64_t{100}, 4 * kMebibyte}) {
         FileImage image;

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <random>
@@ -13,15 +11,14 @@
 #include <vector>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/File/DataChunkFileReader.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::File::DataChunkFileReader;
 using Corvane::File::kHeaderSize;
 using Corvane::Time::TimePoint;
@@ -30,13 +27,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double kMebi = 1 << 20;
 
-// Resident memory of this process, in MiB.
-double Resident()
+double OwnMebibytes()
 {
-    std::uint64_t total = 0;
-    std::uint64_t resident = 0;
-    std::ifstream("/proc/self/statm") >> total >> resident;
-    return static_cast<double>(resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE))) / kMebi;
+    return static_cast<double>(support::OwnMemory()) / kMebi;
 }
 
 // A file and a model of its contents, for one thread.
@@ -63,7 +56,7 @@ private:
     // Appends chunks; duplicates and oversize chunks must be refused.
     bool AreAppended(bool reopen)
     {
-        DataChunkFileAppender appender(path_, reopen, kMaxSize);
+        auto appender = reopen ? support::Reopened(path_, kMaxSize) : support::NewFile(path_, kMaxSize);
         bool right = appender.GetTimePoints().size() == chunks_.size();
         for (std::uint64_t i = Pick(60); i != 0; --i) {
             const auto time = static_cast<std::int64_t>(Pick(1000));
@@ -103,7 +96,7 @@ protected:
     // Appends `number` chunks to a new file in time order.
     static void Fill(const std::string& path, std::uint64_t number)
     {
-        DataChunkFileAppender appender(path, false, kHeaderSize + (number + 1) * DataChunk().GetSizeOnFile());
+        auto appender = support::NewFile(path, kHeaderSize + (number + 1) * DataChunk().GetSizeOnFile());
         for (std::uint64_t i = 0; i < number; ++i) {
             ASSERT_TRUE(appender.Append(DataChunk(TimePoint(static_cast<std::int64_t>(i)))));
         }
@@ -112,7 +105,7 @@ protected:
     // Reopens the file and appends one more chunk.
     static void Continue(const std::string& path, std::uint64_t number)
     {
-        DataChunkFileAppender appender(path, true, 0);
+        auto appender = support::Reopened(path, support::kUnbounded);
         EXPECT_EQ(appender.GetTimePoints().size(), number);
         EXPECT_TRUE(appender.Append(DataChunk(TimePoint(-1))));
     }
@@ -141,19 +134,20 @@ TEST_F(Load, ThreadsWithTheirOwnFilesAgreeWithTheirModelsInConstantMemory)
         });
     }
     std::this_thread::sleep_until(start + duration / 3);
-    const double before = Resident();
+    const double before = OwnMebibytes();
     for (auto next = start + std::chrono::seconds(10); next < start + duration; next += std::chrono::seconds(10)) {
         std::this_thread::sleep_until(next);
-        std::cout << rounds << " files written and read, " << Resident() << " MiB\n" << std::flush;
+        std::cout << rounds << " files written and read, " << OwnMebibytes() << " MiB\n" << std::flush;
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
     std::cout << rounds << " files written and read by " << kThreads << " threads in " << duration.count() << " s; "
-              << before << " MiB after a third of the time, " << Resident() << " MiB at the end\n";
+              << before << " MiB after a third of the time, " << OwnMebibytes() << " MiB at the end\n";
     EXPECT_EQ(wrong, 0U);
     EXPECT_GE(rounds, kThreads);
-    EXPECT_TRUE(support::kSanitized || Resident() < before * 1.1 + 8) << "MiB " << before << " -> " << Resident();
+    EXPECT_TRUE(support::kSanitized || OwnMebibytes() < before * 1.1 + 8)
+        << "MiB " << before << " -> " << OwnMebibytes();
 }
 
 TEST_F(Load, MillionChunksInOneFileAreContinuedAndRead)

@@ -121,7 +121,8 @@ protected:
     DataChunk chunk_{TimePoint(77)};
 };
 
-INSTANTIATE_TEST_SUITE_P(All, Damage, testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames));
+INSTANTIATE_TEST_SUITE_P(All, Damage, testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames),
+                         testing::PrintToStringParamName());
 
 TEST_P(Damage, RecordMadeByHandIsGood)
 {

@@ -78,7 +78,7 @@ TEST(Reads, ShortReadsAreContinued)
         const OpenFile file(TheRecord().Bytes());
         DataChunk chunk;
         SystemCalls calls;
-        calls.Shorten("read", 1, 0, true);
+        calls.ShortenEach("read", 1);
         EXPECT_EQ(withNames ? chunk.ReadFrom(file.Get(), Both()) : chunk.ReadFrom(file.Get()), TheRecord().size);
         EXPECT_EQ(calls.Calls("read").size(), TheRecord().size);
         EXPECT_EQ(*chunk.Get("b"), "second value");

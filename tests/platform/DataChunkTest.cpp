@@ -9,6 +9,7 @@
 
 #include "ReferenceRecord.h"
 #include "support/Allocations.h"
+#include "support/Texts.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ using Corvane::Time::TimePoint;
 using records::BytesOf;
 using records::Form;
 using records::OpenFile;
-using Names = std::set<std::string>;
+using support::Names;
 using namespace std::string_literals;
 
 DataChunk Golden()
@@ -62,7 +63,8 @@ void ExpectGolden(const DataChunk& chunk)
 
 class ReadingForm : public testing::TestWithParam<Form> {};
 INSTANTIATE_TEST_SUITE_P(All, ReadingForm,
-                         testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames));
+                         testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames),
+                         testing::PrintToStringParamName());
 
 TEST(DataChunk, RecordHasTheDocumentedBytes)
 {
@@ -107,19 +109,10 @@ TEST_P(ReadingForm, AllocationThatFailsLeavesTheChunkAsItWas)
     DataChunk written{TimePoint(7)};
     written.Set(std::string(100, 'n'), std::string(200'000, 'v'));
     const std::string bytes = BytesOf(written);
-    std::uint64_t failures = 0;
-    for (bool failed = true; failed;) {
-        support::Allocations allocations;
-        allocations.FailAt(failures);
-        try {
-            EXPECT_EQ(records::Read(GetParam(), read, bytes, {std::string(100, 'n')}), bytes.size());
-            failed = false;
-        } catch (const std::bad_alloc&) {
-            ExpectGolden(read);
-            ++failures;
-        }
-    }
-    EXPECT_GE(failures, 3U);
+    const auto readIt = [&] {
+        EXPECT_EQ(records::Read(GetParam(), read, bytes, {std::string(100, 'n')}), bytes.size());
+    };
+    EXPECT_GE(support::FailEveryAllocation(readIt, [&] { ExpectGolden(read); }), 3U);
     EXPECT_EQ(read.Fields(), written.Fields());
 }
 

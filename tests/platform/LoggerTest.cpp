@@ -13,15 +13,16 @@
 #include <vector>
 
 #include "support/GroupedNumbers.h"
+#include "support/Texts.h"
 #include "tarn/cv/logging/Logger.h"
 #include "tarn/cv/logging/LoggingManager.h"
 
 namespace {
 
+using support::Lines;
 using tarn::cv::logging::LogEntry;
 using tarn::cv::logging::Logger;
 using tarn::cv::logging::LoggingManager;
-using Lines = std::vector<std::string>;
 
 // A logger name that no other test uses.
 std::string NewName()

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ostream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -67,6 +68,11 @@ std::string Record::Bytes() const
                        records::Bytes(Checksum((directory + values).substr(0, directorySize)));
     head += records::Bytes(Checksum(head));
     return head + directory + values;
+}
+
+void PrintTo(Form form, std::ostream* stream)
+{
+    *stream << (form == Form::kMemory ? "Memory" : form == Form::kDescriptor ? "Descriptor" : "DescriptorWithNames");
 }
 
 OpenFile::OpenFile(const std::string& bytes) : fd_(::memfd_create("record", 0))

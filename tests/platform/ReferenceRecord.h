@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iosfwd>
 #include <set>
 #include <string>
 #include <vector>
@@ -38,6 +39,7 @@ struct Record {
 };
 
 enum class Form { kMemory, kDescriptor, kDescriptorWithNames };
+void PrintTo(Form form, std::ostream* stream);
 
 // The bytes in an open file of their own, positioned at the start.
 class OpenFile {

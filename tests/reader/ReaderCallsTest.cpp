@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "Corvane/File/DataChunkFileReader.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/SystemCalls.h"
@@ -12,14 +13,11 @@ namespace {
 
 using Corvane::File::DataChunkFileReader;
 using support::ChunkOfSize;
-using Lines = std::vector<std::string>;
+using support::Lines;
 
-class ReaderCalls : public testing::Test {
+class ReaderCalls : public support::ChunkFileTest {
 protected:
     ReaderCalls() { support::WriteFile(path_, support::FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 200)})); }
-
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
 };
 
 TEST_F(ReaderCalls, ReaderTakesOneOpenTwoReadsAndOneClose)
@@ -66,7 +64,7 @@ TEST_F(ReaderCalls, FetchingWithNamesSeeksToo)
 TEST_F(ReaderCalls, FailedReadsOfTheHeaderLeaveItZero)
 {
     support::SystemCalls calls;
-    calls.Fail("read", EIO, 0, true);
+    calls.FailEach("read", EIO);
     const DataChunkFileReader reader(path_);
     EXPECT_EQ(calls.Fired(), 2U);
     EXPECT_EQ(reader.GetVersion(), 0U);
@@ -90,8 +88,8 @@ TEST_F(ReaderCalls, FailedSeekIsIgnored)
     support::SystemCalls calls;
     calls.Fail("lseek64", EINVAL);
     calls.Fail("lseek64", EINVAL, 1);
-    EXPECT_EQ(reader.GetChunk(chunk, 116), 100U);        // the descriptor stands behind the header
-    EXPECT_EQ(reader.GetChunk(chunk, 16, {"p"}), 200U);  // and now behind record 0
+    EXPECT_EQ(reader.GetChunk(chunk, 116), 100U);        // the descriptor is at the end of the header
+    EXPECT_EQ(reader.GetChunk(chunk, 16, {"p"}), 200U);  // and now at the end of record 0
     EXPECT_EQ(calls.Fired(), 2U);
 }
 

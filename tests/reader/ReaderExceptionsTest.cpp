@@ -5,6 +5,7 @@
 
 #include "Corvane/File/DataChunkFileReader.h"
 #include "support/Allocations.h"
+#include "support/ChunkFileTest.h"
 #include "support/Files.h"
 #include "support/SourceLines.h"
 #include "support/SystemCalls.h"
@@ -14,27 +15,20 @@ namespace {
 
 using Corvane::File::DataChunkFileReader;
 using Corvane::Pellin::DataChunk;
+using support::Throw;
+using support::Thrown;
 using tarn::cv::logging::LoggingManager;
 
-struct Thrown {};
-
-void Throw()
-{
-    throw Thrown();
-}
-
-class ReaderExceptions : public testing::Test {
+class ReaderExceptions : public support::ChunkFileTest {
 protected:
     ReaderExceptions() { support::WriteFile(path_, support::Word(2) + support::Word(0)); }
     ~ReaderExceptions() override { EXPECT_EQ(support::OpenDescriptors(), descriptors_); }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::ScriptedPlatform platform_;
     std::set<int> descriptors_ = support::OpenDescriptors();
 };
 
-TEST_F(ReaderExceptions, ThrowingRecordOfAnOpenedFileLeavesNoDescriptor)
+TEST_F(ReaderExceptions, ThrowingLogEntryOfAnOpenedFileLeavesNoDescriptor)
 {
     platform_.logger.onLog = Throw;
     EXPECT_THROW(DataChunkFileReader{path_}, Thrown);
@@ -46,7 +40,7 @@ TEST_F(ReaderExceptions, ThrowingLevelLeavesNoDescriptor)
     EXPECT_THROW(DataChunkFileReader{path_}, Thrown);
 }
 
-TEST_F(ReaderExceptions, ThrowingRecordOfAMissingFileReplacesItsException)
+TEST_F(ReaderExceptions, ThrowingLogEntryOfAMissingFileReplacesItsException)
 {
     platform_.logger.onLog = Throw;
     EXPECT_THROW(DataChunkFileReader{folder_ / "none"}, Thrown);
@@ -62,18 +56,8 @@ TEST_F(ReaderExceptions, ThrowingRegistryKeepsTheFileUntouched)
 
 TEST_F(ReaderExceptions, EveryFailedAllocationLeavesNoDescriptor)
 {
-    std::uint64_t nth = 0;
-    for (bool constructed = false; !constructed; ++nth) {
-        support::Allocations allocations;
-        allocations.FailAt(nth);
-        try {
-            const DataChunkFileReader reader(path_);
-            constructed = true;
-        } catch (const std::bad_alloc&) {
-            EXPECT_EQ(allocations.Failed(), 1U);
-        }
-    }
-    EXPECT_GE(nth, 3U);
+    const auto expectClosed = [this] { EXPECT_EQ(support::OpenDescriptors(), descriptors_); };
+    EXPECT_GE(support::FailEveryAllocation([this] { DataChunkFileReader{path_}; }, expectClosed), 2U);
 }
 
 TEST_F(ReaderExceptions, LoggerIsLookedUpOnceByName)
@@ -81,13 +65,13 @@ TEST_F(ReaderExceptions, LoggerIsLookedUpOnceByName)
     DataChunkFileReader reader(path_);
     DataChunk chunk;
     EXPECT_EQ(reader.GetChunk(chunk, 16), 0U);
-    EXPECT_EQ(LoggingManager::names, std::vector<std::string>{"DataChunkFileReader"});
+    EXPECT_EQ(LoggingManager::names, support::Lines{"DataChunkFileReader"});
 }
 
 TEST_F(ReaderExceptions, LoggerIsLookedUpOnceForAMissingFileToo)
 {
     EXPECT_THROW(DataChunkFileReader{folder_ / "none"}, std::runtime_error);
-    EXPECT_EQ(LoggingManager::names, std::vector<std::string>{"DataChunkFileReader"});
+    EXPECT_EQ(LoggingManager::names, support::Lines{"DataChunkFileReader"});
 }
 
 TEST_F(ReaderExceptions, FetchingAndClosingLookUpNoLogger)
@@ -106,18 +90,15 @@ TEST_F(ReaderExceptions, EntriesNameTheirStatements)
 {
     const DataChunkFileReader reader(path_);
     EXPECT_THROW(DataChunkFileReader{folder_ / "none"}, std::runtime_error);
-    const std::vector<std::string> pieces = {" opened, contains ", "kFatalLevel"};
+    const support::Lines pieces = {" opened, contains ", "kFatalLevel"};
     ASSERT_EQ(platform_.logger.entries.size(), pieces.size());
     for (std::size_t i = 0; i < pieces.size(); ++i) {
         const auto& entry = platform_.logger.entries[i];
-        EXPECT_EQ(entry.file, "Corvane/Common/libFile/Corvane/File/DataChunkFileReader.cpp");
-        const auto [first, last] = support::LoggingStatement("DataChunkFileReader.cpp", {pieces[i]});
-        EXPECT_GE(entry.line, first) << entry.message;
-        EXPECT_LE(entry.line, last) << entry.message;
+        support::ExpectStatement(entry.file, entry.line, "DataChunkFileReader.cpp", {pieces[i]});
     }
 }
 
-TEST_F(ReaderExceptions, FetchingAndClosingLogNothingLogNothing)
+TEST_F(ReaderExceptions, FetchingAndClosingLogNothing)
 {
     platform_.logger.level = INT32_MIN;
     {

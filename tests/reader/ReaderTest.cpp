@@ -6,20 +6,20 @@
 #include <type_traits>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/File/DataChunkFileReader.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::File::DataChunkFileReader;
 using support::ChunkOfSize;
 using support::DataChunk;
+using support::kUnbounded;
+using support::Lines;
 using support::Word;
-using Lines = std::vector<std::string>;
 
 static_assert(!std::is_copy_constructible_v<DataChunkFileReader>);
 static_assert(!std::is_copy_assignable_v<DataChunkFileReader>);
@@ -27,34 +27,19 @@ static_assert(!std::is_move_constructible_v<DataChunkFileReader>);
 static_assert(!std::is_move_assignable_v<DataChunkFileReader>);
 static_assert(std::has_virtual_destructor_v<DataChunkFileReader>);
 
-class Reader : public testing::Test {
+class Reader : public support::ChunkFileTest {
 protected:
-    void Write(std::uint64_t maxSize, const std::vector<DataChunk>& chunks)
+    std::string ErrorOfReader() const
     {
-        DataChunkFileAppender appender(path_, false, maxSize);
-        for (const DataChunk& chunk : chunks) {
-            EXPECT_TRUE(appender.Append(chunk));
-        }
+        return support::ErrorOf([this] { DataChunkFileReader{path_}; });
     }
 
-    std::string TextOfFailedOpen()
-    {
-        try {
-            const DataChunkFileReader reader(path_);
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "none";
-    }
-
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_;
 };
 
 TEST_F(Reader, WalkGivesEveryChunkBack)
 {
-    Write(4096, {ChunkOfSize(3, 100), ChunkOfSize(1, 40), ChunkOfSize(2, 200)});
+    WriteNewFile(4096, {ChunkOfSize(3, 100), ChunkOfSize(1, 40), ChunkOfSize(2, 200)});
     DataChunkFileReader reader(path_);
     EXPECT_EQ(reader.GetVersion(), 2U);
     ASSERT_EQ(reader.GetNumberOfChunks(), 3U);
@@ -70,7 +55,7 @@ TEST_F(Reader, WalkGivesEveryChunkBack)
 
 TEST_F(Reader, RecordsCanBeFetchedInAnyOrder)
 {
-    Write(4096, {ChunkOfSize(1, 100), ChunkOfSize(2, 200)});
+    WriteNewFile(4096, {ChunkOfSize(1, 100), ChunkOfSize(2, 200)});
     DataChunkFileReader reader(path_);
     DataChunk chunk;
     EXPECT_EQ(reader.GetChunk(chunk, 116), 200U);
@@ -84,7 +69,7 @@ TEST_F(Reader, NamesChooseTheFieldsToRead)
     DataChunk chunk{Corvane::Time::TimePoint(7)};
     chunk.Set("a", "alpha");
     chunk.Set("b", "beta");
-    Write(0, {chunk});
+    WriteNewFile(kUnbounded, {chunk});
     DataChunkFileReader reader(path_);
     DataChunk part;
     EXPECT_EQ(reader.GetChunk(part, 16, {"b"}), chunk.GetSizeOnFile());
@@ -94,7 +79,7 @@ TEST_F(Reader, NamesChooseTheFieldsToRead)
 
 TEST_F(Reader, FileWrittenUnboundedHasVersionZero)
 {
-    Write(0, {ChunkOfSize(1, 100)});
+    WriteNewFile(kUnbounded, {ChunkOfSize(1, 100)});
     const DataChunkFileReader reader(path_);
     EXPECT_EQ(reader.GetVersion(), 0U);
     EXPECT_EQ(reader.GetNumberOfChunks(), 1U);
@@ -117,7 +102,7 @@ TEST_F(Reader, AnyVersionAndCountIsAccepted)
     EXPECT_EQ(reader.GetNumberOfChunks(), UINT64_MAX - 1);
 }
 
-TEST_F(Reader, WhatAShortFileLacksOfItsHeaderIsZero)
+TEST_F(Reader, MissingBytesOfTheHeaderAreZero)
 {
     const std::string header = Word(0x0102030405060708) + Word(0x1112131415161718);
     for (std::size_t length = 0; length <= header.size(); ++length) {
@@ -130,15 +115,15 @@ TEST_F(Reader, WhatAShortFileLacksOfItsHeaderIsZero)
 
 TEST_F(Reader, CountStaysWhatItWasWhenTheFileIsRewritten)
 {
-    Write(4096, {ChunkOfSize(1, 100)});
+    WriteNewFile(4096, {ChunkOfSize(1, 100)});
     const DataChunkFileReader reader(path_);
-    Write(4096, {ChunkOfSize(1, 100), ChunkOfSize(2, 100)});
+    WriteNewFile(4096, {ChunkOfSize(1, 100), ChunkOfSize(2, 100)});
     EXPECT_EQ(reader.GetNumberOfChunks(), 1U);
 }
 
 TEST_F(Reader, PositionsThatAreNoRecordsReadNothing)
 {
-    Write(300, {ChunkOfSize(1, 100)});
+    WriteNewFile(300, {ChunkOfSize(1, 100)});
     DataChunkFileReader reader(path_);
     DataChunk chunk = ChunkOfSize(9, 60);
     for (const std::uint64_t position : {0U, 15U, 17U, 116U, 299U, 300U, 100000U}) {
@@ -147,20 +132,20 @@ TEST_F(Reader, PositionsThatAreNoRecordsReadNothing)
     }
 }
 
-TEST_F(Reader, PositionThatCannotBeSoughtReadsWhereTheDescriptorStands)
+TEST_F(Reader, PositionThatCannotBeSoughtReadsAtTheCurrentOne)
 {
-    Write(300, {ChunkOfSize(1, 100), ChunkOfSize(2, 100)});
+    WriteNewFile(300, {ChunkOfSize(1, 100), ChunkOfSize(2, 100)});
     DataChunkFileReader reader(path_);
     DataChunk chunk;
-    EXPECT_EQ(reader.GetChunk(chunk, std::uint64_t{1} << 63U), 100U);  // behind the header
+    EXPECT_EQ(reader.GetChunk(chunk, std::uint64_t{1} << 63U), 100U);  // at the end of the header
     EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 1);
     EXPECT_EQ(reader.GetChunk(chunk, UINT64_MAX), 100U);
     EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 2);
 }
 
-TEST_F(Reader, OpenedFileIsRecordedAtLevel10)
+TEST_F(Reader, OpenedFileIsLoggedAtLevel10)
 {
-    Write(300, {ChunkOfSize(1, 100)});
+    WriteNewFile(300, {ChunkOfSize(1, 100)});
     log_.Clear();
     support::LogCapture::SetLevel(11);
     EXPECT_EQ(DataChunkFileReader(path_).GetNumberOfChunks(), 1U);
@@ -170,14 +155,14 @@ TEST_F(Reader, OpenedFileIsRecordedAtLevel10)
     EXPECT_EQ(log_.Lines(), Lines{"10 " + path_ + " opened, contains 1 chunks on version 2"});
 }
 
-TEST_F(Reader, MissingFileIsRecordedAtLevel50AndThrown)
+TEST_F(Reader, MissingFileIsLoggedAtLevel50AndThrown)
 {
     const std::string text = "DataChunkFileReader could not open file " + path_;
     support::LogCapture::SetLevel(50);
-    EXPECT_EQ(TextOfFailedOpen(), text);
+    EXPECT_EQ(ErrorOfReader(), text);
     EXPECT_EQ(log_.Lines(), Lines{"50 " + text});
     support::LogCapture::SetLevel(51);
-    EXPECT_EQ(TextOfFailedOpen(), text);
+    EXPECT_EQ(ErrorOfReader(), text);
     EXPECT_EQ(log_.Lines().size(), 1U);
     EXPECT_TRUE(folder_.Names().empty());
 }
@@ -185,15 +170,15 @@ TEST_F(Reader, MissingFileIsRecordedAtLevel50AndThrown)
 TEST_F(Reader, Level11KeepsOpensOutAndFailuresIn)
 {
     support::LogCapture::SetLevel(11);
-    EXPECT_NE(TextOfFailedOpen(), "none");
+    EXPECT_NE(ErrorOfReader(), "none");
     EXPECT_EQ(log_.Lines().size(), 1U);
 }
 
-TEST_F(Reader, RecordNamesTheLoggerAndTheIssuingLine)
+TEST_F(Reader, LogEntryNamesTheLoggerAndTheIssuingLine)
 {
-    EXPECT_NE(TextOfFailedOpen(), "none");
+    EXPECT_NE(ErrorOfReader(), "none");
     support::WriteFile(path_, "");
-    EXPECT_EQ(TextOfFailedOpen(), "none");
+    EXPECT_EQ(ErrorOfReader(), "none");
     const auto entries = log_.Entries();
     ASSERT_EQ(entries.size(), 2U);
     for (const auto& entry : entries) {
@@ -213,7 +198,7 @@ TEST_F(Reader, AnotherUsersReadableFileCannotBeOpened)
     ASSERT_EQ(::chmod(folder_.Path().c_str(), 0755), 0);
     const int result = support::RunInChild([this] {
         support::BecomeUnprivileged();
-        EXPECT_EQ(TextOfFailedOpen(), "DataChunkFileReader could not open file " + path_);
+        EXPECT_EQ(ErrorOfReader(), "DataChunkFileReader could not open file " + path_);
     });
     EXPECT_EQ(result, 0);
 }

@@ -4,33 +4,32 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using support::ChunkOfSize;
 using support::DataChunk;
 using support::FileOf;
+using support::kUnbounded;
+using support::Lines;
 using support::ReadFile;
 using support::Word;
 using support::WordAt;
-using Lines = std::vector<std::string>;
 
-constexpr std::uint64_t kUnbounded = 0;
 constexpr std::int64_t kNewTime = 1000;
 
-// What is left of a file: found from the records alone, without the library.
+// The good records at the start of a damaged file, found without the library.
 struct Prefix {
     std::uint64_t chunks;
-    std::uint64_t end;  // byte position behind the last good record
+    std::uint64_t end;  // position after the last good record
 };
 
-// Reopens one damaged file after the other and checks all that a reopening promises.
-class Damage : public testing::Test {
+// Reopens one damaged file after another and checks everything that reopening promises.
+class Damage : public support::ChunkFileTest {
 protected:
     Damage()
     {
@@ -40,14 +39,14 @@ protected:
         sound_ = FileOf(chunks_);
     }
 
-    // A new file each time: one that is cut to nothing and written again is flushed to the disk by ext4.
+    // Writes a new file each time, because ext4 flushes a truncated and rewritten file to the disk.
     void Put(const std::string& file) const
     {
         std::filesystem::remove(path_);
         support::WriteFile(path_, file);
     }
 
-    // The records of `sound_` that stand unchanged in `file`, as many as its header counts.
+    // The records of `sound_` that `file` starts with unchanged, at most as many as its header counts.
     Prefix GoodPrefix(const std::string& file) const
     {
         Prefix prefix = {0, 16};
@@ -62,15 +61,13 @@ protected:
         return prefix;
     }
 
-    // The records that reopening logs.
+    // The log entries of a reopening.
     Lines Expected(const std::string& file, const Prefix& prefix) const
     {
         const std::uint64_t count = WordAt(file, 8);
-        Lines lines = {"20 In file " + path_ + ": we discovered " + std::to_string(count) + " chunks from version 2"};
+        Lines lines = {Discovered(count)};
         if (prefix.chunks != count) {
-            lines.push_back("40 Chunk " + std::to_string(prefix.chunks) + " in file " + path_ + " of " +
-                            std::to_string(count) + " chunks is not good. We skip the remaining " +
-                            std::to_string(count - 1 - prefix.chunks) + " chunks");
+            lines.push_back(NotGood(prefix.chunks, count, count - 1 - prefix.chunks));
         }
         return lines;
     }
@@ -81,7 +78,7 @@ protected:
         for (const std::uint64_t maxSize : {kUnbounded, std::uint64_t{file.size()}, std::uint64_t{file.size() + 500}}) {
             Put(file);
             if (file.size() < 16 || WordAt(file, 0) != 2) {
-                EXPECT_THROW(DataChunkFileAppender(path_, true, maxSize), std::runtime_error);
+                EXPECT_THROW(Reopened(maxSize), std::runtime_error);
                 EXPECT_EQ(ReadFile(path_), file);
             } else {
                 ExpectBytesKept(file, maxSize);
@@ -90,13 +87,13 @@ protected:
         }
     }
 
-    // Closed without an append, the file is what it was, filled up to its maximum size.
+    // Closed without an append, the file keeps its bytes and gets padding up to its maximum size.
     void ExpectBytesKept(const std::string& file, std::uint64_t maxSize)
     {
         log_.Clear();
         const Prefix prefix = GoodPrefix(file);
         {
-            const DataChunkFileAppender appender(path_, true, maxSize);
+            const auto appender = Reopened(maxSize);
             ASSERT_EQ(appender.GetTimePoints().size(), prefix.chunks);
         }
         ASSERT_EQ(log_.Lines(), Expected(file, prefix));
@@ -106,14 +103,14 @@ protected:
         Put(file);
     }
 
-    // A chunk goes right behind the good prefix, and the reader finds prefix and chunk.
+    // A new chunk directly follows the good prefix, and the reader finds both.
     void ExpectContinued(const std::string& file, std::uint64_t maxSize)
     {
         const Prefix prefix = GoodPrefix(file);
         const DataChunk chunk = ChunkOfSize(kNewTime, 40);
         bool appended = false;
         {
-            DataChunkFileAppender appender(path_, true, maxSize);
+            auto appender = Reopened(maxSize);
             appended = appender.Append(chunk);
         }
         ASSERT_EQ(appended, maxSize == kUnbounded || prefix.end + 40 <= maxSize);
@@ -128,15 +125,13 @@ protected:
         }
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_{20};
     std::vector<DataChunk> chunks_;
     std::string sound_;
     int cases_ = 0;
 };
 
-TEST_F(Damage, CutAtEveryByteIsRecovered)
+TEST_F(Damage, TruncationAtEveryByteIsRecovered)
 {
     for (std::size_t length = 0; length <= sound_.size(); ++length) {
         ExpectRecovery(sound_.substr(0, length));
@@ -181,7 +176,7 @@ TEST_F(Damage, EveryCountIsRecovered)
     EXPECT_EQ(cases_, 26);
 }
 
-// A new file of which only the first k bytes came to lie over the old one.
+// A torn write: only the first k bytes of a new file overwrote the old one.
 class TornOverwrite : public Damage {
 protected:
     static std::vector<std::int64_t> TimesKept(const std::string& file, const std::vector<DataChunk>& newer,
@@ -210,7 +205,7 @@ protected:
 
     void ExpectTornFileKept(std::string file, std::uint64_t maxSize, std::size_t count) const
     {
-        ASSERT_EQ(DataChunkFileAppender(path_, true, maxSize).GetTimePoints().size(), count);
+        ASSERT_EQ(Reopened(maxSize).GetTimePoints().size(), count);
         file.resize(std::max<std::size_t>(file.size(), maxSize));
         ASSERT_TRUE(support::ReadFile(path_) == file) << "a byte has changed";
     }
@@ -219,7 +214,7 @@ protected:
     {
         bool appended = false;
         {
-            DataChunkFileAppender appender(path_, true, maxSize);
+            auto appender = Reopened(maxSize);
             appended = appender.Append(ChunkOfSize(kNewTime, 40));
         }
         if (appended) {

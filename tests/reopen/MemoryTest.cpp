@@ -1,37 +1,27 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <fstream>
-
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using support::ChunkOfSize;
 using support::FileOf;
-using Lines = std::vector<std::string>;
+using support::Lines;
 
 constexpr std::uint64_t kMegabyte = 1'000'000;
 
-class ReopenMemory : public testing::TestWithParam<bool> {
+class ReopenMemory : public support::ChunkFileTest, public testing::WithParamInterface<bool> {
 protected:
-    static std::uint64_t MaxSize(std::uint64_t fileSize) { return GetParam() ? fileSize : 0; }
+    static std::uint64_t MaxSize(std::uint64_t fileSize) { return GetParam() ? fileSize : support::kUnbounded; }
 
-    std::string NotGood() const
-    {
-        return "40 Chunk 0 in file " + path_ + " of 1 chunks is not good. We skip the remaining 0 chunks";
-    }
-
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_{40};
 };
 
-TEST_P(ReopenMemory, LongRecordCutOffIsNoCrash)
+TEST_P(ReopenMemory, TruncatedLongRecordDoesNotCrash)
 {
     const std::string whole = FileOf({ChunkOfSize(1, 8 * kMegabyte)});
     for (const std::size_t kept : {std::size_t{16 + 40}, std::size_t{4096}, whole.size() / 2, whole.size() - 1}) {
@@ -39,10 +29,10 @@ TEST_P(ReopenMemory, LongRecordCutOffIsNoCrash)
         const std::string file = whole.substr(0, kept);
         support::WriteFile(path_, file);
         {
-            const DataChunkFileAppender appender(path_, true, MaxSize(kept));
+            const auto appender = Reopened(MaxSize(kept));
             EXPECT_TRUE(appender.GetTimePoints().empty());
         }
-        EXPECT_EQ(log_.Lines(), Lines{NotGood()});
+        EXPECT_EQ(log_.Lines(), Lines{NotGood(0, 1, 0)});
         EXPECT_TRUE(support::ReadFile(path_) == file);
     }
 }
@@ -58,7 +48,7 @@ TEST_P(ReopenMemory, ScarceAddressSpaceIsEnough)
         const int result = support::RunInChild([&] {
             const rlimit limit = {1U << 30U, 1U << 30U};
             ASSERT_EQ(::setrlimit(RLIMIT_AS, &limit), 0);
-            const DataChunkFileAppender appender(path_, true, MaxSize(kept));
+            const auto appender = Reopened(MaxSize(kept));
             EXPECT_EQ(appender.GetTimePoints().size(), kept == whole.size() ? 1U : 0U);
         });
         EXPECT_EQ(result, 0);
@@ -73,18 +63,19 @@ TEST_P(ReopenMemory, PeakIsTheFileAndLittleMore)
     }
     constexpr std::uint64_t kRecords = 256;
     {
-        DataChunkFileAppender appender(path_, false, 16 + kRecords * kMegabyte);
+        auto appender = NewFile(16 + kRecords * kMegabyte);
         for (std::uint64_t i = 0; i < kRecords; ++i) {
             ASSERT_TRUE(appender.Append(ChunkOfSize(static_cast<std::int64_t>(i), kMegabyte)));
         }
     }
     const int result = support::RunInChild([&] {
-        std::ofstream("/proc/self/clear_refs") << 5;  // forget the peak of the parent
-        const std::uint64_t before = support::PeakMemory();
-        const DataChunkFileAppender appender(path_, true, MaxSize(16 + kRecords * kMegabyte));
-        EXPECT_EQ(appender.GetTimePoints().size(), kRecords);
-        EXPECT_LT(support::PeakMemory() - before, 11 * kRecords * kMegabyte / 10 + 8 * kMegabyte);
-        EXPECT_GE(support::PeakMemory() - before, kRecords * kMegabyte);
+        const std::uint64_t before = support::OwnMemory();
+        const std::uint64_t peak = support::PeakGrowth([&] {
+            const auto appender = Reopened(MaxSize(16 + kRecords * kMegabyte));
+            EXPECT_EQ(appender.GetTimePoints().size(), kRecords);
+            EXPECT_GE(support::OwnMemory() - before, kRecords * kMegabyte);
+        });
+        EXPECT_LT(peak, 11 * kRecords * kMegabyte / 10 + 8 * kMegabyte);
     });
     EXPECT_EQ(result, 0);
 }

@@ -1,14 +1,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <fstream>
 #include <new>
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
 #include "support/Allocations.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
@@ -16,16 +17,16 @@
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using support::ChunkOfSize;
 using support::FileOf;
+using support::kUnbounded;
+using support::Lines;
 using support::ReadFile;
 using support::SystemCall;
 using support::SystemCalls;
-using Lines = std::vector<std::string>;
 
-// Reopening a file whose bytes, whatever fails, are the same afterwards.
-class ReopenCalls : public testing::TestWithParam<std::uint64_t> {
+// Whatever fails while a file is reopened, its bytes stay the same.
+class ReopenCalls : public support::ChunkFileTest, public testing::WithParamInterface<std::uint64_t> {
 protected:
     ReopenCalls() { Write(FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 3000), ChunkOfSize(3, 40)})); }
     ~ReopenCalls() override
@@ -43,13 +44,13 @@ protected:
     }
 
     // The image is bounded to exactly the file, or unbounded.
-    std::uint64_t MaxSize() const { return GetParam() == 0 ? 0 : file_.size(); }
+    std::uint64_t MaxSize() const { return GetParam() == 0 ? kUnbounded : file_.size(); }
 
-    // How many chunks reopening finds; -1 if it throws, in which case the file must not have been opened for writing.
+    // The number of chunks that reopening finds; -1 if it throws. Then the file was not opened for writing.
     int Reopen(SystemCalls& calls) const
     {
         try {
-            return static_cast<int>(DataChunkFileAppender(path_, true, MaxSize()).GetTimePoints().size());
+            return static_cast<int>(Reopened(MaxSize()).GetTimePoints().size());
         } catch (const std::exception&) {
             for (const SystemCall& call : calls.Calls("open")) {
                 EXPECT_EQ(call.flags, O_RDONLY);
@@ -58,7 +59,7 @@ protected:
         }
     }
 
-    // How often an undisturbed reopening makes this call.
+    // How often a reopening without failures makes this call.
     std::uint64_t CountCalls(const std::string& name) const
     {
         SystemCalls calls;
@@ -66,8 +67,6 @@ protected:
         return calls.Calls(name).size();
     }
 
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::LogCapture log_{41};
     std::string file_;
     std::set<int> descriptors_;
@@ -137,7 +136,7 @@ TEST_P(ReopenCalls, ShortReadsAreContinued)
 {
     for (const std::uint64_t size : {1U, 7U, 1000U}) {
         SystemCalls calls;
-        calls.Shorten("read", size, 0, true);
+        calls.ShortenEach("read", size);
         EXPECT_EQ(Reopen(calls), 3);
         EXPECT_GE(calls.Fired(), 4U);
     }
@@ -157,10 +156,10 @@ TEST_P(ReopenCalls, NoReadGoesBeyondTheImage)
 {
     Write(FileOf({ChunkOfSize(1, 100'000)}));
     SystemCalls calls;
-    calls.Shorten("read", 30'000, 0, true);
+    calls.ShortenEach("read", 30'000);
     EXPECT_EQ(Reopen(calls), 1);
     const auto reads = calls.Calls("read");
-    ASSERT_EQ(reads.size(), 5U);  // the last one asks for what lies behind the image's end
+    ASSERT_EQ(reads.size(), 5U);  // the last one asks for bytes past the image's end
     for (std::size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(reads[i].buffer, static_cast<const char*>(reads[0].buffer) + 30'000 * i);
         EXPECT_EQ(reads[i].size, file_.size() - 30'000 * i);
@@ -173,16 +172,8 @@ TEST_P(ReopenCalls, ErrorOfAnyReadCountsAsAnEmptyFile)
         for (std::uint64_t nth = 0; nth < 4; ++nth) {
             SystemCalls calls;
             calls.Fail("read", error, nth);
-            calls.Shorten("read", 1500, 0, true);  // three reads, and the end
-            std::string text;
-            try {
-                const DataChunkFileAppender appender(path_, true, MaxSize());
-            } catch (const std::runtime_error& thrown) {
-                text = thrown.what();
-            }
-            EXPECT_EQ(text, "DataChunkFileAppender: file " + path_ +
-                                " has content of only 0 bytes. 16is the minimum expected")
-                << error << " at read " << nth;
+            calls.ShortenEach("read", 1500);  // three reads, and the end
+            EXPECT_EQ(ErrorOfReopening(MaxSize()), TooShort(0)) << error << " at read " << nth;
         }
     }
 }
@@ -192,6 +183,20 @@ TEST_P(ReopenCalls, UnknownSizeCountsAsAnEmptyFile)
     SystemCalls calls;
     calls.Fail("fstat", EIO);
     EXPECT_EQ(Reopen(calls), -1);
+    EXPECT_EQ(calls.Fired(), 1U);
+}
+
+TEST_P(ReopenCalls, FileThatReportsNoSizeIsReadToItsEnd)
+{
+    Write(FileOf({ChunkOfSize(1, 100'000), ChunkOfSize(2, 100'000), ChunkOfSize(3, 100'000)}));
+    SystemCalls calls;
+    calls.On("fstat", 0, [](const SystemCall& call) {
+        auto* const status = static_cast<struct stat*>(const_cast<void*>(call.buffer));
+        const int result = ::fstat(call.fd, status);
+        status->st_size = 0;
+        return result;
+    });
+    EXPECT_EQ(Reopen(calls), 3);
     EXPECT_EQ(calls.Fired(), 1U);
 }
 
@@ -212,12 +217,9 @@ TEST_P(ReopenCalls, EveryRefusedMappingIsAFailedAllocationOrHarmless)
 TEST_P(ReopenCalls, TailBecomesSmallerWhereAddressSpaceIsScarce)
 {
     SystemCalls calls;
-    calls.On(
-        "mmap", 0,
-        [](const SystemCall& call) -> std::optional<std::int64_t> {
-            return call.size > 200'000'000 ? std::optional<std::int64_t>(-1) : std::nullopt;
-        },
-        true);
+    calls.OnEach("mmap", [](const SystemCall& call) -> std::optional<std::int64_t> {
+        return call.size > 200'000'000 ? std::optional<std::int64_t>(-1) : std::nullopt;
+    });
     EXPECT_EQ(Reopen(calls), 3);
     const auto mappings = calls.Calls("mmap");
     EXPECT_GT(mappings.front().size, std::uint64_t{1} << 32U);
@@ -226,40 +228,24 @@ TEST_P(ReopenCalls, TailBecomesSmallerWhereAddressSpaceIsScarce)
 
 TEST_P(ReopenCalls, WithoutRoomForTheSmallestTailReopeningFails)
 {
-    const std::uint64_t image = 4096 + (std::uint64_t{1} << 21U);  // and what makes it begin on a huge page
+    const std::uint64_t image = 4096 + (std::uint64_t{1} << 21U);  // with room to align it to a huge page
     for (const auto& [allowed, found] : {std::pair{image + 65536, 3}, {image + 65535, -1}}) {
         SystemCalls calls;
-        calls.On(
-            "mmap", 0,
-            [limit = allowed](const SystemCall& call) -> std::optional<std::int64_t> {
-                errno = ENOMEM;
-                return call.size > limit ? std::optional<std::int64_t>(-1) : std::nullopt;
-            },
-            true);
+        calls.OnEach("mmap", [limit = allowed](const SystemCall& call) -> std::optional<std::int64_t> {
+            errno = ENOMEM;
+            return call.size > limit ? std::optional<std::int64_t>(-1) : std::nullopt;
+        });
         EXPECT_EQ(Reopen(calls), found);
     }
 }
 
 TEST_P(ReopenCalls, EveryFailedAllocationThrowsOrLoadsAll)
 {
-    std::uint64_t nth = 0;
-    for (bool unharmed = false; !unharmed; ++nth) {
-        std::size_t found = 0;
-        support::Allocations allocations;
-        allocations.FailAt(nth);
-        try {
-            const DataChunkFileAppender appender(path_, true, MaxSize());
-            found = appender.GetTimePoints().size();
-        } catch (const std::bad_alloc&) {
-            found = 3;
-        }
-        EXPECT_EQ(found, 3U);
-        unharmed = allocations.Failed() == 0;
-    }
-    EXPECT_GE(nth, 10U);
+    const auto reopen = [this] { EXPECT_EQ(Reopened(MaxSize()).GetTimePoints().size(), 3U); };
+    EXPECT_GE(support::FailEveryAllocation(reopen, [] {}), 9U);
 }
 
-TEST_P(ReopenCalls, NoMappingIsLeftBehind)
+TEST_P(ReopenCalls, NoMappingIsLeft)
 {
     if (support::kSanitized) {
         GTEST_SKIP() << "sanitizers make mappings of their own";
@@ -278,8 +264,8 @@ TEST_P(ReopenCalls, NoMappingIsLeftBehind)
     };
     const std::uint64_t before = mappings();
     {
-        const DataChunkFileAppender appender(path_, true, MaxSize());
-        EXPECT_EQ(mappings(), before);  // the tail is gone when the walk is over
+        const auto appender = Reopened(MaxSize());
+        EXPECT_EQ(mappings(), before);  // the walk has removed its tail
     }
     EXPECT_EQ(mappings(), before);
 }
@@ -293,7 +279,7 @@ TEST(ReopenLongFile, TakesNoMoreThanTheBoundedImage)
     const std::string path = folder / "a";
     support::WriteFile(path, FileOf({ChunkOfSize(1, 3'000'000)}));
     const SystemCalls calls;
-    EXPECT_THROW(DataChunkFileAppender(path, true, 512), std::runtime_error);
+    EXPECT_THROW(support::Reopened(path, 512), std::runtime_error);
     EXPECT_TRUE(calls.Calls("mmap").empty());
 }
 
@@ -309,7 +295,7 @@ TEST(ReopenGrowingFile, IsReadToTheEndItHasThen)
             support::WriteFile(path, whole);
             return std::nullopt;
         });
-        const DataChunkFileAppender appender(path, true, 0);
+        const auto appender = support::Reopened(path, kUnbounded);
         EXPECT_EQ(appender.GetTimePoints().size(), 2U);
     }
     EXPECT_TRUE(ReadFile(path) == whole);
@@ -328,7 +314,7 @@ TEST(ReopenShrinkingFile, IsAsLongAsWhatCouldBeRead)
             support::WriteFile(path, whole.substr(0, 200));
             return std::nullopt;
         });
-        const DataChunkFileAppender appender(path, true, 0);
+        const auto appender = support::Reopened(path, kUnbounded);
         EXPECT_EQ(appender.GetTimePoints().size(), 1U);
     }
     EXPECT_TRUE(ReadFile(path) == whole.substr(0, 200));

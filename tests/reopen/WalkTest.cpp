@@ -2,24 +2,22 @@
 
 #include <stdexcept>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Files.h"
 #include "support/scripted/ScriptedPlatform.h"
 
 namespace {
 
-using Corvane::File::DataChunkFileAppender;
 using Corvane::Pellin::DataChunk;
+using support::kUnbounded;
 using support::ReadFile;
+using support::Thrown;
 using support::Word;
-using Lines = std::vector<std::string>;
 
-struct Thrown {};
-
-// Reopening where the chunks say what a test wants.
-class Walk : public testing::Test {
+// Reopening a file whose chunks a test scripts.
+class Walk : public support::ChunkFileTest {
 protected:
-    // A file of this many bytes whose header gives this count.
+    // A file of `size` bytes whose header counts `count` chunks.
     void WriteFile(std::size_t size, std::uint64_t count)
     {
         std::string file = Word(2) + Word(count);
@@ -27,14 +25,6 @@ protected:
         support::WriteFile(path_, file);
     }
 
-    std::string NotGood(std::uint64_t number, const std::string& count, const std::string& skipped) const
-    {
-        return "40 Chunk " + std::to_string(number) + " in file " + path_ + " of " + count +
-               " chunks is not good. We skip the remaining " + skipped + " chunks";
-    }
-
-    support::TemporaryFolder folder_;
-    std::string path_ = folder_ / "a";
     support::ScriptedPlatform platform_;
 };
 
@@ -51,12 +41,12 @@ TEST_F(Walk, EndsAtTheImagesEnd)
 {
     WriteFile(116, 50);
     EveryRecordHasSize(10);
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 10U);
-    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(10, "50", "39"));
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(10, 50, 39));
 }
 
-TEST_F(Walk, NeverParsesBehindTheImagesEnd)
+TEST_F(Walk, NeverParsesPastTheImagesEnd)
 {
     WriteFile(116, UINT64_MAX);
     int parsed = 0;
@@ -65,24 +55,24 @@ TEST_F(Walk, NeverParsesBehindTheImagesEnd)
         chunk.Become(++parsed, 50);
         return std::uint64_t{1};
     };
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(parsed, 2);
 }
 
-TEST_F(Walk, RecordThatEndsBehindTheImageIsNotGoodAndItsTimePointNotHeld)
+TEST_F(Walk, RecordThatEndsPastTheImageIsNotGoodAndItsTimePointNotHeld)
 {
     WriteFile(116, 2);
     EveryRecordHasSize(60);
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 1U);
-    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(1, "2", "0"));
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(1, 2, 0));
 }
 
 TEST_F(Walk, RecordThatEndsWithTheImageIsGood)
 {
     WriteFile(116, 1);
     EveryRecordHasSize(100);
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 1U);
     EXPECT_EQ(platform_.logger.Lines().size(), 1U);
 }
@@ -91,7 +81,7 @@ TEST_F(Walk, BoundedRecordMayReachIntoTheFill)
 {
     WriteFile(116, 2);
     EveryRecordHasSize(60);
-    const DataChunkFileAppender appender(path_, true, 136);
+    const auto appender = Reopened(136);
     EXPECT_EQ(appender.GetTimePoints().size(), 2U);
 }
 
@@ -99,25 +89,25 @@ TEST_F(Walk, SizeThatWouldWrapIsNotGood)
 {
     WriteFile(116, 3);
     EveryRecordHasSize(UINT64_MAX);
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_TRUE(appender.GetTimePoints().empty());
-    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(0, "3", "2"));
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(0, 3, 2));
 }
 
 TEST_F(Walk, RecordsWithoutLengthAreBoundedByTheImagesSize)
 {
     WriteFile(116, UINT64_MAX);
     EveryRecordHasSize(0);
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 100U);
-    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(100, "18446744073709551615", "18446744073709551514"));
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(100, 18446744073709551615U, 18446744073709551514U));
 }
 
 TEST_F(Walk, RecordsWithoutLengthCountWhereTheHeaderIsPlausible)
 {
     WriteFile(116, 3);
     EveryRecordHasSize(0);
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 3U);
     EXPECT_EQ(platform_.logger.Lines().size(), 1U);
 }
@@ -126,18 +116,17 @@ TEST_F(Walk, HeaderAloneWithACountHasNoGoodRecord)
 {
     WriteFile(16, 5);
     EveryRecordHasSize(0);
-    const DataChunkFileAppender appender(path_, true, 0);
-    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(0, "5", "4"));
+    const auto appender = Reopened(kUnbounded);
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(0, 5, 4));
 }
 
 TEST_F(Walk, SkippedCountIsExactInSixtyFourBits)
 {
     WriteFile(116, std::uint64_t{1} << 63U);
     EveryRecordHasSize(100);
-    const DataChunkFileAppender appender(path_, true, 0);
-    EXPECT_EQ(platform_.logger.Lines().at(0),
-              "20 In file " + path_ + ": we discovered 9223372036854775808 chunks from version 2");
-    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(1, "9223372036854775808", "9223372036854775806"));
+    const auto appender = Reopened(kUnbounded);
+    EXPECT_EQ(platform_.logger.Lines().at(0), Discovered(9223372036854775808U));
+    EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(1, 9223372036854775808U, 9223372036854775806U));
 }
 
 TEST_F(Walk, EachChunkIsMadeFreshAndParsedOnce)
@@ -150,7 +139,7 @@ TEST_F(Walk, EachChunkIsMadeFreshAndParsedOnce)
         chunk.Become(static_cast<std::int64_t>(parsed.size()), 50);
         return std::uint64_t{1};
     };
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(parsed.size(), 2U);
 }
 
@@ -160,7 +149,7 @@ TEST_F(Walk, EachGoodRecordIsAskedForItsTimePointOnce)
     EveryRecordHasSize(10);
     int asked = 0;
     DataChunk::onGetTimePoint = [&] { ++asked; };
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 10U);
     EXPECT_EQ(asked, 10);
 }
@@ -173,7 +162,7 @@ TEST_F(Walk, RecordsInOrderTakeTwoComparisonsEachAtMost)
     EveryRecordHasSize(10);
     int comparisons = 0;
     Corvane::Time::TimePoint::onCompare = [&] { ++comparisons; };
-    const DataChunkFileAppender appender(path_, true, 0);
+    const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), kRecords);
     EXPECT_LE(comparisons, 2 * kRecords);
 }
@@ -185,7 +174,7 @@ TEST_F(Walk, AnyResultButZeroIsGood)
         chunk.Become(1, 50);
         return UINT64_MAX;
     };
-    EXPECT_EQ(DataChunkFileAppender(path_, true, 0).GetTimePoints().size(), 1U);
+    EXPECT_EQ(Reopened(kUnbounded).GetTimePoints().size(), 1U);
 }
 
 TEST_F(Walk, WhateverThrowsLeavesFileAndDescriptorsAsTheyWere)
@@ -197,15 +186,15 @@ TEST_F(Walk, WhateverThrowsLeavesFileAndDescriptorsAsTheyWere)
          {&DataChunk::onReadFrom, &DataChunk::onGetSizeOnFile, &DataChunk::onGetTimePoint, &platform_.logger.onLog,
           &platform_.logger.onLevel, &Corvane::Time::TimePoint::onCopy, &Corvane::Time::TimePoint::onCompare}) {
         EveryRecordHasSize(50);
-        *function = [] { throw Thrown(); };
-        EXPECT_THROW(DataChunkFileAppender(path_, true, 0), Thrown);
+        *function = support::Throw;
+        EXPECT_THROW(Reopened(kUnbounded), Thrown);
         platform_.ClearScript();
         EXPECT_EQ(ReadFile(path_), before);
         EXPECT_EQ(support::OpenDescriptors(), descriptors);
     }
 }
 
-// A chunk that fails on its way into a damaged file's free space.
+// A chunk whose Write throws while it is appended to a damaged file.
 class FailedAppend : public Walk, public testing::WithParamInterface<std::uint64_t> {
 protected:
     FailedAppend()
@@ -222,8 +211,8 @@ TEST_P(FailedAppend, LeavesTheDamagedFileAsItWas)
 {
     const std::string before = ReadFile(path_);
     {
-        DataChunkFileAppender appender(path_, true, 0);
-        DataChunk::onWrite = [] { throw Thrown(); };
+        auto appender = Reopened(kUnbounded);
+        DataChunk::onWrite = support::Throw;
         EXPECT_THROW(appender.Append(DataChunk(2, GetParam())), Thrown);
         platform_.ClearScript();
         EXPECT_EQ(appender.GetTimePoints().size(), 1U);
@@ -236,14 +225,15 @@ TEST_P(FailedAppend, LeavesTheFillOfALargerImageZero)
     std::string expected = ReadFile(path_);
     expected.resize(600);
     {
-        DataChunkFileAppender appender(path_, true, 600);
-        DataChunk::onWrite = [] { throw Thrown(); };
+        auto appender = Reopened(600);
+        DataChunk::onWrite = support::Throw;
         EXPECT_THROW(appender.Append(DataChunk(2, GetParam())), Thrown);
         platform_.ClearScript();
     }
     EXPECT_EQ(ReadFile(path_), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(WithinAndAcrossTheOldEnd, FailedAppend, testing::Values(40, 134, 135, 400));
+INSTANTIATE_TEST_SUITE_P(WithinAndAcrossTheOldEnd, FailedAppend, testing::Values(40, 134, 135, 400),
+                         testing::PrintToStringParamName());
 
 }  // namespace

@@ -83,6 +83,26 @@ std::uint64_t Allocations::Failed() const
     return state.failed;
 }
 
+std::uint64_t FailEveryAllocation(const std::function<void()>& function, const std::function<void()>& afterFailure)
+{
+    std::uint64_t failures = 0;
+    for (bool failed = true; failed; failures += failed ? 1 : 0) {
+        {
+            Allocations allocations;
+            allocations.FailAt(failures);
+            try {
+                function();
+            } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): Failed() tells
+            }
+            failed = allocations.Failed() != 0;
+        }
+        if (failed) {
+            afterFailure();
+        }
+    }
+    return failures;
+}
+
 }  // namespace support
 
 void* operator new(std::size_t size)

@@ -2,7 +2,7 @@
 
 namespace support {
 
-// While an observer of system calls does its own work on this thread: what it allocates is not the library's.
+// True while SystemCalls does its own work on this thread. Its allocations are not the library's.
 inline thread_local bool bookkeeping = false;
 
 }  // namespace support

@@ -29,13 +29,6 @@ DataChunk ChunkOfSize(std::int64_t time, std::uint64_t size)
     return chunk;
 }
 
-std::string RecordOf(const DataChunk& chunk)
-{
-    std::string record(chunk.GetSizeOnFile(), '\0');
-    chunk.Write(reinterpret_cast<unsigned char*>(record.data()));
-    return record;
-}
-
 std::string FileOf(const std::vector<DataChunk>& chunks, std::uint64_t version)
 {
     std::string bytes = Word(version) + Word(chunks.size());

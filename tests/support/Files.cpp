@@ -18,6 +18,22 @@
 
 namespace support {
 
+namespace {
+
+// A figure of /proc/self/status, in bytes.
+std::uint64_t FromStatus(const std::string& name)
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(name, 0) == 0) {
+            return std::stoull(line.substr(name.size())) * 1024;
+        }
+    }
+    throw std::runtime_error("/proc/self/status has no " + name);
+}
+
+}  // namespace
+
 TemporaryFolder::TemporaryFolder()
 {
     const char* const chosen = std::getenv("CORVANE_TEST_FOLDER");  // NOLINT(concurrency-mt-unsafe): nothing sets it
@@ -34,9 +50,9 @@ TemporaryFolder::~TemporaryFolder()
     std::filesystem::remove_all(path_, ignored);
 }
 
-std::set<std::string> TemporaryFolder::Names() const
+Names TemporaryFolder::Names() const
 {
-    std::set<std::string> names;
+    support::Names names;
     for (const auto& entry : std::filesystem::directory_iterator(path_)) {
         names.insert(entry.path().filename().string());
     }
@@ -88,15 +104,19 @@ std::set<int> OpenDescriptors()
     return descriptors;
 }
 
-std::uint64_t PeakMemory()
+std::uint64_t OwnMemory()
 {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::stoull(line.substr(6)) * 1024;
-        }
+    return FromStatus("RssAnon:") + FromStatus("VmSwap:");
+}
+
+std::uint64_t PeakGrowth(const std::function<void()>& function)
+{
+    if (!(std::ofstream("/proc/self/clear_refs") << "5" << std::flush)) {  // resets VmHWM
+        throw std::runtime_error("cannot reset the peak of memory");
     }
-    throw std::runtime_error("/proc/self/status tells no VmHWM");
+    const std::uint64_t before = FromStatus("VmHWM:");
+    function();
+    return FromStatus("VmHWM:") - before;
 }
 
 int RunInChild(const std::function<void()>& function)

@@ -5,9 +5,11 @@
 #include <set>
 #include <string>
 
+#include "support/Texts.h"
+
 namespace support {
 
-// A new folder, removed with all that is in it. In CORVANE_TEST_FOLDER if that is set, else under TMPDIR or /tmp.
+// A new folder in CORVANE_TEST_FOLDER, TMPDIR or /tmp, whichever is set first. Removed with its content at the end.
 class TemporaryFolder {
 public:
     TemporaryFolder();
@@ -18,39 +20,42 @@ public:
     const std::string& Path() const { return path_; }
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
-    // The names in it.
-    std::set<std::string> Names() const;
+    support::Names Names() const;
 
 private:
     std::string path_;
 };
 
-// The whole file; throws std::runtime_error with its name where that fails.
+// Reads or writes a whole file; throws std::runtime_error with its name if that fails.
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
 
-// An unsigned 64-bit word as it lies in a file.
+// An unsigned 64-bit word as a file stores it.
 std::string Word(std::uint64_t value);
 std::uint64_t WordAt(const std::string& bytes, std::size_t position);
 
-// Whether a sanitizer watches, which takes memory and address space of its own.
+// Sanitizers take memory and address space of their own.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
 
-// The numbers of this process's open descriptors.
 std::set<int> OpenDescriptors();
 
-// The most memory that this process has had, in bytes; throws std::runtime_error where the system does not tell.
-std::uint64_t PeakMemory();
+// This process's own memory in bytes. It includes swapped pages and no file pages, so other programs do not change it.
+std::uint64_t OwnMemory();
 
-// Runs the function in a child process. 0: it returned and no expectation in it failed; 1: one failed or it threw
-// (printed to stderr); 128 + n: signal n ended it.
+// The bytes by which the function raises this process's peak of physical memory. Swapping can only lower the result.
+std::uint64_t PeakGrowth(const std::function<void()>& function);
+
+// Runs the function in a child process.
+// 0        it returned and its expectations held.
+// 1        an expectation failed, or it threw; stderr has the reason.
+// 128 + n  signal n ended it.
 int RunInChild(const std::function<void()>& function);
 
-// Gives up root for good, for use in a child: user and group 65534.
+// Becomes user and group 65534 for good. For use in a child.
 void BecomeUnprivileged();
 
 }  // namespace support

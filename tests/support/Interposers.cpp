@@ -1,4 +1,4 @@
-// The functions that the library calls in place of the system's. ENABLE_EXPORTS lets it see them.
+// The library calls these functions instead of the C library's, because the test program exports them.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>

@@ -35,9 +35,9 @@ std::vector<CapturedEntry> LogCapture::Entries() const
     return entries_;
 }
 
-std::vector<std::string> LogCapture::Lines() const
+Lines LogCapture::Lines() const
 {
-    std::vector<std::string> lines;
+    support::Lines lines;
     for (const CapturedEntry& entry : Entries()) {
         lines.push_back(std::to_string(entry.level) + " " + entry.message);
     }

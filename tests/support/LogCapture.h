@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "support/Texts.h"
+
 namespace support {
 
-// One log entry, copied.
 struct CapturedEntry {
     std::int32_t level;
     std::string logger;
@@ -16,8 +17,8 @@ struct CapturedEntry {
     std::int32_t line;
 };
 
-// While it lives, the platform's log entries are kept here instead of printed, and the library's three loggers have
-// this level. Afterwards the default sink is back, and their level is 40.
+// While it lives, it keeps the platform's log entries and sets the level of the library's three loggers. Afterwards the
+// default sink is back, and the level is 40.
 class LogCapture {
 public:
     explicit LogCapture(std::int32_t level = 0);
@@ -30,7 +31,7 @@ public:
     std::vector<CapturedEntry> Entries() const;
 
     // Each entry as "<level> <message>".
-    std::vector<std::string> Lines() const;
+    support::Lines Lines() const;
 
     void Clear();
 

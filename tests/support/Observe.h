@@ -19,8 +19,8 @@ struct CallDescription {
     std::int64_t offset = 0;
 };
 
-// If a SystemCalls object lives in this thread, it keeps the call, and a rule of it may replace make(). Else just
-// returns make(). Pass make() by std::cref, which does not allocate.
+// Keeps the call if this thread has a SystemCalls object, whose rules may replace make(). Returns what the call returns.
+// Pass make by std::cref, which does not allocate.
 std::int64_t Observe(const CallDescription& description, const std::function<std::int64_t()>& make);
 
 }  // namespace support

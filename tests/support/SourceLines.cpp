@@ -1,5 +1,7 @@
 #include "support/SourceLines.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cctype>
 #include <stdexcept>
@@ -47,8 +49,12 @@ std::size_t EndOfCall(const std::string& text, std::size_t position)
     return position;
 }
 
-}  // namespace
+struct SourceLines {
+    int first;
+    int last;
+};
 
+// Throws std::runtime_error if there is none.
 SourceLines LoggingStatement(const std::string& source, std::initializer_list<std::string> pieces)
 {
     const std::string text = ReadFile(LIBRARY_SOURCES "/" + source);
@@ -64,6 +70,17 @@ SourceLines LoggingStatement(const std::string& source, std::initializer_list<st
         throw std::runtime_error(source + " logs nothing before: " + *(pieces.end() - 1));
     }
     return {LineAt(text, call), LineAt(text, EndOfCall(text, call))};
+}
+
+}  // namespace
+
+void ExpectStatement(const std::string& file, int line, const std::string& source,
+                     std::initializer_list<std::string> pieces)
+{
+    EXPECT_EQ(file, "Corvane/Common/libFile/Corvane/File/" + source);
+    const auto [first, last] = LoggingStatement(source, pieces);
+    EXPECT_GE(line, first) << *(pieces.end() - 1);
+    EXPECT_LE(line, last) << *(pieces.end() - 1);
 }
 
 }  // namespace support

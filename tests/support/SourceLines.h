@@ -5,13 +5,9 @@
 
 namespace support {
 
-struct SourceLines {
-    int first = 0;
-    int last = 0;
-};
-
-// The lines of the logging statement in this source of the library ("ExtendedAttributes.cpp") that contains the last
-// piece, which comes after the pieces before it. Throws std::runtime_error if there is none.
-SourceLines LoggingStatement(const std::string& source, std::initializer_list<std::string> pieces);
+// Expects that a log entry's file and line are those of a statement in this source of the library, such as
+// "ExtendedAttributes.cpp". The statement contains the last piece, which comes after the other pieces.
+void ExpectStatement(const std::string& file, int line, const std::string& source,
+                     std::initializer_list<std::string> pieces);
 
 }  // namespace support

@@ -27,7 +27,7 @@ struct State {
     std::uint64_t fired = 0;
 };
 
-// Null: this thread is not observed. Also while an action or the bookkeeping itself makes calls.
+// Null while nobody observes this thread, and while an action or the bookkeeping makes calls of its own.
 thread_local State* observed = nullptr;
 
 class Unobserved {
@@ -89,6 +89,23 @@ SystemCall Copied(const CallDescription& call)
             .offset = call.offset};
 }
 
+SystemCalls::Action FailWith(int error)
+{
+    return [error](const SystemCall&) {
+        errno = error;
+        return -1;
+    };
+}
+
+SystemCalls::Action ShortenTo(std::uint64_t size)
+{
+    return [size](const SystemCall& call) {
+        const std::uint64_t count = std::min(size, call.size);
+        return call.name == "write" ? ::write(call.fd, call.buffer, count)
+                                    : ::read(call.fd, const_cast<void*>(call.buffer), count);
+    };
+}
+
 }  // namespace
 
 std::int64_t Observe(const CallDescription& description, const std::function<std::int64_t()>& make)
@@ -128,27 +145,29 @@ void SystemCalls::On(const std::string& name, std::uint64_t nth, Action action, 
     observed->rules.push_back({name, nth, std::move(action), persistently});
 }
 
-void SystemCalls::Fail(const std::string& name, int error, std::uint64_t nth, bool persistently)
+void SystemCalls::OnEach(const std::string& name, Action action)
 {
-    On(
-        name, nth,
-        [error](const SystemCall&) {
-            errno = error;
-            return -1;
-        },
-        persistently);
+    On(name, 0, std::move(action), true);
 }
 
-void SystemCalls::Shorten(const std::string& name, std::uint64_t size, std::uint64_t nth, bool persistently)
+void SystemCalls::Fail(const std::string& name, int error, std::uint64_t nth)
 {
-    On(
-        name, nth,
-        [size](const SystemCall& call) {
-            const std::uint64_t count = std::min(size, call.size);
-            return call.name == "write" ? ::write(call.fd, call.buffer, count)
-                                        : ::read(call.fd, const_cast<void*>(call.buffer), count);
-        },
-        persistently);
+    On(name, nth, FailWith(error));
+}
+
+void SystemCalls::FailEach(const std::string& name, int error)
+{
+    OnEach(name, FailWith(error));
+}
+
+void SystemCalls::Shorten(const std::string& name, std::uint64_t size, std::uint64_t nth)
+{
+    On(name, nth, ShortenTo(size));
+}
+
+void SystemCalls::ShortenEach(const std::string& name, std::uint64_t size)
+{
+    OnEach(name, ShortenTo(size));
 }
 
 std::vector<SystemCall> SystemCalls::Calls() const
@@ -164,9 +183,9 @@ std::vector<SystemCall> SystemCalls::Calls(const std::string& name) const
     return calls;
 }
 
-std::vector<std::string> SystemCalls::Names() const
+Lines SystemCalls::Names() const
 {
-    std::vector<std::string> names;
+    Lines names;
     names.reserve(observed->calls.size());
     for (const SystemCall& call : observed->calls) {
         names.push_back(call.name);

@@ -6,16 +6,18 @@
 #include <string>
 #include <vector>
 
+#include "support/Texts.h"
+
 namespace support {
 
-// One system call as it was made. What a call does not have is 0 or empty; -1 for no descriptor.
+// One system call. A member that the call lacks is 0 or empty, a descriptor -1.
 struct SystemCall {
     std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "rename", "remove",
                        // "mmap", "mremap", "munmap", "mprotect", "madvise", and the six for extended attributes
     int fd = -1;
     // NOLINTBEGIN(readability-redundant-member-init): without a value here, g++ wants one wherever a call is made up
     std::string path = {};
-    std::string target = {};  // what a rename leads to
+    std::string target = {};  // the new name of a rename
     std::string attribute = {};
     // NOLINTEND(readability-redundant-member-init)
     int flags = 0;
@@ -27,11 +29,11 @@ struct SystemCall {
     int error = 0;            // errno after a result of -1
 };
 
-// While it lives, the system calls that this thread makes are recorded, and chosen ones do something else.
-// Link test_system_calls. One at a time for each thread.
+// While it lives, it keeps this thread's system calls and replaces chosen ones. Each thread has one at most. Link
+// test_system_calls.
 class SystemCalls {
 public:
-    // Called in place of a call: the result to return (with errno set, for -1), or nothing to make the call after all.
+    // Replaces a call. Returns the result, with errno set for -1, or nothing: then the call is made after all.
     using Action = std::function<std::optional<std::int64_t>(const SystemCall&)>;
 
     SystemCalls();
@@ -39,22 +41,28 @@ public:
     SystemCalls& operator=(const SystemCalls&) = delete;
     ~SystemCalls();
 
-    // The n-th call of that name from now on, counted from 0; all later ones too if `persistently`. Of several rules
-    // for one call, the one made first wins.
+    // For the nth call of that name from now on, counted from 0; if `persistently`, for all later ones too. If several
+    // rules meet one call, the oldest wins.
     void On(const std::string& name, std::uint64_t nth, Action action, bool persistently = false);
 
-    // The same for a call that fails with this error, or, for reads and writes, moves only so many bytes.
-    void Fail(const std::string& name, int error, std::uint64_t nth = 0, bool persistently = false);
-    void Shorten(const std::string& name, std::uint64_t size, std::uint64_t nth = 0, bool persistently = false);
+    // Fails the call with this error.
+    void Fail(const std::string& name, int error, std::uint64_t nth = 0);
 
-    // All calls so far, or those of one name.
+    // Lets a read or write move at most `size` bytes.
+    void Shorten(const std::string& name, std::uint64_t size, std::uint64_t nth = 0);
+
+    // The same for each call of that name from now on.
+    void OnEach(const std::string& name, Action action);
+    void FailEach(const std::string& name, int error);
+    void ShortenEach(const std::string& name, std::uint64_t size);
+
+    // The calls so far; with a name, only these.
     std::vector<SystemCall> Calls() const;
     std::vector<SystemCall> Calls(const std::string& name) const;
 
-    // Their names, in order.
-    std::vector<std::string> Names() const;
+    Lines Names() const;
 
-    // How many calls an action was asked about.
+    // How often an action was called.
     std::uint64_t Fired() const;
 
     void Clear();

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
@@ -74,7 +74,7 @@ public:
 private:
     void Write(const std::string& path, const std::vector<DataChunk>& chunks) const
     {
-        DataChunkFileAppender appender(path, false, kSize);
+        auto appender = support::NewFile(path, kSize);
         for (const DataChunk& chunk : chunks) {
             appender.Append(chunk);
         }
@@ -142,7 +142,7 @@ protected:
         std::vector<DataChunk> expected(kept.chunks.begin(), kept.chunks.begin() + static_cast<std::ptrdiff_t>(number));
         expected.push_back(support::ChunkOfSize(-1, 100));
         {
-            DataChunkFileAppender appender(path_, true, kSize);
+            auto appender = support::Reopened(path_, kSize);
             EXPECT_EQ(appender.GetTimePoints().size(), number);
             EXPECT_TRUE(appender.Append(expected.back()));
         }

@@ -3,7 +3,7 @@
 #include <iostream>
 #include <string>
 
-#include "Corvane/File/DataChunkFileAppender.h"
+#include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 
 // Appends a chunk with a record of BYTES bytes to FILE, prints "ready", waits for a line, and lets the appender write.
@@ -15,7 +15,7 @@ int main(int count, char** arguments)
         return 2;
     }
     try {
-        Corvane::File::DataChunkFileAppender file(arguments[1], /* reopen = */ false, /* maxSize = */ 0);
+        auto file = support::NewFile(arguments[1], support::kUnbounded);
         file.Append(support::ChunkOfSize(1, std::stoull(arguments[2])));
         std::cout << "ready\n" << std::flush;
         std::string line;

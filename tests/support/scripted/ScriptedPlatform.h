@@ -1,13 +1,35 @@
 #pragma once
 
+#include <functional>
+#include <memory>
+
 #include "Corvane/Pellin/DataChunk.h"
 #include "Corvane/Time/TimePoint.h"
+#include "support/Texts.h"
 #include "tarn/cv/logging/Logger.h"
 #include "tarn/cv/logging/LoggingManager.h"
 
 namespace support {
 
-// While it lives, the scripted platform has a logger; afterwards nothing of a test's script is left.
+// The exception of a scripted collaborator.
+struct Thrown {};
+
+inline void Throw()
+{
+    throw Thrown();
+}
+
+// Throws at the nth call, counted from 0. Copies count together.
+inline std::function<void()> ThrowAt(int nth)
+{
+    return [nth, call = std::make_shared<int>(0)] {
+        if ((*call)++ == nth) {
+            Throw();
+        }
+    };
+}
+
+// While it lives, the scripted platform has a logger. Afterwards the script is cleared.
 class ScriptedPlatform {
 public:
     ScriptedPlatform() { tarn::cv::logging::LoggingManager::logger = &logger; }
@@ -22,7 +44,7 @@ public:
         LoggingManager::names.clear();
     }
 
-    // Everybody behaves again.
+    // No collaborator throws or calls back any more.
     void ClearScript()
     {
         using Corvane::Pellin::DataChunk;

@@ -12,8 +12,8 @@
 
 namespace Corvane::Pellin {
 
-// A chunk that says and does what a test tells it. Its record: a mark, the size and the time, 8 bytes each, then bytes
-// of 0x5a; a record shorter than 24 bytes is cut off, and can't be read back.
+// A chunk that a test scripts. Its record: a mark, the size and the time, 8 bytes each, then bytes of 0x5a. A record of
+// less than 24 bytes is truncated and can't be read back.
 class DataChunk {
 public:
     static constexpr std::uint64_t kMark = 0x6b72616d;
@@ -37,7 +37,7 @@ public:
         return size_;
     }
 
-    // With onWrite set, half of the record is there when it is called.
+    // Calls onWrite when half of the record is written.
     void Write(unsigned char* record) const
     {
         const std::uint64_t head[] = {kMark, size_, static_cast<std::uint64_t>(time_)};
@@ -47,7 +47,7 @@ public:
         std::memcpy(record, head, size_ < kHeadSize ? size_ : kHeadSize);
     }
 
-    // With parse set, what it returns; else 0 where there is no mark.
+    // Returns what `parse` returns if that is set; else 0 if the mark is missing.
     std::uint64_t ReadFrom(const unsigned char* record)
     {
         Call(onReadFrom);
@@ -78,7 +78,7 @@ public:
         size_ = size;
     }
 
-    // Called when the chunk is; empty: nothing.
+    // Each is called, if set, by the member function of its name.
     static inline std::function<void()> onGetTimePoint;
     static inline std::function<void()> onGetSizeOnFile;
     static inline std::function<void()> onWrite;

@@ -6,7 +6,7 @@
 
 namespace Corvane::Time {
 
-// A time point whose copying, comparing and printing a test can watch, and make throw.
+// A time point whose copies, comparisons and prints a test can count and let throw.
 class TimePoint {
 public:
     explicit TimePoint(std::int64_t value) : value_(value) {}

@@ -7,7 +7,7 @@
 
 namespace tarn::cv::logging {
 
-// A logger that keeps its entries and does what a test tells it.
+// A logger that keeps its entries and that a test scripts.
 class Logger {
 public:
     struct LogEntry {

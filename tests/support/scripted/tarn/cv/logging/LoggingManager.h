@@ -8,7 +8,7 @@
 
 namespace tarn::cv::logging {
 
-// The registry of one logger, which it gives for every name. For one thread.
+// A registry that returns one logger for every name. Not for several threads.
 class LoggingManager {
 public:
     static Logger& GetLogger(const std::string& name)
@@ -24,8 +24,8 @@ public:
     }
 
     static inline Logger* logger = nullptr;        // set by the test, see ScriptedPlatform
-    static inline bool absent = false;             // GetLoggerPtr gives null
-    static inline std::vector<std::string> names;  // those looked up, in order
+    static inline bool absent = false;             // GetLoggerPtr returns null
+    static inline std::vector<std::string> names;  // in the order of the lookups
     static inline std::function<void()> onLookUp;
 
 private:
