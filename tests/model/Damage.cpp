@@ -86,7 +86,7 @@ std::optional<std::string> Damaged(std::string bytes, const std::string& old, Ch
     const std::uint64_t count = bounds.size() - 1;
     const std::array<std::uint64_t, 6> counts = {count, count + 1, count - 1, 0, std::uint64_t{1} << 32U, UINT64_MAX};
     const std::size_t cut = choices.Below(bytes.size() + 1);
-    switch (choices.Below(bytes.empty() ? 4 : 12)) {
+    switch (choices.Below(bytes.empty() ? 4 : 13)) {
         case 0:
             what = "remove";
             return std::nullopt;
@@ -122,6 +122,10 @@ std::optional<std::string> Damaged(std::string bytes, const std::string& old, Ch
         case 9:
             what = "zero a record of";
             bytes.replace(std::min(bounds[i], bytes.size()), next - bounds[i], next - bounds[i], '\0');
+            return bytes;
+        case 10:
+            what = "cut the zeros at the end of";
+            bytes.resize(bytes.find_last_not_of('\0') + 1);
             return bytes;
         default:
             what = "flip a bit of";

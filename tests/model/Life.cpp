@@ -39,6 +39,11 @@ std::optional<std::string> Content(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
+std::string ModeOf(const std::string& path)
+{
+    return std::to_string(static_cast<unsigned>(fs::status(path).permissions()));
+}
+
 std::string Shown(const std::string& bytes)
 {
     std::string text = std::to_string(bytes.size()) + " bytes:";
@@ -455,6 +460,7 @@ private:
             if (library != model) {
                 Compare(name + 1, library ? Shown(*library) : "absent", model ? Shown(*model) : "absent");
             }
+            Compare("mode", ModeOf(library_.folder + name), ModeOf(model_.folder + name));
         }
     }
 
