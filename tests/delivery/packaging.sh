@@ -72,9 +72,10 @@ PkgConfigGivesAProgramThatRuns() {
     folder=$(scratch pkg_config)
     export PKG_CONFIG_PATH=$moved/lib/pkgconfig
     [ "$(pkg-config --modversion corvane-file)" = "$VERSION" ]
-    # shellcheck disable=SC2046  # flags are words
-    "$CXX" -std=c++17 "$outside/main.cpp" -o "$folder/outside" $(pkg-config --cflags --libs corvane-file) \
-        -Wl,-rpath,"$(pkg-config --variable=libdir corvane-file)"
+    local flags
+    # pkg-config quotes for a shell.
+    eval "flags=($(pkg-config --cflags --libs corvane-file) -Wl,-rpath,$(pkg-config --variable=libdir corvane-file))"
+    "$CXX" -std=c++17 "$outside/main.cpp" -o "$folder/outside" "${flags[@]}"
     "$folder/outside" "$folder/file.chunks"
 }
 
