@@ -277,7 +277,7 @@ EverySourceOfTheDeliveredFileIsProtectedFromStackClashes() {
 # The library has none, so what is looked at is the level that its compile commands give glibc.
 EverySourceOfTheDeliveredFileIsFortified() {
     local commands
-    commands=$(grep -E '"command": .*/libFile/Corvane/File/[A-Za-z]+\.cpp"' "$BUILD/compile_commands.json" |
+    commands=$(grep -E '"command": .*/libFile/Corvane/File/[A-Za-z]+\.cpp(\\")?"' "$BUILD/compile_commands.json" |
         grep -F CorvaneFile.dir | sed -e 's/^ *"command": "//' -e 's/",$//' -e 's/\\"/"/g' -e 's/ -o [^ ]* -c / -E -dM /')
     [ "$(wc -l <<<"$commands")" -eq 3 ]
     while read -r preprocess; do
