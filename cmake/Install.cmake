@@ -8,6 +8,7 @@ install(FILES
   Corvane/Common/libFile/Corvane/File/DataChunkFileAppender.h
   Corvane/Common/libFile/Corvane/File/DataChunkFileReader.h
   Corvane/Common/libFile/Corvane/File/ExtendedAttributes.h
+  Corvane/Common/libFile/Corvane/File/WriteChunkFileDurably.h
   Corvane/Common/libFile/Corvane/File/XattrNames.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Corvane/File COMPONENT Development)
 

@@ -87,14 +87,44 @@ int fsync(int fd)
     return Interpose<&::fsync>({.name = "fsync", .fd = fd}, fd);
 }
 
-int rename(const char* path, const char* target) noexcept
+int openat(int folder, const char* path, int flags, ...)
 {
-    return Interpose<&::rename>({.name = "rename", .path = path, .target = target}, path, target);
+    unsigned mode = 0;
+    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, unsigned);
+        va_end(arguments);
+    }
+    return Interpose<&::openat>({.name = "openat", .fd = folder, .path = path, .flags = flags, .mode = mode}, folder,
+                                path, flags, mode);
 }
 
-int remove(const char* path) noexcept
+int fchmod(int fd, mode_t mode) noexcept
 {
-    return Interpose<&::remove>({.name = "remove", .path = path}, path);
+    return Interpose<&::fchmod>({.name = "fchmod", .fd = fd, .mode = mode}, fd, mode);
+}
+
+int fchown(int fd, uid_t owner, gid_t group) noexcept
+{
+    return Interpose<&::fchown>({.name = "fchown", .fd = fd, .size = owner, .offset = group}, fd, owner, group);
+}
+
+int ftruncate(int fd, off_t size) noexcept
+{
+    return Interpose<&::ftruncate>({.name = "ftruncate", .fd = fd, .size = static_cast<std::uint64_t>(size)}, fd, size);
+}
+
+int renameat(int folder, const char* path, int targetFolder, const char* target) noexcept
+{
+    return Interpose<&::renameat>({.name = "renameat", .fd = folder, .path = path, .target = target}, folder, path,
+                                  targetFolder, target);
+}
+
+int unlinkat(int folder, const char* path, int flags) noexcept
+{
+    return Interpose<&::unlinkat>({.name = "unlinkat", .fd = folder, .path = path, .flags = flags}, folder, path,
+                                  flags);
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) noexcept

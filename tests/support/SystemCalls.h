@@ -12,8 +12,9 @@ namespace support {
 
 // One system call. A member that the call lacks is 0 or empty, a descriptor -1.
 struct SystemCall {
-    std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "rename", "remove",
-                       // "mmap", "mremap", "munmap", "mprotect", "madvise", and the six for extended attributes
+    std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "openat", "fchmod", "fchown",
+        // "ftruncate", "renameat", "unlinkat", "mmap", "mremap", "munmap", "mprotect", "madvise", and the
+        // six for extended attributes
     int fd = -1;
     // NOLINTBEGIN(readability-redundant-member-init): without a value here, g++ wants one wherever a call is made up
     std::string path = {};
@@ -23,8 +24,8 @@ struct SystemCall {
     int flags = 0;
     unsigned mode = 0;
     const void* buffer = nullptr;
-    std::uint64_t size = 0;
-    std::int64_t offset = 0;
+    std::uint64_t size = 0;   // of fchown the owner
+    std::int64_t offset = 0;  // of fchown the group
     std::int64_t result = 0;  // as returned; of mmap and mremap the address, or -1
     int error = 0;            // errno after a result of -1
 };

@@ -1,0 +1,218 @@
+#include "Corvane/File/WriteChunkFileDurably.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <stdexcept>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/Descriptor.h"
+#include "Corvane/File/FileImage.h"
+#include "Corvane/File/Log.h"
+
+namespace Corvane::File {
+
+// The sizes of an appender's image, in bytes.
+struct ImageSizes {
+    explicit ImageSizes(const DataChunkFileAppender& appender)
+        : all(appender.data_->Size()), used(appender.currentSize_)
+    {
+    }
+
+    std::uint64_t all;
+    std::uint64_t used;
+};
+
+namespace {
+
+constexpr const char* kFreshPrefix = ".corvane.";
+constexpr mode_t kNewMode = 0664;  // before the umask
+constexpr mode_t kPrivateMode = 0600;
+constexpr mode_t kPermissions = 0777;
+constexpr mode_t kGroupPermissions = 070;
+constexpr mode_t kOtherPermissions = 07;
+
+// A name that no other writer uses: the prefix and 16 hexadecimal digits.
+std::string FreshBase()
+{
+    std::uint64_t random = 0;
+    while (::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
+    }
+    std::array<char, 17> digits = {};
+    std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(random));
+    return kFreshPrefix + std::string(digits.data());
+}
+
+// The fresh file of one call, until it has its name. Removes it otherwise.
+class FreshFile {
+public:
+    explicit FreshFile(const std::string& filename) : filename_(filename.c_str()) {}
+    FreshFile(const FreshFile&) = delete;
+    FreshFile& operator=(const FreshFile&) = delete;
+    ~FreshFile()
+    {
+        if (isThere_) {
+            ::unlinkat(folder_->Get(), base_.c_str(), 0);
+        }
+    }
+
+    // The steps of a call, in their order.
+    void FindTarget();
+    void Create();
+    void MakeReopenable() const;
+    void CompareLength(const ImageSizes& image) const;
+    void Shorten(std::uint64_t size) const;
+    void GiveName();
+
+    std::string Name() const { return folderName_ + base_; }
+
+private:
+    // Throws unless the system call succeeded. Call it before anything else can change errno.
+    void Require(bool success, const char* step) const
+    {
+        if (!success) {
+            Refuse(step, SystemReason());
+        }
+    }
+
+    [[noreturn]] void Refuse(const char* step, const std::string& reason) const
+    {
+        throw std::runtime_error(Join("WriteChunkFileDurably: file ", filename_, ": ", step, ": ", reason));
+    }
+
+    void KeepOwner();
+
+    std::string filename_;    // as the caller gave it, for the errors
+    std::string folderName_;  // empty, or with a slash at its end
+    std::string targetBase_;
+    std::string base_;
+    std::optional<Descriptor> folder_;
+    std::optional<Descriptor> file_;
+    bool isThere_ = false;
+    bool replaces_ = false;
+    struct stat old_ = {};  // the file that is replaced
+    mode_t mode_ = 0;       // what the file gets with its name
+};
+
+// A dangling link is an error: the file that it asks for would appear in a folder that nobody has looked at.
+void FreshFile::FindTarget()
+{
+    std::string target = filename_;
+    replaces_ = target.empty() || ::lstat(target.c_str(), &old_) == 0 || errno != ENOENT;
+    if (replaces_) {
+        std::array<char, PATH_MAX> resolved = {};
+        Require(::realpath(filename_.c_str(), resolved.data()) != nullptr, "find");
+        target = resolved.data();
+        Require(::stat(target.c_str(), &old_) == 0, "find");
+        if (!S_ISREG(old_.st_mode)) {
+            Refuse("find", "not a regular file");
+        }
+    }
+    folderName_ = target.substr(0, target.rfind('/') + 1);  // npos + 1 is 0
+    targetBase_ = target.substr(folderName_.size());
+    folder_.emplace(::open(folderName_.empty() ? "." : folderName_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Require(folder_->Get() != -1, "open the folder");
+}
+
+void FreshFile::Create()
+{
+    // Only the system knows what the umask and the folder's default access list make of a mode. So a new file is made
+    // with the mode that it shall have, and closed to others while it is empty.
+    const mode_t mode = replaces_ ? kPrivateMode : kNewMode;
+    do {
+        base_ = FreshBase();
+        file_.emplace(::openat(folder_->Get(), base_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    } while (file_->Get() == -1 && errno == EEXIST);
+    Require(file_->Get() != -1, "create");
+    isThere_ = true;
+    struct stat status = {};
+    Require(::fstat(file_->Get(), &status) == 0, "create");
+    mode_ = (replaces_ ? old_.st_mode : status.st_mode) & kPermissions;
+    Require(::fchmod(file_->Get(), kPrivateMode) == 0, "create");
+}
+
+// A header of version 2 without chunks. An appender's own new unbounded file has version 0.
+void FreshFile::MakeReopenable() const
+{
+    const std::array<std::uint64_t, 2> header = {kFormatVersion, 0};
+    static_assert(sizeof header == kHeaderSize);
+    Require(::write(file_->Get(), header.data(), sizeof header) == static_cast<ssize_t>(sizeof header), "write");
+}
+
+void FreshFile::CompareLength(const ImageSizes& image) const
+{
+    struct stat status = {};
+    Require(::fstat(file_->Get(), &status) == 0, "write");
+    const auto length = static_cast<std::uint64_t>(status.st_size);
+    if (length < image.all) {
+        Refuse("write", Join("short write: ", length, " of ", image.all, " bytes"));
+    }
+    if (length > image.all) {
+        Refuse("write", Join(length, " bytes instead of ", image.all, ": the appender was flushed more than once"));
+    }
+}
+
+// Cuts off the zeros that a refused chunk has left at the end of an unbounded image.
+void FreshFile::Shorten(std::uint64_t size) const
+{
+    Require(::ftruncate(file_->Get(), static_cast<off_t>(size)) == 0, "write");
+}
+
+void FreshFile::GiveName()
+{
+    if (replaces_) {
+        KeepOwner();
+    }
+    Require(::fchmod(file_->Get(), mode_) == 0, "set the mode");
+    Require(::fsync(file_->Get()) == 0, "sync");
+    Require(::renameat(folder_->Get(), base_.c_str(), folder_->Get(), targetBase_.c_str()) == 0, "rename");
+    isThere_ = false;
+    Require(::fsync(folder_->Get()) == 0, "sync the folder; the new file stands");
+}
+
+// A group other than the old one must not get the rights that the old one had.
+void FreshFile::KeepOwner()
+{
+    if (::fchown(file_->Get(), old_.st_uid, old_.st_gid) != 0 &&
+        ::fchown(file_->Get(), static_cast<uid_t>(-1), old_.st_gid) != 0) {
+        mode_ = (mode_ & ~kGroupPermissions) | ((mode_ & kOtherPermissions) << 3U);
+    }
+}
+
+}  // namespace
+
+void WriteChunkFileDurably(const std::string& filename, std::uint64_t maxSize,
+                           const std::function<void(DataChunkFileAppender&)>& fill,
+                           const std::function<void(const std::string&)>& check)
+{
+    const bool bounded = maxSize != 0;
+    FreshFile fresh(filename);
+    fresh.FindTarget();
+    fresh.Create();
+    if (!bounded) {
+        fresh.MakeReopenable();
+    }
+    const ImageSizes image = [&] {
+        DataChunkFileAppender appender(fresh.Name(), /* reopen = */ !bounded, maxSize);
+        fill(appender);
+        return ImageSizes(appender);
+    }();
+    fresh.CompareLength(image);
+    if (!bounded) {
+        fresh.Shorten(image.used);
+    }
+    if (check) {
+        check(fresh.Name());
+    }
+    fresh.GiveName();
+}
+
+}  // namespace Corvane::File
