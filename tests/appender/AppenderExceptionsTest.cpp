@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
+#include <tuple>
 
 #include "support/Allocations.h"
 #include "support/ChunkFileTest.h"
@@ -32,7 +33,7 @@ protected:
     void ExpectToThrow(std::function<void()>& where, const DataChunk& chunk)
     {
         where = support::Throw;
-        EXPECT_THROW(appender_->Append(chunk), Thrown);
+        EXPECT_THROW(std::ignore = appender_->Append(chunk), Thrown);
         platform_.ClearScript();
         EXPECT_EQ(appender_->GetTimePoints().size(), 2U);
     }
@@ -148,7 +149,7 @@ TEST_P(AppenderExceptions, ImpossibleSizeIsNeverWritten)
     DataChunk::onWrite = [] { FAIL() << "nothing has room for this"; };
     const DataChunk endless(99, UINT64_MAX);
     if (GetParam() == 0) {
-        EXPECT_THROW(appender_->Append(endless), std::length_error);
+        EXPECT_THROW(std::ignore = appender_->Append(endless), std::length_error);
         EXPECT_EQ(platform_.logger.Lines(), Lines{});
     } else {
         EXPECT_FALSE(appender_->Append(endless));
@@ -170,7 +171,7 @@ TEST(FirstAppend, ThrowingInAnEmptyUnboundedImageLeavesNothingToWrite)
     DataChunk::onWrite = support::Throw;
     {
         auto appender = support::NewFile(folder / "a", support::kUnbounded);
-        EXPECT_THROW(appender.Append(DataChunk(1, 100)), Thrown);
+        EXPECT_THROW(std::ignore = appender.Append(DataChunk(1, 100)), Thrown);
     }
     EXPECT_EQ(support::ReadFile(folder / "a"), "");
 }

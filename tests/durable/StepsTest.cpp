@@ -188,7 +188,7 @@ TEST_F(DurableSteps, GroupThatCannotBeKeptGetsTheRightsOfOthers)
     support::WriteFile(path_, "old");
     ASSERT_EQ(::chmod(path_.c_str(), 0674), 0);
     SystemCalls calls;
-    calls.Fail("fchown", EPERM, 0, true);
+    calls.FailEach("fchown", EPERM);
     WriteChunkFileDurably(path_, kSize, FillNew);
     EXPECT_EQ(calls.Calls("fchown").size(), 2U);
     struct stat status = {};

@@ -29,12 +29,12 @@ void ExpectCall(const SystemCall& call, const std::string& name, const void* add
     EXPECT_EQ(call.size, size);
 }
 
-// The image mapped `size` bytes on a huge page and unmapped the rest on both sides.
-void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64_t size, unsigned protection)
+// The image reserved `size` bytes without access, and gave back what lies before and after them.
+void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64_t size)
 {
     const SystemCall mapping = calls.Calls("mmap").back();
     EXPECT_EQ(mapping.size, size + kHugePage);
-    EXPECT_EQ(mapping.mode, protection);
+    EXPECT_EQ(mapping.mode, static_cast<unsigned>(PROT_NONE));
     EXPECT_EQ(mapping.flags, MAP_PRIVATE | MAP_ANONYMOUS);
 
     const auto address = reinterpret_cast<std::uintptr_t>(image.Data());
@@ -66,6 +66,13 @@ protected:
         });
     }
 
+    // The first `size` bytes of the image became writable.
+    void ExpectWritable(std::uint64_t size) const
+    {
+        ExpectCall(calls_.Calls("mprotect").at(0), "mprotect", image_->Data(), size);
+        EXPECT_EQ(calls_.Calls("mprotect")[0].mode, kReadWrite);
+    }
+
     void ExpectDestructorToUnmap(std::uint64_t size)
     {
         const unsigned char* const bytes = image_->Data();
@@ -95,7 +102,8 @@ TEST_F(FileImageCalls, FirstMappingIsAsLongAsItsPagesAndBeginsOnAHugeOne)
         calls_.Clear();
         MapNextAt(misalignment);
         image_->Cover(0, kHugePage + 1);
-        ExpectMapping(calls_, *image_, kHugePage + kPage, kReadWrite);
+        ExpectMapping(calls_, *image_, kHugePage + kPage);
+        ExpectWritable(kHugePage + kPage);
         ExpectCall(calls_.Calls("madvise").at(0), "madvise", image_->Data(), kHugePage + kPage);
         EXPECT_EQ(calls_.Calls("madvise")[0].flags, MADV_HUGEPAGE);
         ExpectDestructorToUnmap(kHugePage + kPage);
@@ -105,7 +113,7 @@ TEST_F(FileImageCalls, FirstMappingIsAsLongAsItsPagesAndBeginsOnAHugeOne)
 TEST_F(FileImageCalls, PagesThatAreFullAreNotRoundedUp)
 {
     image_->Cover(0, kHugePage + kPage);
-    ExpectMapping(calls_, *image_, kHugePage + kPage, kReadWrite);
+    ExpectMapping(calls_, *image_, kHugePage + kPage);
     calls_.Clear();
     image_->Cover(kHugePage, kPage);
     EXPECT_EQ(calls_.Names(), Lines{});
@@ -118,7 +126,7 @@ TEST_F(FileImageCalls, GrowthDoublesUpToTheEndOfAHugePage)
     calls_.Clear();
     MapNextAt(kPage);
     image_->Cover(kHugePage + kPage, 1);
-    ExpectMapping(calls_, *image_, 3 * kHugePage, kReadWrite);
+    ExpectMapping(calls_, *image_, 3 * kHugePage);
     ExpectCall(calls_.Calls("mremap").at(0), "mremap", before, 3 * kHugePage);
     EXPECT_EQ(calls_.Calls("mremap")[0].flags, MREMAP_MAYMOVE | MREMAP_FIXED);
     ExpectDestructorToUnmap(3 * kHugePage);
@@ -131,51 +139,85 @@ TEST_F(FileImageCalls, RefusedMappingIsNotTouched)
     EXPECT_EQ(calls_.Names(), Lines{"mmap"});
 }
 
-TEST_F(FileImageCalls, MappingIsGivenBackWhereTheImageCannotMoveThere)
+TEST_F(FileImageCalls, RegionIsGivenBackIfTheImageCannotMoveThere)
 {
     image_->Cover(0, 2 * kHugePage);
-    for (const std::uint64_t tail : {std::uint64_t{0}, kTail}) {
+    for (const char* const refused : {"mprotect", "mremap"}) {
         calls_.Clear();
-        calls_.Fail("mremap", ENOMEM);
-        EXPECT_THROW(tail == 0 ? image_->Cover(0, 2 * kHugePage + 1) : image_->AttachTail(), std::bad_alloc);
-        const std::uint64_t size = tail == 0 ? 4 * kHugePage : 2 * kHugePage + kTail;
+        calls_.Fail(refused, ENOMEM);
+        EXPECT_THROW(image_->Cover(0, 2 * kHugePage + 1), std::bad_alloc);
         const SystemCall mapping = calls_.Calls("mmap").at(0);
-        EXPECT_EQ(mapping.size, size + kHugePage);
+        EXPECT_EQ(mapping.size, 5 * kHugePage);
         const auto begin = static_cast<std::uint64_t>(mapping.result);
-        const std::uint64_t aligned = (begin + kHugePage - 1) / kHugePage * kHugePage;
         const SystemCall last = calls_.Calls().back();
         EXPECT_EQ(last.name, "munmap");
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(last.buffer), aligned);
-        EXPECT_EQ(last.size, size);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(last.buffer), (begin + kHugePage - 1) / kHugePage * kHugePage);
+        EXPECT_EQ(last.size, 4 * kHugePage);
     }
     ExpectDestructorToUnmap(2 * kHugePage);
 }
 
-TEST_F(FileImageCalls, TailOfASmallImageIsFourGiBThatCannotBeWritten)
+TEST_F(FileImageCalls, TailOfASmallImageIsReservedWithItAndOpenedLater)
 {
-    image_->Cover(0, 100);
+    image_ = std::make_unique<FileImage>(true);
     MapNextAt(kPage);
-    image_->AttachTail();
-    ExpectMapping(calls_, *image_, kPage + kTail, PROT_READ);
-    ExpectCall(calls_.Calls("mprotect").at(0), "mprotect", image_->Data(), kPage);
-    EXPECT_EQ(calls_.Calls("mprotect")[0].mode, kReadWrite);
+    image_->Cover(0, 100);
+    ExpectMapping(calls_, *image_, kPage + kTail);
+    ExpectWritable(kPage);
+    ExpectCall(calls_.Calls("madvise").at(0), "madvise", image_->Data(), kPage);
+    EXPECT_EQ(calls_.Calls("madvise")[0].flags, MADV_NOHUGEPAGE);
 
     calls_.Clear();
-    image_->DetachTail();
+    EXPECT_TRUE(image_->OpenTail());
+    ASSERT_EQ(calls_.Names(), Lines{"mprotect"});
+    ExpectCall(calls_.Calls()[0], "mprotect", image_->Data() + kPage, kTail);
+    EXPECT_EQ(calls_.Calls()[0].mode, static_cast<unsigned>(PROT_READ));
+
+    calls_.Clear();
+    image_->DropTail();
     ASSERT_EQ(calls_.Names(), Lines{"munmap"});
     ExpectCall(calls_.Calls()[0], "munmap", image_->Data() + kPage, kTail);
     ExpectDestructorToUnmap(kPage);
 }
 
-TEST_F(FileImageCalls, MappedImageMovesBeforeItsTail)
+TEST_F(FileImageCalls, LargeImageGrowsTogetherWithItsTail)
 {
+    image_ = std::make_unique<FileImage>(true);
     image_->Cover(0, 2 * kHugePage);
     const unsigned char* const before = image_->Data();
     calls_.Clear();
-    image_->AttachTail();
-    ExpectMapping(calls_, *image_, 2 * kHugePage + kTail, PROT_READ);
-    ExpectCall(calls_.Calls("mremap").at(0), "mremap", before, 2 * kHugePage);
-    ExpectDestructorToUnmap(2 * kHugePage + kTail);
+    image_->Cover(2 * kHugePage, 1);
+    EXPECT_EQ(calls_.Calls("mmap").at(0).size, 5 * kHugePage + kTail);
+    ExpectCall(calls_.Calls("mremap").at(0), "mremap", before, 4 * kHugePage);
+    ExpectCall(calls_.Calls().back(), "munmap", before + 2 * kHugePage, kTail);
+    ExpectDestructorToUnmap(4 * kHugePage + kTail);
+}
+
+TEST_F(FileImageCalls, ImageDoesWithoutATailThatIsRefused)
+{
+    for (const std::uint64_t size : {std::uint64_t{100}, 2 * kHugePage}) {
+        for (const char* const refused : {"mmap", "mprotect"}) {
+            image_ = std::make_unique<FileImage>(true);
+            calls_.Clear();
+            calls_.Fail(refused, ENOMEM);
+            image_->Cover(0, size);
+            EXPECT_EQ(image_->Size(), size);
+            EXPECT_EQ(calls_.Calls("mmap").size(), size < kHugePage ? 1U : 2U);
+            EXPECT_FALSE(image_->OpenTail());
+            image_->DropTail();
+        }
+    }
+}
+
+TEST_F(FileImageCalls, DroppedTailDoesNotComeBack)
+{
+    image_ = std::make_unique<FileImage>(true);
+    image_->Cover(0, 100);
+    image_->DropTail();
+    calls_.Clear();
+    image_->Cover(100, kPage);
+    EXPECT_FALSE(image_->OpenTail());
+    EXPECT_EQ(calls_.Calls("mmap").size(), 0U);
 }
 
 TEST_F(FileImageCalls, WholeUntouchedPagesArePopulated)

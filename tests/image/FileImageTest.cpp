@@ -100,14 +100,14 @@ TEST(FileImage, GrowsByZerosAndKeepsItsBytesFromHeapToMappingAndOn)
 TEST(FileImage, TailIsReadableZerosAndLeavesTheImageUnchanged)
 {
     for (const std::uint64_t size : {std::uint64_t{100}, 4 * kMebibyte}) {
-        FileImage image;
+        FileImage image(true);
         image.Cover(0, size);
         image.Data()[size - 1] = 7;
-        image.AttachTail();
+        ASSERT_TRUE(image.OpenTail());
         EXPECT_EQ(image.Data()[size - 1], 7);
         EXPECT_EQ(image.Data()[size + (std::uint64_t{1} << 32U) - 1], 0);
         EXPECT_EQ(image.Size(), size);
-        image.DetachTail();
+        image.DropTail();
         image.Cover(size, size);
         EXPECT_EQ(image.Data()[size - 1], 7);
         EXPECT_TRUE(IsZero(image, size));

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <tuple>
 
 #include "support/ChunkFileTest.h"
 #include "support/Files.h"
@@ -213,7 +214,7 @@ TEST_P(FailedAppend, LeavesTheDamagedFileAsItWas)
     {
         auto appender = Reopened(kUnbounded);
         DataChunk::onWrite = support::Throw;
-        EXPECT_THROW(appender.Append(DataChunk(2, GetParam())), Thrown);
+        EXPECT_THROW(std::ignore = appender.Append(DataChunk(2, GetParam())), Thrown);
         platform_.ClearScript();
         EXPECT_EQ(appender.GetTimePoints().size(), 1U);
     }
@@ -227,7 +228,7 @@ TEST_P(FailedAppend, LeavesTheFillOfALargerImageZero)
     {
         auto appender = Reopened(600);
         DataChunk::onWrite = support::Throw;
-        EXPECT_THROW(appender.Append(DataChunk(2, GetParam())), Thrown);
+        EXPECT_THROW(std::ignore = appender.Append(DataChunk(2, GetParam())), Thrown);
         platform_.ClearScript();
     }
     EXPECT_EQ(ReadFile(path_), expected);

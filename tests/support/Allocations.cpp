@@ -22,7 +22,18 @@ struct State {
 constexpr std::uint64_t kNever = UINT64_MAX;
 thread_local State state = {false, 0, 0, kNever, false, 0};
 
-void* Allocate(std::size_t size)
+// The system's calloc: programs that link this have one of their own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+extern "C" void* __interceptor_calloc(std::size_t, std::size_t);  // NOLINT(bugprone-reserved-identifier)
+constexpr auto kRealCalloc = __interceptor_calloc;
+#else
+extern "C" void* __libc_calloc(std::size_t, std::size_t);  // NOLINT(bugprone-reserved-identifier)
+constexpr auto kRealCalloc = __libc_calloc;
+#endif
+
+// Makes an allocation, unless this thread wants it to fail.
+template <typename Make>
+void* Allocate(const Make& make)
 {
     if (state.active && !bookkeeping) {
         const std::uint64_t index = state.count++;
@@ -32,11 +43,16 @@ void* Allocate(std::size_t size)
             return nullptr;
         }
     }
-    void* const memory = std::malloc(size != 0 ? size : 1);
+    void* const memory = make();
     if (state.active && !bookkeeping && state.disturbedErrno != 0) {
         errno = state.disturbedErrno;
     }
     return memory;
+}
+
+void* Allocate(std::size_t size)
+{
+    return Allocate([size] { return std::malloc(size != 0 ? size : 1); });
 }
 
 void* AllocateOrThrow(std::size_t size)
@@ -104,6 +120,12 @@ std::uint64_t FailEveryAllocation(const std::function<void()>& function, const s
 }
 
 }  // namespace support
+
+// Small images come from calloc.
+extern "C" void* calloc(std::size_t count, std::size_t size) noexcept
+{
+    return support::Allocate([=] { return support::kRealCalloc(count, size); });
+}
 
 void* operator new(std::size_t size)
 {

@@ -11,6 +11,7 @@
 #include <iostream>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Corvane/File/ChunkFileLayout.h"
@@ -76,7 +77,7 @@ private:
     {
         auto appender = support::NewFile(path, kSize);
         for (const DataChunk& chunk : chunks) {
-            appender.Append(chunk);
+            std::ignore = appender.Append(chunk);
         }
         *started_ = 1;
     }

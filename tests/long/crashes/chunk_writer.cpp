@@ -10,6 +10,7 @@
 #include <iostream>
 #include <string>
 #include <system_error>
+#include <tuple>
 
 #include "Corvane/File/DataChunkFileAppender.h"
 

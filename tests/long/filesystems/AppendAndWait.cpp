@@ -2,6 +2,7 @@
 #include <exception>
 #include <iostream>
 #include <string>
+#include <tuple>
 
 #include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
@@ -16,7 +17,7 @@ int main(int count, char** arguments)
     }
     try {
         auto file = support::NewFile(arguments[1], support::kUnbounded);
-        file.Append(support::ChunkOfSize(1, std::stoull(arguments[2])));
+        std::ignore = file.Append(support::ChunkOfSize(1, std::stoull(arguments[2])));
         std::cout << "ready\n" << std::flush;
         std::string line;
         std::getline(std::cin, line);

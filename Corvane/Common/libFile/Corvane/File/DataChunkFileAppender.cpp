@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -16,7 +17,7 @@
 #include "Corvane/File/Descriptor.h"
 #include "Corvane/File/FileImage.h"
 #include "Corvane/File/Log.h"
-#include "Corvane/File/XattrNames.h"
+#include "Corvane/File/XattrNames.h"  // kept on purpose: a copy of the names, unused
 #include "tarn/cv/logging/LoggingManager.h"
 
 namespace Corvane::File {
@@ -29,7 +30,7 @@ namespace {
 
 constexpr mode_t kFileMode = 0664;
 
-// A header word; an image too short to hold all of it gets the bytes that it can hold.
+// Stores a header word. An image that is too short gets the bytes that fit.
 void StoreWord(FileImage& image, std::uint64_t position, std::uint64_t word)
 {
     std::memcpy(image.Data() + position, &word, std::min(sizeof word, image.Size() - position));
@@ -42,7 +43,7 @@ std::uint64_t LoadWord(const FileImage& image, std::uint64_t position)
     return word;
 }
 
-// One read that signals do not interrupt: bytes read, 0 at the end of the file, -1 on an error.
+// Reads once, and again if a signal interrupts it. Returns bytes read, 0 at the end of the file, -1 on an error.
 ssize_t ReadOnce(int fd, unsigned char* bytes, std::uint64_t size)
 {
     ssize_t count = 0;
@@ -52,13 +53,13 @@ ssize_t ReadOnce(int fd, unsigned char* bytes, std::uint64_t size)
     return count;
 }
 
-// Takes an image back to what it was before an Append, unless that keeps its record.
-class Attempt {
+// Restores the image when it goes out of scope, unless Keep() was called.
+class Rollback {
 public:
-    explicit Attempt(FileImage& image) : image_(image), imageSize_(image.Size()) {}
-    Attempt(const Attempt&) = delete;
-    Attempt& operator=(const Attempt&) = delete;
-    ~Attempt()
+    explicit Rollback(FileImage& image) : image_(image), imageSize_(image.Size()) {}
+    Rollback(const Rollback&) = delete;
+    Rollback& operator=(const Rollback&) = delete;
+    ~Rollback()
     {
         if (!kept_) {
             std::fill_n(std::copy(loaded_.begin(), loaded_.end(), image_.Data() + at_), size_ - loaded_.size(), 0);
@@ -66,7 +67,7 @@ public:
         }
     }
 
-    // Before [at, at + size) is written to: only what came from a file, below loadedSize, can be other than zero.
+    // Call before [at, at + size) is written. Only bytes below loadedSize came from a file; the others are zero.
     void Save(std::uint64_t at, std::uint64_t size, std::uint64_t loadedSize)
     {
         if (at < loadedSize) {
@@ -92,7 +93,7 @@ private:
 DataChunkFileAppender::DataChunkFileAppender(std::string filename, bool reopen, std::uint64_t maxSize)
     : filename_(std::move(filename)),
       maxSize_(maxSize),
-      data_(std::make_unique<FileImage>()),
+      data_(std::make_unique<FileImage>(/* withTail = */ reopen)),
       currentSize_(kHeaderSize),
       chunkNumber_(0),
       fd_(-1),
@@ -108,6 +109,7 @@ DataChunkFileAppender::DataChunkFileAppender(std::string filename, bool reopen, 
     if (reopen) {
         Reopen();
     }
+    // Kept on purpose, because users rely on them: no O_TRUNC, no O_CLOEXEC, and O_NOATIME even if it is refused.
     fd_ = ::open(filename_.c_str(), O_WRONLY | O_CREAT | O_NOATIME, kFileMode);
     if (fd_ == -1) {
         const std::string reason = SystemReason();
@@ -128,34 +130,36 @@ DataChunkFileAppender::~DataChunkFileAppender()
 bool DataChunkFileAppender::Append(const DataChunk& chunk)
 {
     const std::uint64_t chunkSize = chunk.GetSizeOnFile();
-    Attempt attempt(*data_);
+    Rollback rollback(*data_);
     if (!MakeRoom(chunkSize)) {
         return false;
     }
 
-    // Chunks mostly come in the order of their time points: then the last one is all that needs to be looked at.
+    // Chunks mostly arrive in order. Then one comparison with the last time point is enough, and no node is searched.
     const TimePoint timePoint = chunk.GetTimePoint();
     auto next = timePoints_.end();
     if (!timePoints_.empty() && !(*timePoints_.rbegin() < timePoint)) {
         next = timePoints_.lower_bound(timePoint);
         if (!(timePoint < *next)) {
             Log(logger_, kFatalLevel, [&] { return Join("TimePoint ", timePoint, " has already been appended"); });
-            attempt.Keep();  // an unbounded image stays grown
+            rollback.Keep();  // kept on purpose: an unbounded image stays grown
             return false;
         }
     }
 
-    attempt.Save(currentSize_, chunkSize, loadedSize_);
+    // The chunk writes straight into the image. Writing into a buffer first would make the rollback trivial, but copy
+    // every record twice. So what can throw comes before the members change, and the rollback restores the image.
+    rollback.Save(currentSize_, chunkSize, loadedSize_);
     chunk.Write(data_->Data() + currentSize_);
     timePoints_.insert(next, timePoint);
-    attempt.Keep();
+    rollback.Keep();
     currentSize_ += chunkSize;
     ++chunkNumber_;
     StoreWord(*data_, kChunkNumberPosition, chunkNumber_);
     return true;
 }
 
-// Sees to it that a chunk of this size has its place behind the last one; false if the file may not hold it.
+// Makes room for a chunk of this size after the last one. Returns false if the file may not hold it.
 bool DataChunkFileAppender::MakeRoom(std::uint64_t chunkSize)
 {
     if (maxSize_ == 0) {
@@ -203,7 +207,8 @@ const std::set<TimePoint>& DataChunkFileAppender::GetTimePoints() const
 
 void DataChunkFileAppender::Reopen()
 {
-    loadedSize_ = Load();
+    const Descriptor file(::open(filename_.c_str(), O_RDONLY));
+    loadedSize_ = Load(file.Get());
     if (loadedSize_ < kHeaderSize) {
         throw std::runtime_error(Join("DataChunkFileAppender: file ", filename_, " has content of only ", loadedSize_,
                                       " bytes. ", kHeaderSize, "is the minimum expected"));
@@ -222,35 +227,41 @@ void DataChunkFileAppender::Reopen()
         return Join("In file ", filename_, ": we discovered ", chunkNumber_, " chunks from version ", kFormatVersion);
     });
     if (chunkNumber_ == 0) {
+        data_->DropTail();
         return;
     }
     if (data_->Empty()) {
         throw std::runtime_error("data_ is empty while chunkNumber is > 0");
     }
-    data_->AttachTail();
-    Walk();
-    data_->DetachTail();
+    Walk(file.Get());
+    data_->DropTail();
 }
 
-// Reads the file to its end into the image and returns its length in bytes. A bounded image takes its maxSize_ bytes,
-// and the rest is only counted; an unbounded one becomes exactly as long as the file. A file that can't be read to its
-// end, for whatever reason, counts as empty: half of it must not pass for all of it.
-std::uint64_t DataChunkFileAppender::Load()
+// Reads the file to its end, straight into the image, and returns its length in bytes. A std::string of the content
+// would be simpler, but hold the file twice. A bounded image takes its maxSize_ bytes; of a longer file only the length
+// is needed. An unbounded image becomes exactly as long as the file.
+//
+// A file that cannot be read to its end, for whatever reason, counts as empty. A part of it taken for the whole would
+// lose the rest when the image is written back.
+std::uint64_t DataChunkFileAppender::Load(int fd)
 {
-    const Descriptor file(::open(filename_.c_str(), O_RDONLY));
     struct stat status = {};
-    if (file.Get() == -1 || ::fstat(file.Get(), &status) == -1) {
+    if (fd == -1 || ::fstat(fd, &status) == -1) {
         return 0;
     }
+    const auto announced = static_cast<std::uint64_t>(status.st_size);  // a first guess: 0 under /proc
     if (maxSize_ == 0) {
-        data_->Cover(0, static_cast<std::uint64_t>(status.st_size));  // a first guess: 0 under /proc
+        data_->Cover(0, announced);
     }
-    std::array<unsigned char, 4096> more = {};  // what lies behind the image's end, mostly nothing
+    std::array<unsigned char, 4096> more = {};  // what follows the image, usually nothing
     std::uint64_t length = 0;
     for (;;) {
         const bool full = length >= data_->Size();
-        const ssize_t count = full ? ReadOnce(file.Get(), more.data(), more.size())
-                                   : ReadOnce(file.Get(), data_->Data() + length, data_->Size() - length);
+        if (full && announced > length) {
+            return announced;  // refused for its length: reading a sparse file to its end can take minutes
+        }
+        const ssize_t count = full ? ReadOnce(fd, more.data(), more.size())
+                                   : ReadOnce(fd, data_->Data() + length, data_->Size() - length);
         if (count == -1) {
             return 0;
         }
@@ -269,13 +280,14 @@ std::uint64_t DataChunkFileAppender::Load()
     return length;
 }
 
-// Finds the good records from the header on. What a record claims is believed only as far as the image goes.
-void DataChunkFileAppender::Walk()
+// Finds the good records from the header on, and stops at the first bad one.
+void DataChunkFileAppender::Walk(int fd)
 {
+    const int probe = data_->OpenTail() ? -1 : fd;
     for (std::uint64_t i = 0; i < chunkNumber_; ++i) {
         DataChunk chunk;
-        // An image holds no more records than bytes: this ends the walk where records claim to have no length.
-        if (i >= data_->Size() - kHeaderSize || !IsGoodRecord(chunk)) {
+        // An image holds no more records than bytes. This ends the walk if records claim to have no length.
+        if (i >= data_->Size() - kHeaderSize || !IsGoodRecord(chunk, probe)) {
             Log(logger_, kErrorLevel, [&] {
                 return Join("Chunk ", i, " in file ", filename_, " of ", chunkNumber_,
                             " chunks is not good. We skip the remaining ", chunkNumber_ - 1 - i, " chunks");
@@ -289,12 +301,25 @@ void DataChunkFileAppender::Walk()
     }
 }
 
-// Fills the chunk with the record at currentSize_; false if it does not parse or does not lie within the image.
-bool DataChunkFileAppender::IsGoodRecord(DataChunk& chunk) const
+// Fills the chunk with the record at currentSize_. Returns false if the record does not parse, or does not lie within
+// the image. `probe` is -1, or the file's descriptor if the image has no tail.
+bool DataChunkFileAppender::IsGoodRecord(DataChunk& chunk, int probe) const
 {
-    const unsigned char* const record = data_->Data() + currentSize_;
-    return currentSize_ < data_->Size() && chunk.ReadFrom(record) != 0 &&
-           data_->Holds(currentSize_, chunk.GetSizeOnFile());
+    if (currentSize_ >= data_->Size() || (probe != -1 && !IsWholeInFile(probe))) {
+        return false;
+    }
+    return chunk.ReadFrom(data_->Data() + currentSize_) != 0 && data_->Holds(currentSize_, chunk.GetSizeOnFile());
+}
+
+// Without a tail, parsing a truncated record would read past mapped memory. A descriptor meets the end of the file
+// instead: only a record that is good there, and lies within the image, is parsed from memory.
+bool DataChunkFileAppender::IsWholeInFile(int fd) const
+{
+    if (::lseek64(fd, static_cast<off64_t>(currentSize_), SEEK_SET) == -1) {
+        throw std::bad_alloc();  // a pipe: neither the tail nor a second reading can be had
+    }
+    DataChunk chunk;
+    return chunk.ReadFrom(fd) != 0 && data_->Holds(currentSize_, chunk.GetSizeOnFile());
 }
 
 }  // namespace Corvane::File

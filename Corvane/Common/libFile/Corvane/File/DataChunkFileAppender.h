@@ -13,104 +13,125 @@ namespace Corvane::File {
 
 class FileImage;
 
-// The writer of a chunk file. It keeps the whole image of the file in memory, adds chunks to the image one at a time,
-// and writes the image in one piece when it is destroyed.
-//
-// Disk     The constructor opens the file (creating it empty, mode 0664 before the umask) and changes no byte of it.
-//          The destructor makes the one write and closes. Until then nothing that was appended is on disk; it is lost
-//          if the process ends without running the destructor. There is no fsync, and the file is overwritten in
-//          place: to replace a file atomically and durably, write a new name, sync it and rename it (docs/format.md).
-//          One write moves at most 2,147,479,552 bytes (a limit of Linux): a longer image ends there, with the record
-//          "Could not write ..." below. Keep files below that.
-// Memory   The whole file: maxSize bytes, or the header and the chunks. Untouched bytes of a large image take none.
-// Owns     Its descriptor, image and set of time points. Chunks stay the caller's. The logger is the platform's.
-// Errors   The constructor throws std::runtime_error (texts at the constructor) and logs none of its failures. Append
-//          returns false for a refused chunk and Flush returns nothing; both log at level 50. Exceptions of chunks,
-//          time points, the logger and the allocator pass through.
-// Threads  One thread at a time for each appender; appenders of different files are independent. Two appenders of one
-//          file do not coordinate: the one destroyed later overwrites the other's image.
-// Records  Through LoggingManager::GetLoggerPtr("DataChunkFileAppender"); null means that nothing is logged.
+/// Writes a chunk file.
+///
+/// The appender keeps the whole file as an image in memory, adds chunks to it one at a time, and writes it with one
+/// system call when it is destroyed.
+///
+/// - **Disk**: The constructor opens the file, creates it if it is absent (empty, mode 0664 before the umask), and
+///   changes no byte. The destructor writes the image and closes the file. A process that ends without running the
+///   destructor loses what it appended. There is no fsync, and the file is overwritten in place. To replace a file
+///   atomically and durably, and to learn of a full disk, use WriteChunkFileDurably.
+/// - **Limit**: One `write` moves at most 2,147,479,552 bytes, a limit of Linux. A longer image ends there, and the log
+///   entry "Could not write ..." of Flush says so.
+/// - **Memory**: A bounded image has `maxSize` bytes, an unbounded one the header and the chunks. Bytes that nobody has
+///   touched take no memory. From 2 MiB on the image lies on huge pages: it takes its bytes in use or loaded, and at
+///   most 2 MiB more.
+/// - **Owns**: Its descriptor, its image and its set of time points. Chunks stay the caller's. The logger is the
+///   platform's.
+/// - **Errors**: The constructor throws, and logs none of its failures. Append returns false for a refused chunk, Flush
+///   returns nothing; both log at level 50. Exceptions of chunks, time points, the logger and the allocator pass.
+/// - **Threads**: One thread at a time for each appender. Appenders of different files are independent. Two appenders
+///   of one file do not coordinate: the one destroyed later overwrites the image of the other.
+/// - **Log**: `LoggingManager::GetLoggerPtr("DataChunkFileAppender")`. If that is null, nothing is logged.
 class DataChunkFileAppender {
 public:
-    // maxSize  The size of the file in bytes: an image of exactly that many bytes, zero where no chunk lies, with
-    //          format version 2. Below 16 no chunk fits; below 8 not even the version word does, and it is cut off.
-    //          0 means unbounded: the image grows with each chunk. A new file written that way carries version 0: a
-    //          reader opens it, but it can't be reopened. If nothing is appended to it, nothing is written.
-    // reopen   false: start a new image. An existing file is left as it is until the destructor lays the image over
-    //          its start; it is never truncated, so bytes of a longer file stay behind the image.
-    //          true: load the existing file and continue it. The chunks are read one after the other until the header's
-    //          count is reached. The first that is not good (it does not parse, or it would end behind the image) ends
-    //          this: those before it are kept, the rest becomes free space that the next chunks overwrite. Closed
-    //          without an Append, a damaged file is written back as it was, header count included. A bounded image
-    //          keeps its maxSize, and a shorter file is filled up with zeros. Should a chunk type take records without
-    //          length, no more of them are read than the image has bytes.
-    //
-    // Records with reopen: level 20 "In file <name>: we discovered <count> chunks from version 2"; level 40 "Chunk <i>
-    // in file <name> of <count> chunks is not good. We skip the remaining <count - 1 - i> chunks", i counted from 0.
-    //
-    // Throws std::runtime_error; with reopen, the file has then been neither created nor opened for writing:
-    //   "DataChunkFileAppender: file <name> has content of only <length> bytes. 16is the minimum expected"
-    //       reopen: shorter than a header. A file that is absent, a directory or can't be read counts as 0 bytes.
-    //   "DataChunkFileAppender: content size <length> is greater than specified size <maxSize> when reading file
-    //   <name>"
-    //       reopen, bounded: the file is longer than maxSize.
-    //   "DataChunkFileAppender: file <name> is stored with version <v> instead of version 2: we don't know how to read
-    //   this file"
-    //       reopen: among others, of a file that was written unbounded and new.
-    //   "data_ is empty while chunkNumber is > 0"
-    //       can't happen: a header is never empty.
-    //   "DataChunkFileAppender could not open file <name>: <reason of the system>"
-    //       The file is opened with O_NOATIME: "Operation not permitted" for another user's file, even a writable one.
-    // Throws std::bad_alloc or std::length_error where the image does not fit into memory.
+    /// Starts a new image, or loads the file to continue it.
+    ///
+    /// `maxSize` is the size of the file in bytes:
+    /// - Above 0, the image is bounded: exactly this long, zero after the last chunk, with format version 2. Below 16
+    ///   no chunk fits, and below 8 the version word is cut off.
+    /// - 0: the image is unbounded and grows with each chunk. A new file then carries version 0: a reader opens it, but
+    ///   it cannot be reopened. If nothing is appended, nothing is written.
+    ///
+    /// `reopen` says what happens to an existing file:
+    /// - false: the destructor lays the new image over its start. Nothing truncates the file, so the bytes of a longer
+    ///   one stay after the image.
+    /// - true: the appender loads it and reads its records one after the other, until it reaches the header's count.
+    ///   The first bad record ends this: one that does not parse, or would end past the image. The records before it
+    ///   stay; the rest becomes free space. A damaged file that is closed without an Append is written back unchanged,
+    ///   header count included. A bounded image fills a shorter file up with zeros. If the chunk type accepts records
+    ///   without length, the appender reads no more of them than the image has bytes.
+    ///
+    /// The records are parsed from memory, without I/O. The one exception: if the process may not map 4 GiB of address
+    /// space (`RLIMIT_AS`, or `mlockall` with a limit), `ReadFrom(int)` first reads each record from the file. A record
+    /// that only the zeros after a short file would complete is then bad.
+    ///
+    /// Log entries with `reopen`, `<i>` counted from 0:
+    /// - level 20 `In file <name>: we discovered <count> chunks from version 2`
+    /// - level 40 `Chunk <i> in file <name> of <count> chunks is not good. We skip the remaining <count - 1 - i>
+    ///   chunks`
+    ///
+    /// Throws std::runtime_error. If reopening fails, the file is neither created nor opened for writing:
+    /// - `DataChunkFileAppender: file <name> has content of only <length> bytes. 16is the minimum expected`:
+    ///   reopening a file shorter than a header. A file that is absent, a directory or unreadable counts as 0 bytes.
+    /// - `DataChunkFileAppender: content size <length> is greater than specified size <maxSize> when reading file
+    ///   <name>`: reopening a file that is longer than a bounded image.
+    /// - `DataChunkFileAppender: file <name> is stored with version <v> instead of version 2: we don't know how to read
+    ///   this file`: reopening, for example, a file that was written new and unbounded.
+    /// - `data_ is empty while chunkNumber is > 0`: cannot happen, because a header is never empty.
+    /// - `DataChunkFileAppender could not open file <name>: <reason of the system>`: the file is opened with O_NOATIME,
+    ///   which the system refuses for another user's file ("Operation not permitted"), even a writable one.
+    ///
+    /// Throws std::bad_alloc or std::length_error if the image does not fit into memory.
     DataChunkFileAppender(std::string filename, bool reopen, std::uint64_t maxSize);
 
     DataChunkFileAppender(const DataChunkFileAppender&) = delete;
     DataChunkFileAppender& operator=(const DataChunkFileAppender&) = delete;
 
-    // Flushes and closes. An exception of the logger ends the process here.
+    /// Flushes and closes. An exception here ends the process: one of the logger, or a failed allocation for the text
+    /// of a log entry.
     virtual ~DataChunkFileAppender();
 
-    // Adds the chunk behind those of the image: calls its GetSizeOnFile, GetTimePoint and Write, touches no file.
-    // true   the image holds the chunk.
-    // false  refused, image and count as they were. The reason is logged at level 50:
-    //   "Current file size <used> + chunkSize <size> > maxSize <maxSize>"
-    //       bounded, and the chunk does not fit. One that fills the image to its last byte does.
-    //   "Data size <image> is lower than currentSize_ <used> + chunkSize <size>: Cannot Append chunk"
-    //       can't happen: a bounded image always has its full size.
-    //   "TimePoint <time point> has already been appended"
-    //       Asked after the size. In unbounded mode the image stays grown by the chunk's size in zero bytes.
-    // Throws what chunk, time point, logger or allocator throw (std::length_error for an unbounded image that no memory
-    // could hold); the appender is then as it was before the call.
-    // Cost: the chunk's Write and one search in the set, which a chunk later than all others is spared.
-    bool Append(const Pellin::DataChunk& chunk);
+    /// Adds a chunk after those of the image. Calls its GetSizeOnFile, GetTimePoint and Write, and touches no file.
+    ///
+    /// - true: the image holds the chunk.
+    /// - false: the chunk is refused, image and count are unchanged. The log entry of level 50 gives the reason:
+    ///   - `Current file size <used> + chunkSize <size> > maxSize <maxSize>`: it does not fit into a bounded image. A
+    ///     chunk may fill the image to its last byte.
+    ///   - `Data size <image> is lower than currentSize_ <used> + chunkSize <size>: Cannot Append chunk`: cannot
+    ///     happen, because a bounded image always has its full size.
+    ///   - `TimePoint <time point> has already been appended`: the image holds an equal one. Checked after the size. An
+    ///     unbounded image stays grown by the chunk's size in zero bytes.
+    ///
+    /// Throws what the chunk, the time point, the logger or the allocator throws; std::length_error if no memory could
+    /// hold the unbounded image. The appender is then unchanged.
+    ///
+    /// Cost: the chunk's Write and one search in the set, or one comparison if the chunk is later than all others.
+    [[nodiscard]] bool Append(const Pellin::DataChunk& chunk);
 
-    // Writes the whole image with one write at the descriptor's position; an empty image is not written. Made for the
-    // destructor: called before, it lets the destructor write the image a second time behind the first.
-    // A short or failed write is not repeated; level 50: "Could not write <size>B. Wrote instead: <written or -1>".
+    /// Writes the whole image with one `write` at the descriptor's position. An empty image is not written.
+    ///
+    /// The destructor calls it. A caller who does so earlier makes the destructor write the image a second time, after
+    /// the first. A short or failed write is not repeated; it is logged at level 50 as
+    /// `Could not write <size>B. Wrote instead: <written, or -1>`.
     void Flush();
 
-    // The name given to the constructor.
+    /// Returns the name given to the constructor.
     std::string GetFilename() const;
 
-    // The time points of all chunks in the image, complete at any time. Lives as long as the appender.
+    /// Returns the time points of all chunks in the image, complete at any time. Lives as long as the appender.
     const std::set<Time::TimePoint>& GetTimePoints() const;
 
 private:
+    friend struct ImageSizes;  // lets WriteChunkFileDurably compare the file with the image
+
     void Reopen();
-    std::uint64_t Load();
-    void Walk();
-    bool IsGoodRecord(Pellin::DataChunk& chunk) const;
+    std::uint64_t Load(int fd);
+    void Walk(int fd);
+    bool IsGoodRecord(Pellin::DataChunk& chunk, int probe) const;
+    bool IsWholeInFile(int fd) const;
     bool MakeRoom(std::uint64_t chunkSize);
 
     std::string filename_;
     std::uint64_t maxSize_;            // bytes; 0 = unbounded
     std::unique_ptr<FileImage> data_;  // the whole file; exactly maxSize_ bytes if bounded
     std::uint64_t currentSize_;        // bytes in use, header included: where the next chunk goes
-    std::uint64_t chunkNumber_;        // chunks in use; the image's header may say more after a damaged tail
+    std::uint64_t chunkNumber_;        // chunks in use; after damage the image's header may say more
     int fd_;
     std::set<Time::TimePoint> timePoints_;
-    std::string chunkNumberAttribute_;  // a name kept for callers to come; no attribute is read or written
-    bool flushDisabled_;                // nothing sets it: the destructor always flushes
+    std::string chunkNumberAttribute_;  // kept on purpose, for compatibility: no attribute is read or written
+    bool flushDisabled_;                // kept on purpose, for compatibility: nothing sets it
     tarn::cv::logging::Logger* logger_;
     std::uint64_t loadedSize_;  // bytes of the image that came from a reopened file
 };

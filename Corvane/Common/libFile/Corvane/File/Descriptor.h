@@ -5,7 +5,7 @@
 // Internal to the library.
 namespace Corvane::File {
 
-// Owns an open descriptor until Release() hands it on, so that no exception leaves it open.
+// Closes a descriptor when it goes out of scope, unless Release() has handed it on.
 class Descriptor {
 public:
     explicit Descriptor(int fd) noexcept : fd_(fd) {}

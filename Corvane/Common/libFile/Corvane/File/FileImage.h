@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <new>
 #include <stdexcept>
 
@@ -12,15 +13,24 @@ namespace Corvane::File {
 
 // The bytes of one file in memory: an array that grows, and whose new bytes are zero.
 //
-// From one huge page on, the memory is mapped: it comes zeroed from the kernel and is not cleared a second time, lies
-// on huge pages (a fault per 2 MiB instead of 4 KiB), and grows by moving page tables instead of bytes. Smaller images
-// stay on the heap, whose pages are warm. On failure every member leaves the image as it was.
+// Below 2 MiB the array lies on the heap: recycled pages are several times cheaper than the page faults of a new
+// mapping. From 2 MiB on it is a mapping on huge pages: the kernel clears it, a fault brings 2 MiB, and it grows by
+// moving page tables instead of bytes. A std::vector was rejected: it clears the bytes that the chunks overwrite, and
+// copies all of them each time it grows.
+//
+// Memory: untouched bytes take none. Touched ones take whole huge pages from 2 MiB on, so at most 2 MiB more.
+//
+// With a tail, 4 GiB of readable zeros follow the array while a file is parsed. ReadFrom gets no length: verifying the
+// checksum of a truncated record reads past the image, and the tail makes such reads safe. 4 GiB serve every length of
+// 32 bits. Copying each record into a buffer of its own would be safe too, but would need the length first.
+//
+// A member that throws leaves the image unchanged.
 class FileImage {
 public:
-    FileImage() = default;
+    explicit FileImage(bool withTail = false) noexcept : tailWanted_(withTail) {}
     FileImage(const FileImage&) = delete;
     FileImage& operator=(const FileImage&) = delete;
-    ~FileImage() { Free(bytes_, capacity_ + tail_, mapped_); }
+    ~FileImage() { Free(); }
 
     unsigned char* Data() noexcept { return bytes_; }
     const unsigned char* Data() const noexcept { return bytes_; }
@@ -28,135 +38,171 @@ public:
     bool Empty() const noexcept { return size_ == 0; }
     bool Holds(std::uint64_t at, std::uint64_t size) const noexcept { return at <= size_ && size <= size_ - at; }
 
-    // Makes [at, at + size) part of the image. Throws std::length_error where no array can be that long, and
-    // std::bad_alloc.
-    void Cover(std::uint64_t at, std::uint64_t size)
-    {
-        if (Holds(at, size)) {
-            return;
-        }
-        if (at > kMaxSize || size > kMaxSize - at) {
-            throw std::length_error("Corvane::File::FileImage");
-        }
-        Reserve(at + size);
-        size_ = at + size;
-    }
+    // Makes [at, at + size) part of the image. Throws std::length_error if no array can be that long, else
+    // std::bad_alloc if there is no memory.
+    void Cover(std::uint64_t at, std::uint64_t size);
 
-    // Gives up the bytes from `size` on, which the caller has left zero.
+    // Drops the bytes from `size` on. The caller has left them zero.
     void Shrink(std::uint64_t size) noexcept { size_ = std::min(size_, size); }
 
-    // Makes memory behind the image readable: zeros, mapped without write access, so no commit charge and nothing
-    // resident. A chunk parses its record without being told where the image ends, so one that verifies a checksum
-    // reads on behind a record that was cut off. Four GiB serve every record whose length is a 32-bit number. Less
-    // where the address space is limited, but at least 64 KiB.
-    void AttachTail()
-    {
-        const std::uint64_t capacity = RoundUp(capacity_, kPageSize);
-        std::uint64_t tail = kLongestTail;
-        unsigned char* region = Map(capacity + tail, PROT_READ);
-        while (region == nullptr && tail > kShortestTail) {
-            tail /= 2;
-            region = Map(capacity + tail, PROT_READ);
-        }
-        MoveTo(region, capacity, tail);
-    }
-    void DetachTail() noexcept
-    {
-        Free(bytes_ + capacity_, tail_, true);
-        tail_ = 0;
-    }
+    // Makes the tail readable. Returns false if it cannot be had: the address space or the lockable memory is limited.
+    bool OpenTail() noexcept;
+    void DropTail() noexcept;
 
-    // Call before the whole image is handed to the kernel: maps the zero page under the untouched bytes from `from` on
-    // at once, where copying would fault them in one by one. Optional: before Linux 5.14 nothing happens.
-    void PopulateForReading(std::uint64_t from) noexcept
-    {
-        const std::uint64_t at = RoundUp(from, kPageSize);
-        if (mapped_ && at < size_) {
-            ::madvise(bytes_ + at, size_ - at, kPopulateRead);
-        }
-    }
+    // Call before the kernel reads the whole image: maps the shared zero page under the untouched bytes from `from` on,
+    // which the copy would otherwise fault in page by page. Optional: before Linux 5.14 it does nothing.
+    void PopulateForReading(std::uint64_t from) noexcept;
 
 private:
     static constexpr std::uint64_t kMaxSize = PTRDIFF_MAX;
     static constexpr std::uint64_t kPageSize = 4096;
     static constexpr std::uint64_t kHugePageSize = std::uint64_t{1} << 21U;
-    static constexpr std::uint64_t kLongestTail = std::uint64_t{1} << 32U;
-    static constexpr std::uint64_t kShortestTail = std::uint64_t{1} << 16U;
-    static constexpr int kPopulateRead = 22;  // MADV_POPULATE_READ, younger than the oldest headers we build with
+    static constexpr std::uint64_t kTailSize = std::uint64_t{1} << 32U;
+    static constexpr int kPopulateRead = 22;  // MADV_POPULATE_READ, newer than the oldest headers that we support
 
     static std::uint64_t RoundUp(std::uint64_t bytes, std::uint64_t step) { return (bytes + step - 1) / step * step; }
+    static unsigned char* Map(std::uint64_t size) noexcept;
+    static void Unmap(unsigned char* bytes, std::uint64_t size) noexcept;
 
-    void Reserve(std::uint64_t size)
-    {
-        if (size <= capacity_) {
-            return;
-        }
-        std::uint64_t capacity = std::max(size, 2 * capacity_);
-        if (!mapped_ && capacity < kHugePageSize) {
-            auto* const bytes = new unsigned char[capacity]();
-            std::copy(bytes_, bytes_ + size_, bytes);
-            Free(bytes_, capacity_, mapped_);
-            bytes_ = bytes;
-            capacity_ = capacity;
-            return;
-        }
-        // Growth ends on a huge page: else the last 2 MiB of each step would stay on small ones.
-        capacity = RoundUp(capacity, size_ == 0 ? kPageSize : kHugePageSize);
-        MoveTo(Map(capacity, PROT_READ | PROT_WRITE), capacity, 0);
-    }
-
-    // A mapping of zeros that begins on a huge page, so that whole huge pages move; null when refused.
-    static unsigned char* Map(std::uint64_t size, int protection) noexcept
-    {
-        void* const mapping = ::mmap(nullptr, size + kHugePageSize, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (mapping == MAP_FAILED) {
-            return nullptr;
-        }
-        auto* const bytes = static_cast<unsigned char*>(mapping);
-        const std::uint64_t before = -reinterpret_cast<std::uintptr_t>(bytes) % kHugePageSize;
-        Free(bytes, before, true);
-        Free(bytes + before + size, kHugePageSize - before, true);
-        return bytes + before;
-    }
-
-    // Lets the first `capacity` bytes of `region`, which has `tail` more, take over the image.
-    void MoveTo(unsigned char* region, std::uint64_t capacity, std::uint64_t tail)
-    {
-        if (region == nullptr) {
-            throw std::bad_alloc();
-        }
-        const bool moved =
-            mapped_ ? ::mremap(bytes_, capacity_, capacity, MREMAP_MAYMOVE | MREMAP_FIXED, region) != MAP_FAILED
-                    : ::mprotect(region, capacity, PROT_READ | PROT_WRITE) == 0;
-        if (!moved) {
-            Free(region, capacity + tail, true);
-            throw std::bad_alloc();
-        }
-        ::madvise(region, capacity, MADV_HUGEPAGE);
-        if (!mapped_) {
-            std::copy(bytes_, bytes_ + size_, region);
-            Free(bytes_, capacity_, false);
-        }
-        bytes_ = region;
-        capacity_ = capacity;
-        tail_ = tail;
-        mapped_ = true;
-    }
-
-    static void Free(unsigned char* bytes, std::uint64_t size, bool mapped) noexcept
-    {
-        if (!mapped) {
-            delete[] bytes;
-        } else if (size != 0) {
-            ::munmap(bytes, size);
-        }
-    }
+    void Reserve(std::uint64_t size);
+    void MoveToHeap(std::uint64_t capacity);
+    bool MoveToMapping(std::uint64_t capacity, std::uint64_t tail) noexcept;
+    bool IsHuge() const noexcept { return mapped_ && capacity_ >= kHugePageSize; }
+    void Free() noexcept;
 
     unsigned char* bytes_ = nullptr;
     std::uint64_t size_ = 0;
     std::uint64_t capacity_ = 0;  // bytes of memory from bytes_ on, zero from size_ on
-    std::uint64_t tail_ = 0;      // bytes behind them that can only be read
-    bool mapped_ = false;         // from the kernel, else from the heap
+    std::uint64_t tail_ = 0;      // bytes of address space after them
+    bool mapped_ = false;         // memory of the kernel, else of the heap
+    bool tailWanted_;
 };
+
+inline void FileImage::Cover(std::uint64_t at, std::uint64_t size)
+{
+    if (Holds(at, size)) {
+        return;
+    }
+    if (at > kMaxSize || size > kMaxSize - at) {
+        throw std::length_error("Corvane::File::FileImage");
+    }
+    Reserve(at + size);
+    size_ = at + size;
+}
+
+inline void FileImage::Reserve(std::uint64_t size)
+{
+    if (size <= capacity_) {
+        return;
+    }
+    const std::uint64_t capacity = std::max(size, 2 * capacity_);
+    // Growth ends on a huge page. Otherwise the last 2 MiB of each step would lie on small pages.
+    const bool wholeHugePages = size_ != 0 && capacity >= kHugePageSize;
+    const std::uint64_t mapping = RoundUp(capacity, wholeHugePages ? kHugePageSize : kPageSize);
+    // Image and tail in one reservation: with a mapping for each, a reopening would need its file's size twice.
+    if (tailWanted_ && MoveToMapping(mapping, kTailSize)) {
+        return;
+    }
+    if (capacity < kHugePageSize) {
+        MoveToHeap(capacity);
+    } else if (!MoveToMapping(mapping, 0)) {
+        throw std::bad_alloc();
+    }
+}
+
+// calloc, because it knows fresh pages and leaves them untouched; new would clear them.
+inline void FileImage::MoveToHeap(std::uint64_t capacity)
+{
+    auto* const bytes = static_cast<unsigned char*>(std::calloc(capacity, 1));
+    if (bytes == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::copy(bytes_, bytes_ + size_, bytes);
+    Free();
+    bytes_ = bytes;
+    capacity_ = capacity;
+    tail_ = 0;
+    mapped_ = false;
+}
+
+// Returns false if the system refuses; the image is then unchanged.
+inline bool FileImage::MoveToMapping(std::uint64_t capacity, std::uint64_t tail) noexcept
+{
+    unsigned char* const region = Map(capacity + tail);
+    if (region == nullptr) {
+        return false;
+    }
+    const bool isHuge = capacity >= kHugePageSize;
+    // mprotect first, even if mremap replaces the pages: it fails while the region is still ours if memory is short.
+    if (::mprotect(region, capacity, PROT_READ | PROT_WRITE) != 0 ||
+        (IsHuge() && ::mremap(bytes_, capacity_, capacity, MREMAP_MAYMOVE | MREMAP_FIXED, region) == MAP_FAILED)) {
+        Unmap(region, capacity + tail);
+        return false;
+    }
+    // Said for small images too: they must not become a huge page each, now or when the kernel collects small pages.
+    ::madvise(region, capacity, isHuge ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
+    if (IsHuge()) {
+        Unmap(bytes_ + capacity_, tail_);
+    } else {
+        std::copy(bytes_, bytes_ + size_, region);
+        Free();
+    }
+    bytes_ = region;
+    capacity_ = capacity;
+    tail_ = tail;
+    mapped_ = true;
+    return true;
+}
+
+inline bool FileImage::OpenTail() noexcept
+{
+    return tail_ != 0 && ::mprotect(bytes_ + capacity_, tail_, PROT_READ) == 0;
+}
+
+inline void FileImage::DropTail() noexcept
+{
+    Unmap(bytes_ + capacity_, tail_);
+    tail_ = 0;
+    tailWanted_ = false;
+}
+
+inline void FileImage::PopulateForReading(std::uint64_t from) noexcept
+{
+    const std::uint64_t at = RoundUp(from, kPageSize);
+    if (mapped_ && at < size_) {
+        ::madvise(bytes_ + at, size_ - at, kPopulateRead);
+    }
+}
+
+// Address space that begins on a huge page, so that whole huge pages move; null if refused. Without access: under
+// mlockall the kernel populates every page that can be read at once.
+inline unsigned char* FileImage::Map(std::uint64_t size) noexcept
+{
+    void* const mapping = ::mmap(nullptr, size + kHugePageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapping == MAP_FAILED) {
+        return nullptr;
+    }
+    auto* const bytes = static_cast<unsigned char*>(mapping);
+    const std::uint64_t before = -reinterpret_cast<std::uintptr_t>(bytes) % kHugePageSize;
+    Unmap(bytes, before);
+    Unmap(bytes + before + size, kHugePageSize - before);
+    return bytes + before;
+}
+
+inline void FileImage::Unmap(unsigned char* bytes, std::uint64_t size) noexcept
+{
+    if (size != 0) {
+        ::munmap(bytes, size);
+    }
+}
+
+inline void FileImage::Free() noexcept
+{
+    if (mapped_) {
+        Unmap(bytes_, capacity_ + tail_);
+    } else {
+        std::free(bytes_);
+    }
+}
 
 }  // namespace Corvane::File
