@@ -68,7 +68,8 @@ TEST_F(UnchangedProgram, LeavesTheOldFileOrTheNewOneWhicheverCallIsRefused)
             do {
                 const int result = RunRefusing(call, error, ++nth);
                 const std::string file = support::ReadFile(path_);
-                EXPECT_TRUE(result == 0 || result == 1 || result == kLoaderFailed) << call << ' ' << nth << ": " << result;
+                EXPECT_TRUE(result == 0 || result == 1 || result == kLoaderFailed)
+                    << call << ' ' << nth << ": " << result;
                 EXPECT_TRUE(file == old_ || (file.size() == kWhole && file.find("new") != std::string::npos));
                 EXPECT_TRUE(result != 0 || file != old_) << call << ' ' << nth;
             } while (WasRefused() && nth < 100);
