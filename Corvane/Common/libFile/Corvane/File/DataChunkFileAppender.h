@@ -15,8 +15,8 @@ class FileImage;
 
 /// Writes a chunk file.
 ///
-/// The appender keeps the whole file as an image in memory, adds chunks to it one at a time, and writes it with one
-/// system call when it is destroyed.
+/// The appender keeps the whole file as an image in memory and adds chunks to it one at a time. Its destructor writes
+/// the image with one system call.
 ///
 /// - **Disk**: The constructor opens the file, creates it if it is absent (empty, mode 0664 before the umask), and
 ///   changes no byte. The destructor writes the image and closes the file. A process that ends without running the
@@ -83,7 +83,7 @@ public:
     /// of a log entry.
     virtual ~DataChunkFileAppender();
 
-    /// Adds a chunk after those of the image. Calls its GetSizeOnFile, GetTimePoint and Write, and touches no file.
+    /// Adds a chunk at the end of the image. Calls its GetSizeOnFile, GetTimePoint and Write, and touches no file.
     ///
     /// - true: the image holds the chunk.
     /// - false: the chunk is refused, image and count are unchanged. The log entry of level 50 gives the reason:
