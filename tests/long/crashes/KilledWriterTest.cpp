@@ -8,13 +8,16 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <iostream>
 #include <random>
+#include <regex>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/WriteChunkFileDurably.h"
 #include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/Files.h"
@@ -45,15 +48,17 @@ struct Image {
     std::string bytes;
 };
 
-// A child process that overwrites a file. The constructor returns when the child is about to.
+// A child process that writes a file. The constructor returns when the child says that it is about to.
 class Writer {
 public:
-    Writer(const std::string& path, const std::vector<DataChunk>& chunks)
+    using Write = std::function<void(const std::function<void()>& sayStarted)>;
+
+    explicit Writer(const Write& write)
     {
         *started_ = 0;
         child_ = ::fork();
         if (child_ == 0) {
-            Write(path, chunks);
+            write([this] { *started_ = 1; });
             ::_exit(0);
         }
         while (*started_ == 0 && ::waitpid(child_, &status_, WNOHANG) == 0) {
@@ -73,15 +78,6 @@ public:
     void Kill() const { ::kill(child_, SIGKILL); }
 
 private:
-    void Write(const std::string& path, const std::vector<DataChunk>& chunks) const
-    {
-        auto appender = support::NewFile(path, kSize);
-        for (const DataChunk& chunk : chunks) {
-            std::ignore = appender.Append(chunk);
-        }
-        *started_ = 1;
-    }
-
     static std::atomic<int>* Shared()
     {
         static void* const page =
@@ -96,30 +92,46 @@ private:
 
 class KilledWriter : public testing::Test {
 protected:
-    // How long an undisturbed writer takes from the constructor's return to its end.
-    Clock::duration Duration()
+    // Kills writers at random moments of their work, and calls `judge` after each.
+    void KillWriters(const Writer::Write& write, const std::function<void()>& judge)
     {
-        Writer writer(path_, new_.chunks);
-        const auto start = Clock::now();
-        EXPECT_FALSE(writer.WasKilled());
-        EXPECT_TRUE(support::ReadFile(path_) == new_.bytes);
-        return Clock::now() - start;
-    }
-
-    // Kills a writer when it has written for this long; false if it had already ended.
-    bool KillAfter(Clock::duration delay)
-    {
-        support::WriteFile(path_, old_.bytes);
-        Writer writer(path_, new_.chunks);
-        const auto end = Clock::now() + delay;
-        while (Clock::now() < end) {
+        const char* const chosen = std::getenv("CORVANE_KILLS");  // NOLINT(concurrency-mt-unsafe): one thread
+        const int kills = chosen != nullptr ? std::stoi(chosen) : 20;
+        std::int64_t longest = Duration(write).count();
+        std::mt19937_64 random(20);  // NOLINT(cert-msc51-cpp): the same moments each time
+        for (int attempt = 0; killed_ < kills && attempt < 10 * kills && !HasFailure(); ++attempt) {
+            const auto delay = std::uniform_int_distribution<std::int64_t>(0, longest)(random);
+            if (!KillAfter(write, Clock::duration(delay))) {
+                longest /= 2;  // the machine has got faster
+                continue;
+            }
+            longest += longest / 4;
+            ++killed_;
+            judge();
+            if (killed_ % 50 == 0) {
+                std::cout << killed_ << " of " << kills << " writers killed\n" << std::flush;
+            }
         }
-        writer.Kill();
-        return writer.WasKilled();
+        EXPECT_EQ(killed_, kills);
     }
 
-    // Counts what a killed writer left and compares it with what it may leave.
-    void Judge()
+    void Overwrite(const std::function<void()>& sayStarted)
+    {
+        auto appender = support::NewFile(path_, kSize);
+        Fill(appender);
+        sayStarted();
+    }
+
+    void ReplaceDurably(const std::function<void()>& sayStarted)
+    {
+        Corvane::File::WriteChunkFileDurably(path_, kSize, [&](DataChunkFileAppender& appender) {
+            Fill(appender);
+            sayStarted();
+        });
+    }
+
+    // Counts what a killed overwriter left and compares it with what it may leave.
+    void JudgeOverwriting()
     {
         const std::string bytes = support::ReadFile(path_);
         ASSERT_EQ(bytes.size(), kSize);
@@ -136,6 +148,64 @@ protected:
         ExpectRecovery(count < kHeaderSize ? old_ : new_, count < kHeaderSize ? kSize : count);
     }
 
+    // The same for a durable replacement: a whole file, and at most one fresh file beside it.
+    void JudgeReplacement()
+    {
+        const std::string bytes = support::ReadFile(path_);
+        const bool isOld = bytes == old_.bytes;
+        EXPECT_TRUE(isOld || bytes == new_.bytes);
+        ++(isOld ? untouched_ : finished_);
+        std::set<std::string> names = folder_.Names();
+        EXPECT_EQ(names.erase("a"), 1U);
+        EXPECT_LE(names.size(), 1U);
+        for (const std::string& name : names) {
+            EXPECT_TRUE(std::regex_match(name, std::regex("\\.corvane\\.[0-9a-f]{16}"))) << name;
+            std::filesystem::remove(folder_ / name);
+            ++leftovers_;
+        }
+    }
+
+    support::TemporaryFolder folder_;
+    support::LogCapture log_{51};
+    std::string path_ = folder_ / "a";
+    Image old_{1'000, 50'000};
+    Image new_{5'000, 65'000};
+    int killed_ = 0;
+    int untouched_ = 0;
+    int finished_ = 0;
+    int torn_ = 0;
+    int leftovers_ = 0;
+
+private:
+    void Fill(DataChunkFileAppender& appender) const
+    {
+        for (const DataChunk& chunk : new_.chunks) {
+            EXPECT_TRUE(appender.Append(chunk));
+        }
+    }
+
+    // How long an undisturbed writer takes from the constructor's return to its end.
+    Clock::duration Duration(const Writer::Write& write) const
+    {
+        Writer writer(write);
+        const auto start = Clock::now();
+        EXPECT_FALSE(writer.WasKilled());
+        EXPECT_TRUE(support::ReadFile(path_) == new_.bytes);
+        return Clock::now() - start;
+    }
+
+    // Kills a writer when it has written for this long; false if it had already ended.
+    bool KillAfter(const Writer::Write& write, Clock::duration delay) const
+    {
+        support::WriteFile(path_, old_.bytes);
+        Writer writer(write);
+        const auto end = Clock::now() + delay;
+        while (Clock::now() < end) {
+        }
+        writer.Kill();
+        return writer.WasKilled();
+    }
+
     // Reopening keeps the chunks of `kept` that lie before the tear, and the next chunk follows them.
     void ExpectRecovery(const Image& kept, std::uint64_t tear) const
     {
@@ -149,39 +219,20 @@ protected:
         }
         EXPECT_EQ(support::TimesOf(support::ReadAll(path_)), support::TimesOf(expected));
     }
-
-    support::TemporaryFolder folder_;
-    support::LogCapture log_{51};
-    std::string path_ = folder_ / "a";
-    Image old_{1'000, 50'000};
-    Image new_{5'000, 65'000};
-    int untouched_ = 0;
-    int finished_ = 0;
-    int torn_ = 0;
 };
 
 TEST_F(KilledWriter, LeavesNewBytesThenOldOnesAndReopeningKeepsTheGood)
 {
-    const char* const chosen = std::getenv("CORVANE_KILLS");  // NOLINT(concurrency-mt-unsafe): one thread
-    const int kills = chosen != nullptr ? std::stoi(chosen) : 20;
-    std::int64_t longest = Duration().count();
-    std::mt19937_64 random(20);  // NOLINT(cert-msc51-cpp): the same moments each time
-    int killed = 0;
-    for (int attempt = 0; killed < kills && attempt < 10 * kills && !HasFailure(); ++attempt) {
-        if (!KillAfter(Clock::duration(std::uniform_int_distribution<std::int64_t>(0, longest)(random)))) {
-            longest /= 2;  // the machine has got faster
-            continue;
-        }
-        longest += longest / 4;
-        ++killed;
-        Judge();
-        if (killed % 50 == 0) {
-            std::cout << killed << " of " << kills << " writers killed\n" << std::flush;
-        }
-    }
-    std::cout << killed << " writers killed while overwriting: " << torn_ << " torn, " << untouched_ << " old, "
+    KillWriters([this](const auto& sayStarted) { Overwrite(sayStarted); }, [this] { JudgeOverwriting(); });
+    std::cout << killed_ << " writers killed while overwriting: " << torn_ << " torn, " << untouched_ << " old, "
               << finished_ << " new files\n";
-    EXPECT_EQ(killed, kills);
+}
+
+TEST_F(KilledWriter, OfADurableReplacementLeavesAWholeFileAndAtMostTheFreshOne)
+{
+    KillWriters([this](const auto& sayStarted) { ReplaceDurably(sayStarted); }, [this] { JudgeReplacement(); });
+    std::cout << killed_ << " writers killed while replacing durably: " << untouched_ << " old, " << finished_
+              << " new files, " << leftovers_ << " fresh files beside them\n";
 }
 
 }  // namespace

@@ -13,8 +13,10 @@
 #include <tuple>
 
 #include "Corvane/File/DataChunkFileAppender.h"
+#include "Corvane/File/WriteChunkFileDurably.h"
 
 using Corvane::File::DataChunkFileAppender;
+using Corvane::File::WriteChunkFileDurably;
 using Corvane::Pellin::DataChunk;
 using Corvane::Time::TimePoint;
 
@@ -28,9 +30,8 @@ struct Task {
 };
 
 // Fills the file to more than nine tenths. The size of its chunks depends on the generation.
-void Write(const std::string& name, const Task& task)
+void Fill(DataChunkFileAppender& file, const Task& task)
 {
-    DataChunkFileAppender file(name, false, task.size);
     const std::uint64_t length =
         std::min<std::uint64_t>(10'000, task.size / 30) + static_cast<std::uint64_t>(task.generation) % 100;
     std::uint64_t used = 0;
@@ -38,10 +39,16 @@ void Write(const std::string& name, const Task& task)
         DataChunk chunk(TimePoint(task.generation * 1'000'000 + i));
         chunk.Set("p", std::string(length, static_cast<char>(i % 251)));
         if (!file.Append(chunk)) {
-            throw std::runtime_error("cannot append to " + name);
+            throw std::runtime_error("cannot append to " + file.GetFilename());
         }
         used += chunk.GetSizeOnFile();
     }
+}
+
+void Write(const std::string& name, const Task& task)
+{
+    DataChunkFileAppender file(name, false, task.size);
+    Fill(file, task);
 }
 
 void Sync(const std::string& name)
@@ -55,6 +62,10 @@ void Sync(const std::string& name)
 
 void Replace(const std::string& how, const Task& task)
 {
+    if (how == "durable") {
+        WriteChunkFileDurably(task.name, task.size, [&](DataChunkFileAppender& file) { Fill(file, task); });
+        return;
+    }
     if (how == "in-place") {
         Write(task.name, task);
         return;

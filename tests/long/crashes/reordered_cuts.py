@@ -23,7 +23,7 @@ BLOCK = 4096  # bytes that a disk writes as a whole or not at all; ext4's superb
 SIZES = (4_096, 50_000, 400_000, 3_000_000)  # bytes of the file that is replaced
 REPLACEMENTS = 16
 REPLAYS = 4  # at once, because a mount mostly waits
-LEFTOVER = re.compile(r"file\.new")  # what a cut during a replacement may leave beside the file
+LEFTOVER = re.compile(r"\.corvane\.[0-9a-f]{16}|file\.new")  # durable or not: beside the file during a replacement
 HOWS = ("durable", "in-place", "no-file-sync", "no-folder-sync")
 
 FileSystem = collections.namedtuple("FileSystem", "name kind size mounting")
