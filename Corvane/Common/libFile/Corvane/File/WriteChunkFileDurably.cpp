@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <array>
@@ -20,15 +21,16 @@
 
 namespace Corvane::File {
 
-// The sizes of an appender's image, in bytes.
+// The sizes of an appender's image, in bytes, and its chunks.
 struct ImageSizes {
     explicit ImageSizes(const DataChunkFileAppender& appender)
-        : all(appender.data_->Size()), used(appender.currentSize_)
+        : all(appender.data_->Size()), used(appender.currentSize_), chunks(appender.chunkNumber_)
     {
     }
 
     std::uint64_t all;
     std::uint64_t used;
+    std::uint64_t chunks;
 };
 
 namespace {
@@ -37,15 +39,12 @@ constexpr const char* kFreshPrefix = ".corvane.";
 constexpr mode_t kNewMode = 0664;  // before the umask
 constexpr mode_t kPrivateMode = 0600;
 constexpr mode_t kPermissions = 0777;
-constexpr mode_t kGroupPermissions = 070;
+constexpr mode_t kOwnerPermissions = 0700;
 constexpr mode_t kOtherPermissions = 07;
 
 // A name that no other writer uses: the prefix and 16 hexadecimal digits.
-std::string FreshBase()
+std::string FreshBase(std::uint64_t random)
 {
-    std::uint64_t random = 0;
-    while (::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
-    }
     std::array<char, 17> digits = {};
     std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(random));
     return kFreshPrefix + std::string(digits.data());
@@ -69,6 +68,7 @@ public:
     void Create();
     void MakeReopenable() const;
     void CompareLength(const ImageSizes& image) const;
+    void CompareCount(const ImageSizes& image) const;
     void Shorten(std::uint64_t size) const;
     void GiveName();
 
@@ -98,6 +98,7 @@ private:
     std::optional<Descriptor> file_;
     bool isThere_ = false;
     bool replaces_ = false;
+    bool hadAccessList_ = false;
     struct stat old_ = {};  // the file that is replaced
     mode_t mode_ = 0;       // what the file gets with its name
 };
@@ -107,7 +108,7 @@ void FreshFile::FindTarget()
 {
     std::string target = filename_;
     replaces_ = target.empty() || ::lstat(target.c_str(), &old_) == 0 || errno != ENOENT;
-    if (replaces_) {
+    if (replaces_ && !S_ISREG(old_.st_mode)) {
         std::array<char, PATH_MAX> resolved = {};
         Require(::realpath(filename_.c_str(), resolved.data()) != nullptr, "find");
         target = resolved.data();
@@ -116,6 +117,7 @@ void FreshFile::FindTarget()
             Refuse("find", "not a regular file");
         }
     }
+    hadAccessList_ = replaces_ && ::getxattr(target.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
     folderName_ = target.substr(0, target.rfind('/') + 1);  // npos + 1 is 0
     targetBase_ = target.substr(folderName_.size());
     folder_.emplace(::open(folderName_.empty() ? "." : folderName_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -128,7 +130,9 @@ void FreshFile::Create()
     // with the mode that it shall have, and closed to others while it is empty.
     const mode_t mode = replaces_ ? kPrivateMode : kNewMode;
     do {
-        base_ = FreshBase();
+        std::uint64_t random = 0;
+        Require(::getrandom(&random, sizeof random, 0) == static_cast<ssize_t>(sizeof random), "create");
+        base_ = FreshBase(random);
         file_.emplace(::openat(folder_->Get(), base_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     } while (file_->Get() == -1 && errno == EEXIST);
     Require(file_->Get() != -1, "create");
@@ -160,6 +164,20 @@ void FreshFile::CompareLength(const ImageSizes& image) const
     }
 }
 
+// If the callback has flushed, the length proves nothing: the appender's own write may have failed altogether.
+void FreshFile::CompareCount(const ImageSizes& image) const
+{
+    std::uint64_t count = 0;
+    if (image.all < kHeaderSize) {
+        return;
+    }
+    Require(::pread(file_->Get(), &count, sizeof count, kChunkNumberPosition) == static_cast<ssize_t>(sizeof count),
+            "write");
+    if (count != image.chunks) {
+        Refuse("write", Join("short write: ", count, " of ", image.chunks, " chunks"));
+    }
+}
+
 // Cuts off the zeros that a refused chunk has left at the end of an unbounded image.
 void FreshFile::Shorten(std::uint64_t size) const
 {
@@ -178,12 +196,15 @@ void FreshFile::GiveName()
     Require(::fsync(folder_->Get()) == 0, "sync the folder; the new file stands");
 }
 
-// A group other than the old one must not get the rights that the old one had.
+// If the group changes, the old group counts as others, and the new group must not get the rights of the old one. Where
+// there was an access list, the group's bits of the mode were its mask.
 void FreshFile::KeepOwner()
 {
-    if (::fchown(file_->Get(), old_.st_uid, old_.st_gid) != 0 &&
-        ::fchown(file_->Get(), static_cast<uid_t>(-1), old_.st_gid) != 0) {
-        mode_ = (mode_ & ~kGroupPermissions) | ((mode_ & kOtherPermissions) << 3U);
+    const bool isKept = ::fchown(file_->Get(), old_.st_uid, old_.st_gid) == 0 ||
+                        ::fchown(file_->Get(), static_cast<uid_t>(-1), old_.st_gid) == 0;
+    if (!isKept || hadAccessList_) {
+        const mode_t common = mode_ & (mode_ >> 3U) & kOtherPermissions;
+        mode_ = (mode_ & kOwnerPermissions) | common << 3U | common;
     }
 }
 
@@ -206,6 +227,7 @@ void WriteChunkFileDurably(const std::string& filename, std::uint64_t maxSize,
         return ImageSizes(appender);
     }();
     fresh.CompareLength(image);
+    fresh.CompareCount(image);
     if (!bounded) {
         fresh.Shorten(image.used);
     }

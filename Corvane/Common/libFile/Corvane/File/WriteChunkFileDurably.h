@@ -22,8 +22,9 @@ namespace Corvane::File {
 ///
 /// - **Disk**: `filename` may be a symbolic link, which is followed and stays; without a folder it is in the current
 ///   one. A new file gets mode 0664 less the umask. A replaced one hands on its mode, without set-id bits, and its
-///   owner and group where the system allows it. If it does not, the group may do only what others may. Attributes,
-///   access control lists and other hard links stay with the old file.
+///   owner and group where the system allows it. If the group changes, or if the old file has an access control list,
+///   group and others get only the rights that both had. Attributes, access control lists and other hard links stay
+///   with the old file.
 /// - **Errors**: Throws std::runtime_error `WriteChunkFileDurably: file <name>: <step>: <reason>`, for example
 ///   `WriteChunkFileDurably: file a.chunks: write: short write: 4096 of 1000000 bytes`. Exceptions of `fill`, `check`,
 ///   the appender and the allocator pass. In each case the fresh file is removed and the old one is whole. The one
