@@ -71,20 +71,24 @@ std::vector<std::uint64_t> RandomTimes(const Data& data)
 std::vector<Workload> StoreWorkloads(const Options& options, std::uint64_t recordSize)
 {
     const Data data = {recordSize, options.bytes / recordSize, std::string(recordSize - 16, 'p')};
-    const auto write = [=](std::uint64_t first, std::uint64_t last) -> Use {
-        return [=](const Store& store, const std::string& path) { return store.write(path, data, first, last); };
-    };
-    const Use nothing = [](const Store&, const std::string&) { return 0; };
-    const Use readAll = [=](const Store& store, const std::string& path) { return store.readAll(path, data); };
     const auto times = std::make_shared<std::vector<std::uint64_t>>(RandomTimes(data));
-    const Use readAt = [=](const Store& store, const std::string& path) { return store.readAt(path, data, *times); };
     const std::uint64_t all = data.count;
     const std::uint64_t half = all / 2;
-    return {
-        OnAllStores(options, data, {"write", nothing, true, write(0, all)}, all),
-        OnAllStores(options, data, {"reopen half, append half", write(0, half), true, write(half, all)}, all - half),
-        OnAllStores(options, data, {"read in order", write(0, all), false, readAll}, all),
-        OnAllStores(options, data, {"read at random", write(0, all), false, readAt}, times->size())};
+    const auto nothing = [](const Store&, const std::string&) { return 0; };
+    const auto writeAll = [=](const Store& store, const std::string& path) { return store.write(path, data, 0, all); };
+    const auto writeHalf = [=](const Store& store, const std::string& path) {
+        return store.write(path, data, 0, half);
+    };
+    const Work write = {"write", nothing, true, writeAll};
+    const Work append = {"reopen half, append half", writeHalf, true, [=](const Store& store, const std::string& path) {
+                             return store.write(path, data, half, all);
+                         }};
+    const Work readAll = {"read in order", writeAll, false,
+                          [=](const Store& store, const std::string& path) { return store.readAll(path, data); }};
+    const Work readAt = {"read at random", writeAll, false,
+                         [=](const Store& store, const std::string& path) { return store.readAt(path, data, *times); }};
+    return {OnAllStores(options, data, write, all), OnAllStores(options, data, append, all - half),
+            OnAllStores(options, data, readAll, all), OnAllStores(options, data, readAt, times->size())};
 }
 
 Workload SmallStores(const Options& options)
