@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
@@ -38,7 +39,9 @@ Sample Grow(const std::string& path, bool bounded, std::uint64_t count)
         const double opened = Stopwatch();
         for (std::uint64_t i = 0; i < count; ++i) {
             chunk.SetTime(static_cast<std::int64_t>(i));
-            file.Append(chunk);
+            if (!file.Append(chunk)) {
+                throw std::runtime_error("could not grow " + path);
+            }
         }
         appended = Stopwatch() - opened;
     }
