@@ -48,15 +48,21 @@ void StoreChecksum(std::string& bytes, std::size_t position, std::size_t from, s
     }
 }
 
-// A number of head or directory becomes another, and the checksums of both are right again.
+// A number of head or directory, or a byte of a name, becomes another, and the checksums of both are right again.
 void Forge(std::string& bytes, std::size_t record, Choices& choices)
 {
     constexpr std::array<std::size_t, 6> kNumbers = {4, 8, 16, 20, kHeadSize, kHeadSize + 4};
-    const std::size_t position = record + choices.Of(kNumbers);
-    const auto old = Load<std::uint32_t>(bytes, position);
-    const std::array<std::uint32_t, 10> numbers = {old + 1, old - 1,       0,          39,        40, 41,
-                                                   900'000, 1'073'741'825, 0x7fffffff, 0xffffffff};
-    Store(bytes, position, choices.Of(numbers));
+    const std::size_t directorySize = Load<std::uint32_t>(bytes, record + 16);
+    if (choices.OneIn(2)) {
+        const std::size_t position = record + kHeadSize + choices.Below(directorySize % 256 + 1);
+        Store(bytes, position, choices.Of(std::array{'\0', '\1', 'a', 'p', 'z'}));
+    } else {
+        const std::size_t position = record + choices.Of(kNumbers);
+        const auto old = Load<std::uint32_t>(bytes, position);
+        const std::array<std::uint32_t, 12> numbers = {old + 1, old - 1, old + 1,       old - 1,    0,         39, 40,
+                                                       41,      900'000, 1'073'741'825, 0x7fffffff, 0xffffffff};
+        Store(bytes, position, choices.Of(numbers));
+    }
     StoreChecksum(bytes, record + 24, record + kHeadSize, Load<std::uint32_t>(bytes, record + 16));
     StoreChecksum(bytes, record + 32, record, 32);
 }

@@ -35,8 +35,9 @@ std::optional<std::string> Content(const std::string& path)
     if (!fs::is_regular_file(path)) {
         return std::nullopt;
     }
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    std::string bytes(fs::file_size(path), '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 std::string ModeOf(const std::string& path)
@@ -113,7 +114,7 @@ struct Result {
 class Life {
 public:
     Life(const std::string& folder, const std::string& choices, Outcome& outcome)
-        : choices_(choices), outcome_(outcome), large_(choices_.OneIn(64))
+        : choices_(choices), outcome_(outcome), large_(choices_.OneIn(24))
     {
         library_.folder = folder + "/library";
         model_.folder = folder + "/model";
@@ -190,6 +191,7 @@ private:
 
     void AppendWhatWasRead(std::size_t i)
     {
+        i = library_.appenders[i] != nullptr ? i : kObjects - 1 - i;
         if (library_.appenders[i] != nullptr) {
             AppendChunk(i);
         }
@@ -265,6 +267,10 @@ private:
             if (size == 0 || !outcome_.difference.empty()) {
                 return;
             }
+            if (choices_.OneIn(6)) {
+                ReadSomewhere(i);
+                return;
+            }
             position += size;
         }
     }
@@ -285,7 +291,7 @@ private:
     std::uint64_t Read(std::size_t i, std::uint64_t position)
     {
         const auto names = choices_.Subset<std::set<std::string>>(kFieldNames);
-        const std::size_t form = choices_.Below(3);
+        const std::size_t form = choices_.Below(2);
         std::uint64_t size = 0;
         InMemory("read " + std::to_string(i) + " at " + std::to_string(position) + (form == 0 ? " by names" : ""),
                  [&](auto& side) {
@@ -316,6 +322,9 @@ private:
             }
             return std::string();
         });
+        if (choices_.OneIn(2)) {
+            OpenReader(choices_.Below(kObjects));
+        }
     }
 
     void ChangeLevel(std::size_t /*i*/)

@@ -141,7 +141,7 @@ public:
             throw std::runtime_error(text);
         }
         const std::vector<unsigned char> header = Rest(0);
-        std::memcpy(header_, header.data(), std::min(header.size(), sizeof header_));
+        std::copy_n(header.data(), std::min(header.size(), sizeof header_), reinterpret_cast<unsigned char*>(header_));
         Log(10, filename_ + " opened, contains " + std::to_string(header_[1]) + " chunks on version " +
                     std::to_string(header_[0]));
     }

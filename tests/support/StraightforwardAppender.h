@@ -35,7 +35,9 @@ public:
           logger_(tarn::cv::logging::LoggingManager::GetLoggerPtr("DataChunkFileAppender")),
           image_(maxSize)
     {
-        std::memcpy(image_.data(), &kVersion, std::min(sizeof kVersion, image_.size()));
+        if (maxSize_ != 0) {
+            std::memcpy(image_.data(), &kVersion, std::min(sizeof kVersion, image_.size()));
+        }
         if (reopen) {
             Load();
             Walk();
