@@ -21,7 +21,7 @@ class FileImage;
 /// - **Disk**: The constructor opens the file, creates it if it is absent (empty, mode 0664 before the umask), and
 ///   changes no byte. The destructor writes the image and closes the file. A process that ends without running the
 ///   destructor loses what it appended. There is no fsync, and the file is overwritten in place. To replace a file
-///   atomically and durably, and to learn of a full disk, use WriteChunkFileDurably.
+///   atomically and durably, and to learn of a full disk, use WriteChunkFileDurably().
 /// - **Limit**: One `write` moves at most 2,147,479,552 bytes, a limit of Linux. A longer image ends there, and the log
 ///   entry "Could not write ..." of Flush says so.
 /// - **Memory**: A bounded image has `maxSize` bytes, an unbounded one the header and the chunks. Bytes that nobody has

@@ -36,7 +36,6 @@ public:
 
     virtual ~DataChunkFileReader();
 
-    ///@{
     /// Lets the chunk read itself from the record at this byte position from the start of the file.
     ///
     /// Returns the result of the chunk's ReadFrom: zero means no valid record. Nothing is checked here. At a position
@@ -44,6 +43,7 @@ public:
     /// position of 2^63 or more; the chunk then reads from wherever the descriptor stands.
     ///
     /// The second form hands the set on to the chunk, which gives it its meaning.
+    ///@{
     std::uint64_t GetChunk(Pellin::DataChunk& chunk, std::uint64_t position);
     std::uint64_t GetChunk(Pellin::DataChunk& chunk, std::uint64_t position, const std::set<std::string>& names);
     ///@}
@@ -51,8 +51,8 @@ public:
     /// Returns the name given to the constructor.
     std::string GetFilename() const;
 
-    ///@{
     /// Returns the header's word as it was when the reader was constructed. A file rewritten since is not read again.
+    ///@{
     std::uint64_t GetNumberOfChunks() const;
     std::uint64_t GetVersion() const;
     ///@}

@@ -24,7 +24,6 @@ class ExtendedAttributes {
 public:
     explicit ExtendedAttributes() = delete;  // explicit, because braces would otherwise make one in C++17
 
-    ///@{
     /// Returns the value of an attribute, zero bytes included. By path, the texts say ` of <path>` instead of
     /// ` on fd <fd>`.
     ///
@@ -38,13 +37,13 @@ public:
     /// the first call comes back empty.
     ///
     /// `success` is true from the start until a failure has been logged.
+    ///@{
     static std::string Read(int fd, const std::string& name, bool& success);
     static std::string Read(int fd, const std::string& name);
     static std::string Read(const std::string& path, const std::string& name, bool& success);
     static std::string Read(const std::string& path, const std::string& name);
     ///@}
 
-    ///@{
     /// Returns the names of all attributes that the system shows to the caller, with their prefixes, in byte order.
     ///
     /// - level 10 `Cannot get xattr list size for <path>: <reason>`: the first call failed.
@@ -56,11 +55,11 @@ public:
     /// was empty at the first call, returns none.
     ///
     /// `success` is true from the start until a failure has been logged.
+    ///@{
     static std::set<std::string> List(const std::string& path, bool& success);
     static std::set<std::string> List(const std::string& path);
     ///@}
 
-    ///@{
     /// Sets an attribute to all bytes of the value. Creates it, or replaces its value. By path, the texts name the path
     /// instead of the descriptor.
     ///
@@ -68,19 +67,20 @@ public:
     /// - level 40, and thrown: `Cannot set <name> to <value> on <fd>`
     ///
     /// `success` is set once, when the outcome is known and a failure is logged.
+    ///@{
     static void Write(int fd, const std::string& name, const std::string& value, bool& success);
     static void Write(int fd, const std::string& name, const std::string& value);
     static void Write(const std::string& path, const std::string& name, const std::string& value, bool& success);
     static void Write(const std::string& path, const std::string& name, const std::string& value);
     ///@}
 
-    ///@{
     /// Removes an attribute.
     ///
     /// - level 10 `Cannot remove <name> on <path>: <reason>`
     /// - level 40, and thrown: `Cannot remove <name> on <path>`
     ///
     /// `success` is set once, when the outcome is known and a failure is logged.
+    ///@{
     static void Remove(const std::string& path, const std::string& name, bool& success);
     static void Remove(const std::string& path, const std::string& name);
     ///@}

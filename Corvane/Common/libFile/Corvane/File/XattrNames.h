@@ -17,8 +17,8 @@ const std::string XattrFineTrackId = "user.__fine__trackId";
 const std::string XattrFineDataSize = "user.__fine__dataSize";
 const std::string XattrFineChunkNumber = "user.__fine__chunkNumber";
 const std::string XattrFineEnableBlocks = "user.__fine__enableBlocks";
-const std::string XattrFinePrefix =
-    "user.fine__";  ///< kept on purpose: without the underscores that the others have after "user."
+/// Kept on purpose: after "user." the others have two underscores, this one has none.
+const std::string XattrFinePrefix = "user.fine__";
 const std::string XattrEmptyFile = "user.__emptyFile";
 const std::string XattrTrackSize = "user.__trackSize";
 const std::string XattrFileSize = "user.__fileSize";
