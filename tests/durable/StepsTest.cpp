@@ -253,6 +253,8 @@ INSTANTIATE_TEST_SUITE_P(
         FailedStep{"Privacy", [](auto& calls) { calls.Fail("fchmod", EIO); }, "create: Input/output error"},
         FailedStep{"Header", [](auto& calls) { calls.Fail("write", ENOSPC); }, "write: No space left on device",
                    kUnbounded},
+        FailedStep{"WholeHeader", [](auto& calls) { calls.Shorten("write", 5); }, "write: short write: 5 of 16 bytes",
+                   kUnbounded},
         FailedStep{"Writing", [](auto& calls) { calls.Fail("write", ENOSPC); }, "write: short write: 0 of 5000 bytes"},
         FailedStep{"WritingAll", [](auto& calls) { calls.Shorten("write", 4999); },
                    "write: short write: 4999 of 5000 bytes"},

@@ -36,7 +36,7 @@ PROGRAMS = {
     "DataChunkFileAppender.cpp": APPENDER,
     "DataChunkFileReader.cpp": READER,
     "ExtendedAttributes.cpp": ATTRIBUTES,
-    "WriteChunkFileDurably.cpp": ["durable_steps_test"],
+    "WriteChunkFileDurably.cpp": ["durable_steps_test", "durable_states_test"],
     "FileImage.h": ["image_test", *APPENDER],
     "Descriptor.h": READER + APPENDER,
     "Log.h": ATTRIBUTES + READER + APPENDER,

@@ -11,7 +11,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
 #include <stdexcept>
 
 #include "Corvane/File/ChunkFileLayout.h"
@@ -53,13 +52,14 @@ std::string FreshBase(std::uint64_t random)
 // The fresh file of one call, until it has its name. Removes it otherwise.
 class FreshFile {
 public:
+    // NOLINTNEXTLINE(readability-redundant-string-cstr): the system sees the name up to its first zero byte
     explicit FreshFile(const std::string& filename) : filename_(filename.c_str()) {}
     FreshFile(const FreshFile&) = delete;
     FreshFile& operator=(const FreshFile&) = delete;
     ~FreshFile()
     {
         if (isThere_) {
-            ::unlinkat(folder_->Get(), base_.c_str(), 0);
+            ::unlinkat(folder_.Get(), base_.c_str(), 0);
         }
     }
 
@@ -94,8 +94,8 @@ private:
     std::string folderName_;  // empty, or with a slash at its end
     std::string targetBase_;
     std::string base_;
-    std::optional<Descriptor> folder_;
-    std::optional<Descriptor> file_;
+    Descriptor folder_;
+    Descriptor file_;
     bool isThere_ = false;
     bool replaces_ = false;
     bool hadAccessList_ = false;
@@ -120,8 +120,9 @@ void FreshFile::FindTarget()
     hadAccessList_ = replaces_ && ::getxattr(target.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
     folderName_ = target.substr(0, target.rfind('/') + 1);  // npos + 1 is 0
     targetBase_ = target.substr(folderName_.size());
-    folder_.emplace(::open(folderName_.empty() ? "." : folderName_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    Require(folder_->Get() != -1, "open the folder");
+    const int folder = ::open(folderName_.empty() ? "." : folderName_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    Require(folder != -1, "open the folder");
+    folder_.Reset(folder);
 }
 
 void FreshFile::Create()
@@ -129,18 +130,20 @@ void FreshFile::Create()
     // Only the system knows what the umask and the folder's default access list make of a mode. So a new file is made
     // with the mode that it shall have, and closed to others while it is empty.
     const mode_t mode = replaces_ ? kPrivateMode : kNewMode;
+    int fd = -1;
     do {
         std::uint64_t random = 0;
         Require(::getrandom(&random, sizeof random, 0) == static_cast<ssize_t>(sizeof random), "create");
         base_ = FreshBase(random);
-        file_.emplace(::openat(folder_->Get(), base_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-    } while (file_->Get() == -1 && errno == EEXIST);
-    Require(file_->Get() != -1, "create");
+        fd = ::openat(folder_.Get(), base_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    } while (fd == -1 && errno == EEXIST);
+    Require(fd != -1, "create");
+    file_.Reset(fd);
     isThere_ = true;
     struct stat status = {};
-    Require(::fstat(file_->Get(), &status) == 0, "create");
+    Require(::fstat(file_.Get(), &status) == 0, "create");
     mode_ = (replaces_ ? old_.st_mode : status.st_mode) & kPermissions;
-    Require(::fchmod(file_->Get(), kPrivateMode) == 0, "create");
+    Require(::fchmod(file_.Get(), kPrivateMode) == 0, "create");
 }
 
 // A header of version 2 without chunks. An appender's own new unbounded file has version 0.
@@ -148,13 +151,17 @@ void FreshFile::MakeReopenable() const
 {
     const std::array<std::uint64_t, 2> header = {kFormatVersion, 0};
     static_assert(sizeof header == kHeaderSize);
-    Require(::write(file_->Get(), header.data(), sizeof header) == static_cast<ssize_t>(sizeof header), "write");
+    const ssize_t written = ::write(file_.Get(), header.data(), sizeof header);
+    Require(written != -1, "write");
+    if (written != static_cast<ssize_t>(sizeof header)) {
+        Refuse("write", Join("short write: ", written, " of ", sizeof header, " bytes"));
+    }
 }
 
 void FreshFile::CompareLength(const ImageSizes& image) const
 {
     struct stat status = {};
-    Require(::fstat(file_->Get(), &status) == 0, "write");
+    Require(::fstat(file_.Get(), &status) == 0, "write");
     const auto length = static_cast<std::uint64_t>(status.st_size);
     if (length < image.all) {
         Refuse("write", Join("short write: ", length, " of ", image.all, " bytes"));
@@ -171,7 +178,7 @@ void FreshFile::CompareCount(const ImageSizes& image) const
     if (image.all < kHeaderSize) {
         return;
     }
-    Require(::pread(file_->Get(), &count, sizeof count, kChunkNumberPosition) == static_cast<ssize_t>(sizeof count),
+    Require(::pread(file_.Get(), &count, sizeof count, kChunkNumberPosition) == static_cast<ssize_t>(sizeof count),
             "write");
     if (count != image.chunks) {
         Refuse("write", Join("short write: ", count, " of ", image.chunks, " chunks"));
@@ -181,7 +188,7 @@ void FreshFile::CompareCount(const ImageSizes& image) const
 // Cuts off the zeros that a refused chunk has left at the end of an unbounded image.
 void FreshFile::Shorten(std::uint64_t size) const
 {
-    Require(::ftruncate(file_->Get(), static_cast<off_t>(size)) == 0, "write");
+    Require(::ftruncate(file_.Get(), static_cast<off_t>(size)) == 0, "write");
 }
 
 void FreshFile::GiveName()
@@ -189,19 +196,19 @@ void FreshFile::GiveName()
     if (replaces_) {
         KeepOwner();
     }
-    Require(::fchmod(file_->Get(), mode_) == 0, "set the mode");
-    Require(::fsync(file_->Get()) == 0, "sync");
-    Require(::renameat(folder_->Get(), base_.c_str(), folder_->Get(), targetBase_.c_str()) == 0, "rename");
+    Require(::fchmod(file_.Get(), mode_) == 0, "set the mode");
+    Require(::fsync(file_.Get()) == 0, "sync");
+    Require(::renameat(folder_.Get(), base_.c_str(), folder_.Get(), targetBase_.c_str()) == 0, "rename");
     isThere_ = false;
-    Require(::fsync(folder_->Get()) == 0, "sync the folder; the new file stands");
+    Require(::fsync(folder_.Get()) == 0, "sync the folder; the new file stands");
 }
 
 // If the group changes, the old group counts as others, and the new group must not get the rights of the old one. Where
 // there was an access list, the group's bits of the mode were its mask.
 void FreshFile::KeepOwner()
 {
-    const bool isKept = ::fchown(file_->Get(), old_.st_uid, old_.st_gid) == 0 ||
-                        ::fchown(file_->Get(), static_cast<uid_t>(-1), old_.st_gid) == 0;
+    const bool isKept = ::fchown(file_.Get(), old_.st_uid, old_.st_gid) == 0 ||
+                        ::fchown(file_.Get(), static_cast<uid_t>(-1), old_.st_gid) == 0;
     if (!isKept || hadAccessList_) {
         const mode_t common = mode_ & (mode_ >> 3U) & kOtherPermissions;
         mode_ = (mode_ & kOwnerPermissions) | common << 3U | common;
