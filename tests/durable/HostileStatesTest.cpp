@@ -43,6 +43,7 @@ auto Fill(std::int64_t time)
 std::string BytesOf(std::int64_t time)
 {
     std::vector<support::DataChunk> chunks;
+    chunks.reserve(5);
     for (std::int64_t i = 0; i < 5; ++i) {
         chunks.push_back(ChunkOfSize(time + i, 100'000));
     }

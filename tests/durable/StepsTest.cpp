@@ -46,15 +46,18 @@ protected:
         }
     }
 
+    static std::string NameOf(const std::string& path)
+    {
+        return path.find(".corvane.") != std::string::npos ? "fresh" : "folder";
+    }
+
     // Each call, "fresh" for the fresh file and "folder" for its folder.
     static Lines Steps(const SystemCalls& calls)
     {
         std::map<std::int64_t, std::string> names;
         Lines steps;
         for (const SystemCall& call : calls.Calls()) {
-            const std::string path = call.path.empty() ? names[call.fd] : call.path;
-            const bool isFresh = path == "fresh" || path.find(".corvane.") != std::string::npos;
-            const std::string name = isFresh ? "fresh" : path.empty() ? "?" : "folder";
+            const std::string name = call.path.empty() ? names[call.fd] : NameOf(call.path);
             if (call.name.starts_with("open")) {
                 names[call.result] = name;
             }
