@@ -279,7 +279,7 @@ EverySourceOfTheDeliveredFileIsFortified() {
     local commands
     commands=$(grep -E '"command": .*/libFile/Corvane/File/[A-Za-z]+\.cpp(\\")?"' "$BUILD/compile_commands.json" |
         grep -F CorvaneFile.dir | sed -e 's/^ *"command": "//' -e 's/",$//' -e 's/\\"/"/g' -e 's/ -o [^ ]* -c / -E -dM /')
-    [ "$(wc -l <<<"$commands")" -eq 3 ]
+    [ "$(wc -l <<<"$commands")" -eq 4 ]
     while read -r preprocess; do
         (cd "$BUILD" && eval "$preprocess") | grep -x '#define __USE_FORTIFY_LEVEL 3' || fail "not: $preprocess"
     done <<<"$commands"
