@@ -1,4 +1,4 @@
-# The same sources make the same file, wherever they lie: source paths, in log records too, begin at the top folder.
+# The same sources make the same file, wherever they lie: source paths, in log entries too, begin at the top folder.
 function(corvane_make_reproducible target)
   target_compile_options(${target} PRIVATE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=

@@ -304,7 +304,7 @@ abi_is() {
     abidiff --suppressions "$abi/not_ours.ini" "$1" "$2"
 }
 
-BinaryInterfaceIsTheOneOnRecord() {
+BinaryInterfaceIsUnchanged() {
     command -v abidiff >/dev/null || skip "no abidiff here"
     local renew="renew the record on purpose only: cmake --build --preset tests --target renew_abi (CONTRIBUTING.md)"
     abi_is "$abi/libCorvaneFile.abi" "$library" || fail "$renew"
