@@ -65,8 +65,8 @@ void StoreWord(unsigned char* bytes, Word word)
     std::memcpy(bytes, &word, sizeof word);
 }
 
-// A fuzzer cannot forge a checksum, so no bug past one would be found: in a fuzzer's build every checksum is right. Only
-// sizes above every file of a fuzzer fail, as the checksum of the zeros after such a file would.
+// A fuzzer cannot forge a checksum, so it would find no bug after one. In a fuzzer's build every checksum is therefore
+// right, unless the size is above any fuzzer's file: the zeros after the file would fail it.
 bool HasChecksum(const unsigned char* bytes, std::uint64_t size, std::uint64_t checksum)
 {
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
@@ -145,7 +145,7 @@ public:
     {
         std::uint64_t have = 0;
         while (have < size) {
-            // In steps, because a size that is longer than the file must not cost its memory.
+            // In steps, because a size that is larger than the file must not cost its memory.
             bytes_.resize(std::min(size, std::max(kFirstStep, 2 * have)));
             const std::uint64_t count = Read(bytes_.data() + have, bytes_.size() - have);
             if (count == 0) {

@@ -19,7 +19,7 @@ namespace Corvane::Pellin {
 ///   a part only after its checksum was right. Zero bytes are no record.
 /// - **Owns**: The names and values of its fields.
 /// - **Errors**: ReadFrom returns 0 and leaves the chunk unchanged if the bytes are no good record. A file that ends
-///   inside a record, and a failed read or seek, count as such. Set and Write throw.
+///   inside a record counts as such, and so does a failed read or seek. Set and Write throw.
 /// - **Threads**: Const members may run at the same time; all others one at a time.
 class DataChunk {
 public:
@@ -50,8 +50,8 @@ public:
     /// Throws std::logic_error `a chunk with skipped fields has no record to write`.
     unsigned char* Write(unsigned char* record) const;
 
-    /// Reads the record that begins at this address, and returns its size in bytes, or 0. No length is passed: a
-    /// record's size may lead it up to kMaxSizeOnFile bytes past `record`, and all of them must be readable.
+    /// Reads the record that begins at this address, and returns its size in bytes, or 0. No length is passed. The
+    /// record's own size may lead up to kMaxSizeOnFile bytes past `record`, and all of them must be readable.
     std::uint64_t ReadFrom(const unsigned char* record);
 
     /// Reads the record that begins at the descriptor's position, and returns its size in bytes, or 0. The position is

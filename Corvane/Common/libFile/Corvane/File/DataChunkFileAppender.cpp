@@ -135,7 +135,7 @@ bool DataChunkFileAppender::Append(const DataChunk& chunk)
         return false;
     }
 
-    // Chunks mostly arrive in order. Then one comparison with the last time point is enough, and no node is searched.
+    // Chunks mostly arrive in order. Then a comparison with the last time point replaces the search.
     const TimePoint timePoint = chunk.GetTimePoint();
     auto next = timePoints_.end();
     if (!timePoints_.empty() && !(*timePoints_.rbegin() < timePoint)) {
@@ -241,8 +241,8 @@ void DataChunkFileAppender::Reopen()
 // would be simpler, but hold the file twice. A bounded image takes its maxSize_ bytes; of a longer file only the length
 // is needed. An unbounded image becomes exactly as long as the file.
 //
-// A file that cannot be read to its end, for whatever reason, counts as empty. A part of it taken for the whole would
-// lose the rest when the image is written back.
+// A file that cannot be read to its end, for whatever reason, counts as empty. If a part passed for the whole, writing
+// the image back would lose the rest.
 std::uint64_t DataChunkFileAppender::Load(int fd)
 {
     struct stat status = {};
@@ -311,12 +311,12 @@ bool DataChunkFileAppender::IsGoodRecord(DataChunk& chunk, int probe) const
     return chunk.ReadFrom(data_->Data() + currentSize_) != 0 && data_->Holds(currentSize_, chunk.GetSizeOnFile());
 }
 
-// Without a tail, parsing a truncated record would read past mapped memory. A descriptor meets the end of the file
-// instead: only a record that is good there, and lies within the image, is parsed from memory.
+// Without a tail, parsing a truncated record would read past mapped memory. Reading from the descriptor meets the end
+// of the file instead. Only a record that is good there, and lies within the image, is then parsed from memory.
 bool DataChunkFileAppender::IsWholeInFile(int fd) const
 {
     if (::lseek64(fd, static_cast<off64_t>(currentSize_), SEEK_SET) == -1) {
-        throw std::bad_alloc();  // a pipe: neither the tail nor a second reading can be had
+        throw std::bad_alloc();  // a pipe: there is no tail, and its records cannot be read twice
     }
     DataChunk chunk;
     return chunk.ReadFrom(fd) != 0 && data_->Holds(currentSize_, chunk.GetSizeOnFile());

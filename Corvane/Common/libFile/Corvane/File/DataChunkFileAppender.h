@@ -19,9 +19,9 @@ class FileImage;
 /// the image with one system call.
 ///
 /// - **Disk**: The constructor opens the file, creates it if it is absent (empty, mode 0664 before the umask), and
-///   changes no byte. The destructor writes the image and closes the file. A process that ends without running the
-///   destructor loses what it appended. There is no fsync, and the file is overwritten in place. To replace a file
-///   atomically and durably, and to learn of a full disk, use WriteChunkFileDurably().
+///   changes no byte. The destructor overwrites the file in place with the image, without fsync, and closes it. A
+///   process that ends without running the destructor loses what it appended. To replace a file atomically and durably,
+///   and to learn of a full disk, use WriteChunkFileDurably().
 /// - **Limit**: One `write` moves at most 2,147,479,552 bytes, a limit of Linux. A longer image ends there, and the log
 ///   entry "Could not write ..." of Flush says so.
 /// - **Memory**: A bounded image has `maxSize` bytes, an unbounded one the header and the chunks. Bytes that nobody has
@@ -39,23 +39,23 @@ public:
     /// Starts a new image, or loads the file to continue it.
     ///
     /// `maxSize` is the size of the file in bytes:
-    /// - Above 0, the image is bounded: exactly this long, zero after the last chunk, with format version 2. Below 16
-    ///   no chunk fits, and below 8 the version word is cut off.
-    /// - 0: the image is unbounded and grows with each chunk. A new file then carries version 0: a reader opens it, but
-    ///   it cannot be reopened. If nothing is appended, nothing is written.
+    /// - Above 0, the image is bounded: exactly this long, zero after the last chunk, with format version 2. With less
+    ///   than 16 bytes no chunk fits; with less than 8 the version word is truncated.
+    /// - 0: the image is unbounded and grows with each chunk. A new file then gets version 0: a reader opens it, but it
+    ///   cannot be reopened. Without `reopen`, nothing is written if nothing is appended.
     ///
     /// `reopen` says what happens to an existing file:
-    /// - false: the destructor lays the new image over its start. Nothing truncates the file, so the bytes of a longer
-    ///   one stay after the image.
-    /// - true: the appender loads it and reads its records one after the other, until it reaches the header's count.
-    ///   The first bad record ends this: one that does not parse, or would end past the image. The records before it
-    ///   stay; the rest becomes free space. A damaged file that is closed without an Append is written back unchanged,
-    ///   header count included. A bounded image fills a shorter file up with zeros. If the chunk type accepts records
-    ///   without length, the appender reads no more of them than the image has bytes.
+    /// - false: the destructor overwrites its start with the new image. Nothing truncates the file, so the bytes of a
+    ///   longer one stay after the image.
+    /// - true: the appender loads it and reads its records one after the other, until it reaches the header's count. It
+    ///   stops at the first bad record: one that does not parse, or would end past the image. The records before it
+    ///   stay; the rest becomes free space. Without an Append, a damaged file is written back unchanged, header count
+    ///   included. A bounded image pads a shorter file with zeros. If the chunk type accepts records without length,
+    ///   the appender reads at most one for each byte of the image.
     ///
     /// The records are parsed from memory, without I/O. The one exception: if the process may not map 4 GiB of address
     /// space (`RLIMIT_AS`, or `mlockall` with a limit), `ReadFrom(int)` first reads each record from the file. A record
-    /// that only the zeros after a short file would complete is then bad.
+    /// that needs the zeros after a short file to be complete is then bad.
     ///
     /// Log entries with `reopen`, `<i>` counted from 0:
     /// - level 20 `In file <name>: we discovered <count> chunks from version 2`
@@ -70,8 +70,9 @@ public:
     /// - `DataChunkFileAppender: file <name> is stored with version <v> instead of version 2: we don't know how to read
     ///   this file`: reopening, for example, a file that was written new and unbounded.
     /// - `data_ is empty while chunkNumber is > 0`: cannot happen, because a header is never empty.
-    /// - `DataChunkFileAppender could not open file <name>: <reason of the system>`: the file is opened with O_NOATIME,
-    ///   which the system refuses for another user's file ("Operation not permitted"), even a writable one.
+    /// - `DataChunkFileAppender could not open file <name>: <reason of the system>`: the file is opened with O_NOATIME.
+    ///   Except for privileged processes, the system refuses this for another user's file ("Operation not permitted"),
+    ///   even a writable one.
     ///
     /// Throws std::bad_alloc or std::length_error if the image does not fit into memory.
     DataChunkFileAppender(std::string filename, bool reopen, std::uint64_t maxSize);
@@ -86,31 +87,34 @@ public:
     /// Adds a chunk at the end of the image. Calls its GetSizeOnFile, GetTimePoint and Write, and touches no file.
     ///
     /// - true: the image holds the chunk.
-    /// - false: the chunk is refused, image and count are unchanged. The log entry of level 50 gives the reason:
+    /// - false: the chunk is refused; the image's chunks and their number are unchanged. The log entry of level 50
+    ///   gives the reason:
     ///   - `Current file size <used> + chunkSize <size> > maxSize <maxSize>`: it does not fit into a bounded image. A
     ///     chunk may fill the image to its last byte.
     ///   - `Data size <image> is lower than currentSize_ <used> + chunkSize <size>: Cannot Append chunk`: cannot
     ///     happen, because a bounded image always has its full size.
     ///   - `TimePoint <time point> has already been appended`: the image holds an equal one. Checked after the size. An
-    ///     unbounded image stays grown by the chunk's size in zero bytes.
+    ///     unbounded image keeps the room made for the chunk, as zeros.
     ///
     /// Throws what the chunk, the time point, the logger or the allocator throws; std::length_error if no memory could
     /// hold the unbounded image. The appender is then unchanged.
     ///
-    /// Cost: the chunk's Write and one search in the set, or one comparison if the chunk is later than all others.
+    /// Cost: the chunk's Write and one search in the set, or at most three comparisons if the chunk is later than all
+    /// others.
     [[nodiscard]] bool Append(const Pellin::DataChunk& chunk);
 
     /// Writes the whole image with one `write` at the descriptor's position. An empty image is not written.
     ///
-    /// The destructor calls it. A caller who does so earlier makes the destructor write the image a second time, after
-    /// the first. A short or failed write is not repeated; it is logged at level 50 as
+    /// The destructor calls it. If a caller does so earlier, the destructor writes the image a second time, after the
+    /// first. A short or failed write is not repeated; it is logged at level 50 as
     /// `Could not write <size>B. Wrote instead: <written, or -1>`.
     void Flush();
 
     /// Returns the name given to the constructor.
     std::string GetFilename() const;
 
-    /// Returns the time points of all chunks in the image, complete at any time. Lives as long as the appender.
+    /// Returns the time points of all chunks in the image, complete at any time. The reference is valid as long as the
+    /// appender.
     const std::set<Time::TimePoint>& GetTimePoints() const;
 
 private:

@@ -24,11 +24,13 @@ namespace Corvane::File {
 /// - **Log**: `LoggingManager::GetLogger("DataChunkFileReader")`.
 class DataChunkFileReader {
 public:
-    /// Opens the file and reads its header. Accepts any version. What a file shorter than 16 bytes lacks of its header
-    /// is zero. Logs at level 10: `<name> opened, contains <count> chunks on version <version>`.
+    /// Opens the file and reads its header. Accepts any version. If the file is shorter than 16 bytes, the missing
+    /// bytes of its header count as zero. Logs at level 10:
+    /// `<name> opened, contains <count> chunks on version <version>`.
     ///
     /// Throws std::runtime_error `DataChunkFileReader could not open file <name>`, after logging it at level 50. The
-    /// text gives no reason. A frequent one is another user's file, which O_NOATIME refuses even if it is readable.
+    /// text gives no reason. A frequent one: except for privileged processes, the system refuses O_NOATIME for another
+    /// user's file, even a readable one.
     explicit DataChunkFileReader(std::string filename);
 
     DataChunkFileReader(const DataChunkFileReader&) = delete;
@@ -39,7 +41,7 @@ public:
     /// Lets the chunk read itself from the record at this byte position from the start of the file.
     ///
     /// Returns the result of the chunk's ReadFrom: zero means no valid record. Nothing is checked here. At a position
-    /// where no record begins, the chunk meets foreign bytes or the end of the file. The system refuses to seek to a
+    /// where no record begins, the chunk reads unrelated bytes or the end of the file. The system refuses to seek to a
     /// position of 2^63 or more; the chunk then reads from wherever the descriptor stands.
     ///
     /// The second form hands the set on to the chunk, which gives it its meaning.

@@ -66,8 +66,7 @@ std::string ReadValue(const GetValue& getValue, const FailSize& failSize, const 
     return value;
 }
 
-// The zero-terminated names that begin within the first `used` bytes. Without a terminator in the buffer, the last
-// bytes are no name.
+// Returns the zero-terminated names that begin within the first `used` bytes. Bytes without a terminator are no name.
 std::set<std::string> SplitNames(std::string_view buffer, std::size_t used)
 {
     std::set<std::string> names;
@@ -138,7 +137,8 @@ std::set<std::string> ExtendedAttributes::List(const std::string& path, bool& su
         Fail(success, [&] { return Join("Cannot get xattr list for ", path); });
         return {};
     }
-    // `used` exceeds the buffer where names came up after a size of 0: the system then reports a length and stores none.
+    // If names appear after a size of 0, the second call has an empty buffer: the system reports a length and stores
+    // no name.
     return SplitNames({list.data(), list.size()}, static_cast<std::size_t>(used));
 }
 

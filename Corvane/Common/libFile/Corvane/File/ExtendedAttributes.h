@@ -7,19 +7,19 @@ namespace Corvane::File {
 
 /// Reads, lists, writes and removes extended attributes of files, and logs each failure.
 ///
-/// Every operation has two forms. The form with `success` sets it to true or false, and never throws for a failed
-/// system call. The form without it throws std::runtime_error instead. No error is special and nothing is retried: to
-/// remove an attribute that is absent is a failure like any other.
+/// Every operation has two variants. The flag variant sets `success` to true or false, and never throws for a failed
+/// system call. The throwing variant has no `success` and throws std::runtime_error instead. No error is special and
+/// nothing is retried: to remove an attribute that is absent is a failure like any other.
 ///
 /// - **Arguments**: A name is complete, with its prefix ("user."). Names and paths are handed to the system up to their
 ///   first zero byte. A value is any bytes; its length is the attribute's size. Paths follow symbolic links.
 /// - **Disk**: Read and List make two system calls (size, then content), Write and Remove one.
 /// - **Owns**: Nothing, and it keeps nothing between calls. It never closes a descriptor.
-/// - **Errors**: A failure is logged at level 10, with the system's reason. The throwing form then logs its own text at
-///   level 40, and throws it. Exceptions of the allocator and the logger pass.
+/// - **Errors**: A failure is logged at level 10, with the system's reason. The throwing variant then logs its own text
+///   at level 40, and throws it. Exceptions of the allocator and the logger pass.
 /// - **Threads**: Any number of calls at once. Another process may change the attribute between the two calls of Read
 ///   or List; they say what happens then.
-/// - **Log**: `LoggingManager::GetLogger("ExtendedAttributes")`, looked up for each level query and each log entry.
+/// - **Log**: `LoggingManager::GetLogger("ExtendedAttributes")`, looked up for its level, and again for each log entry.
 class ExtendedAttributes {
 public:
     explicit ExtendedAttributes() = delete;  // explicit, because braces would otherwise make one in C++17

@@ -14,15 +14,16 @@ namespace Corvane::File {
 // The bytes of one file in memory: an array that grows, and whose new bytes are zero.
 //
 // Below 2 MiB the array lies on the heap: recycled pages are several times cheaper than the page faults of a new
-// mapping. From 2 MiB on it is a mapping on huge pages: the kernel clears it, a fault brings 2 MiB, and it grows by
-// moving page tables instead of bytes. A std::vector was rejected: it clears the bytes that the chunks overwrite, and
-// copies all of them each time it grows.
+// mapping. From 2 MiB on it is a mapping on huge pages. The kernel clears it, one page fault brings 2 MiB, and it grows
+// by moving page tables instead of bytes. A std::vector was rejected: it clears the bytes that the chunks overwrite,
+// and copies all of them each time it grows.
 //
 // Memory: untouched bytes take none. Touched ones take whole huge pages from 2 MiB on, so at most 2 MiB more.
 //
 // With a tail, 4 GiB of readable zeros follow the array while a file is parsed. ReadFrom gets no length: verifying the
-// checksum of a truncated record reads past the image, and the tail makes such reads safe. 4 GiB serve every length of
-// 32 bits. Copying each record into a buffer of its own would be safe too, but would need the length first.
+// checksum of a truncated record reads past the image, and the tail makes such reads safe. 4 GiB suffice for every
+// 32-bit length. Such an image is a mapping at any size. Copying each record into a buffer of its own would be safe
+// too, but would need the length first.
 //
 // A member that throws leaves the image unchanged.
 class FileImage {
@@ -45,12 +46,12 @@ public:
     // Drops the bytes from `size` on. The caller has left them zero.
     void Shrink(std::uint64_t size) noexcept { size_ = std::min(size_, size); }
 
-    // Makes the tail readable. Returns false if it cannot be had: the address space or the lockable memory is limited.
+    // Makes the tail readable. Returns false if limits on address space or locked memory forbid it.
     bool OpenTail() noexcept;
     void DropTail() noexcept;
 
-    // Call before the kernel reads the whole image: maps the shared zero page under the untouched bytes from `from` on,
-    // which the copy would otherwise fault in page by page. Optional: before Linux 5.14 it does nothing.
+    // Call before the kernel reads the whole image: maps the shared zero page for the untouched bytes from `from` on.
+    // Otherwise the copy would fault them in page by page. Optional: before Linux 5.14 it does nothing.
     void PopulateForReading(std::uint64_t from) noexcept;
 
 private:
@@ -99,7 +100,8 @@ inline void FileImage::Reserve(std::uint64_t size)
     // Growth ends on a huge page. Otherwise the last 2 MiB of each step would lie on small pages.
     const bool wholeHugePages = size_ != 0 && capacity >= kHugePageSize;
     const std::uint64_t mapping = RoundUp(capacity, wholeHugePages ? kHugePageSize : kPageSize);
-    // Image and tail in one reservation: with a mapping for each, a reopening would need its file's size twice.
+    // Image and tail in one reservation: with a mapping for each, a reopening would need address space for its file
+    // twice.
     if (tailWanted_ && MoveToMapping(mapping, kTailSize)) {
         return;
     }
@@ -110,7 +112,7 @@ inline void FileImage::Reserve(std::uint64_t size)
     }
 }
 
-// calloc, because it knows fresh pages and leaves them untouched; new would clear them.
+// calloc leaves fresh pages untouched, because it knows that they are zero; new[] would clear them.
 inline void FileImage::MoveToHeap(std::uint64_t capacity)
 {
     auto* const bytes = static_cast<unsigned char*>(std::calloc(capacity, 1));
@@ -133,13 +135,14 @@ inline bool FileImage::MoveToMapping(std::uint64_t capacity, std::uint64_t tail)
         return false;
     }
     const bool isHuge = capacity >= kHugePageSize;
-    // mprotect first, even if mremap replaces the pages: it fails while the region is still ours if memory is short.
+    // mprotect comes first, although mremap replaces the pages: if memory is short, it fails before anything has moved.
     if (::mprotect(region, capacity, PROT_READ | PROT_WRITE) != 0 ||
         (IsHuge() && ::mremap(bytes_, capacity_, capacity, MREMAP_MAYMOVE | MREMAP_FIXED, region) == MAP_FAILED)) {
         Unmap(region, capacity + tail);
         return false;
     }
-    // Said for small images too: they must not become a huge page each, now or when the kernel collects small pages.
+    // Small images need their own advice: otherwise each could get a huge page, now or when the kernel merges small
+    // pages.
     ::madvise(region, capacity, isHuge ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
     if (IsHuge()) {
         Unmap(bytes_ + capacity_, tail_);
@@ -174,8 +177,8 @@ inline void FileImage::PopulateForReading(std::uint64_t from) noexcept
     }
 }
 
-// Address space that begins on a huge page, so that whole huge pages move; null if refused. Without access: under
-// mlockall the kernel populates every page that can be read at once.
+// Returns address space that begins on a huge page, so that whole huge pages move, or null. It permits no access yet,
+// because under mlockall the kernel populates accessible pages immediately.
 inline unsigned char* FileImage::Map(std::uint64_t size) noexcept
 {
     void* const mapping = ::mmap(nullptr, size + kHugePageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -28,9 +28,9 @@ inline std::string SystemReason()
     return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): glibc keeps a text for each thread
 }
 
-// Collects what is printed. A stream swallows what its buffer throws, so a text whose allocation failed would end in
-// the middle: Take throws std::bad_alloc instead. A std::ostringstream that rethrows was rejected, because it also
-// throws when a platform's operator leaves the stream failed; that gives the text so far.
+// Collects what is printed. A stream swallows what its buffer throws: after a failed allocation the text would end in
+// the middle, so Take throws std::bad_alloc. A std::ostringstream that rethrows was rejected: it would also throw if a
+// platform's operator<< sets failbit. Here such a text ends early, and nothing is thrown.
 class TextBuffer : public std::streambuf {
 public:
     std::string Take()
@@ -63,7 +63,7 @@ private:
     bool failed_ = false;
 };
 
-// The parts printed one after the other. Numbers look the same whatever locale the program has set. Throws
+// Prints the parts one after the other into a string. The program's locale does not change the numbers. Throws
 // std::bad_alloc.
 template <typename... Parts>
 std::string Join(const Parts&... parts)
@@ -86,7 +86,7 @@ void Log(tarn::cv::logging::Logger& logger, std::int32_t level, const MakeText& 
     }
 }
 
-// The same for a logger that may be absent: null issues nothing.
+// The same for a logger that may be absent: with null nothing is logged.
 template <typename MakeText>
 void Log(tarn::cv::logging::Logger* logger, std::int32_t level, const MakeText& makeText,
          const std::source_location& where = std::source_location::current())

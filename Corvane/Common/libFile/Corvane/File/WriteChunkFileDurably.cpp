@@ -49,7 +49,7 @@ std::string FreshBase(std::uint64_t random)
     return kFreshPrefix + std::string(digits.data());
 }
 
-// The fresh file of one call, until it has its name. Removes it otherwise.
+// The fresh file of one call. The destructor removes it, unless GiveName() succeeded.
 class FreshFile {
 public:
     // NOLINTNEXTLINE(readability-redundant-string-cstr): the system sees the name up to its first zero byte
@@ -75,7 +75,7 @@ public:
     std::string Name() const { return folderName_ + base_; }
 
 private:
-    // Throws unless the system call succeeded. Call it before anything else can change errno.
+    // Throws unless the system call has succeeded. Call it before anything else can change errno.
     void Require(bool success, const char* step) const
     {
         if (!success) {
@@ -103,7 +103,7 @@ private:
     mode_t mode_ = 0;       // what the file gets with its name
 };
 
-// A dangling link is an error: the file that it asks for would appear in a folder that nobody has looked at.
+// A dangling link is an error: following it would make a file in a folder that the caller has not named.
 void FreshFile::FindTarget()
 {
     std::string target = filename_;
@@ -128,7 +128,7 @@ void FreshFile::FindTarget()
 void FreshFile::Create()
 {
     // Only the system knows what the umask and the folder's default access list make of a mode. So a new file is made
-    // with the mode that it shall have, and closed to others while it is empty.
+    // with its final mode, which is noted, and is closed to others while it is empty.
     const mode_t mode = replaces_ ? kPrivateMode : kNewMode;
     int fd = -1;
     do {

@@ -12,16 +12,16 @@ namespace Corvane::File {
 /// to none.
 ///
 /// 1. Makes a fresh file in the folder of `filename`, named `.corvane.` and 16 hexadecimal digits, mode 0600.
-/// 2. Makes an appender of it and calls `fill`, which appends the chunks and may refuse by throwing.
+/// 2. Constructs an appender on it and calls `fill`, which appends the chunks and may stop everything by throwing.
 /// 3. Destroys the appender, which writes the file, and compares the file's length with the image's.
-/// 4. Calls `check`, if there is one, with the fresh file's name. It may read the file and refuse it by throwing.
+/// 4. Calls `check`, if there is one, with the fresh file's name. It may read the file, and refuse it by throwing.
 /// 5. Sets mode and owner, and syncs the file. Renames it to `filename`, and syncs the folder.
 ///
 /// `maxSize` is the size of the file in bytes: bounded if it is above 0, as for the appender. 0 makes the file exactly
 /// as long as its header and chunks. Unlike an appender's new unbounded file it has version 2 and can be reopened.
 ///
 /// - **Disk**: `filename` may be a symbolic link, which is followed and stays; without a folder it is in the current
-///   one. A new file gets mode 0664 less the umask. A replaced one hands on its mode, without set-id bits, and its
+///   one. A new file gets mode 0664 less the umask. A replaced file passes on its mode, without set-id bits, and its
 ///   owner and group where the system allows it. If the group changes, or if the old file has an access control list,
 ///   group and others get only the rights that both had. Attributes, access control lists and other hard links stay
 ///   with the old file.
