@@ -33,7 +33,8 @@ class FileImage;
 ///   returns nothing; both log at level 50. Exceptions of chunks, time points, the logger and the allocator pass.
 /// - **Threads**: One thread at a time for each appender. Appenders of different files are independent. Two appenders
 ///   of one file do not coordinate: the one destroyed later overwrites the image of the other.
-/// - **Log**: `LoggingManager::GetLoggerPtr("DataChunkFileAppender")`. If that is null, nothing is logged.
+/// - **Log**: `LoggingManager::GetLoggerPtr("DataChunkFileAppender")`, looked up once, by the constructor. If that is
+///   null, nothing is logged.
 class DataChunkFileAppender {
 public:
     /// Starts a new image, or loads the file to continue it.
@@ -62,7 +63,8 @@ public:
     /// - level 40 `Chunk <i> in file <name> of <count> chunks is not good. We skip the remaining <count - 1 - i>
     ///   chunks`
     ///
-    /// Throws std::runtime_error. If reopening fails, the file is neither created nor opened for writing:
+    /// Throws std::runtime_error, checked in this order. If reopening fails, the file is neither created nor opened for
+    /// writing:
     /// - `DataChunkFileAppender: file <name> has content of only <length> bytes. 16is the minimum expected`:
     ///   reopening a file shorter than a header. A file that is absent, a directory or unreadable counts as 0 bytes.
     /// - `DataChunkFileAppender: content size <length> is greater than specified size <maxSize> when reading file
