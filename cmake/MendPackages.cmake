@@ -1,5 +1,5 @@
-# What CPack makes of packages with libraries, mended: maintainer scripts that do what the trigger does already, and debug
-# symbols that run, with sums of paths that no user has, and without a folder in /usr/share/doc.
+# Mends faults of packages that CPack makes. Their maintainer scripts repeat what the trigger does. Their debug symbols
+# are executable, have checksums of the wrong paths, and lack a folder in /usr/share/doc.
 set(folder ${CPACK_TEMPORARY_DIRECTORY}/unpacked)
 foreach(package ${CPACK_PACKAGE_FILES})
   if(package MATCHES "/(libcorvanefile[0-9]+)(-dbgsym)?_[^/]*$")

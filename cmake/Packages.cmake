@@ -47,7 +47,7 @@ foreach(component Runtime Development)
           DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME})
 endforeach()
 
-# From which version on a program can do with the library: dpkg-shlibdeps reads it.
+# The oldest version that serves a program: dpkg-shlibdeps reads it.
 add_custom_target(symbols ALL
   COMMAND dpkg-gensymbols -q -c4 -p${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} -v${PROJECT_VERSION} -I${debian}/symbols.in
     -e$<TARGET_SONAME_FILE:CorvaneFile> -e$<TARGET_SONAME_FILE:CorvanePlatform> -O${debian}/symbols

@@ -1,5 +1,3 @@
-# What must be there, said in a sentence where it is not.
-
 # Stops unless all variables after `package` are true, and names what is missing and the Debian package that has it.
 function(corvane_require what package)
   foreach(variable ${ARGN})

@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// Makes the heap join its small free blocks. Otherwise the nodes of a set fill the holes that the previous run's set
+// Makes the heap merge its small free blocks. Otherwise the nodes of a set fill the holes that the previous run's set
 // left, in the order in which they were freed.
 void JoinFreeBlocks();
 

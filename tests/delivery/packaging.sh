@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Claims about what is installed, packaged and delivered, tried as a stranger would. usage: claims.sh CLAIM
+# Claims about what is installed, packaged and delivered, tried as a stranger would. usage: packaging.sh CLAIM
 # From the environment: SOURCE and BUILD (the project's folders), VERSION, CXX. Ends with 77 for a skip.
 set -euo pipefail
 

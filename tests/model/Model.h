@@ -159,7 +159,7 @@ public:
     std::uint64_t GetVersion() const { return header_[0]; }
     std::uint64_t GetNumberOfChunks() const { return header_[1]; }
 
-    // Where the descriptor stands: past the record of a good read. 0 where no page says it.
+    // The descriptor's position after a good read. 0 if no page defines it.
     std::uint64_t Stands() const { return stands_; }
 
 private:

@@ -1,4 +1,4 @@
-// A disk that logs what a file system asks of it, for power_cuts.py: a FUSE folder with two files.
+// A disk that logs what a file system asks of it, for reordered_cuts.py: a FUSE folder with two files.
 //   disk  the bytes of IMAGE. Each write and each flush is also an entry of LOG.
 //   mark  write-only. Each write is an entry of LOG: the script's own notes between the disk's.
 // An entry of LOG is its kind ('W', 'F' or 'M'), its byte position (8 bytes), its length (8 bytes) and its bytes.

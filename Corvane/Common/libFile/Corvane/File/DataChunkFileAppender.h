@@ -50,9 +50,9 @@ public:
     ///   longer one stay after the image.
     /// - true: the appender loads it and reads its records one after the other, until it reaches the header's count. It
     ///   stops at the first bad record: one that does not parse, or would end past the image. The records before it
-    ///   stay; the rest becomes free space. Without an Append, a damaged file is written back unchanged, header count
-    ///   included. A bounded image pads a shorter file with zeros. If the chunk type accepts records without length,
-    ///   the appender reads at most one for each byte of the image.
+    ///   stay; the rest becomes fill, which the next Append overwrites. Without an Append, a damaged file is written
+    ///   back unchanged, header count included. A bounded image pads a shorter file with zeros. If the chunk type
+    ///   accepts records without length, the appender reads at most one for each byte of the image.
     ///
     /// The records are parsed from memory, without I/O. The one exception: if the process may not map 4 GiB of address
     /// space (`RLIMIT_AS`, or `mlockall` with a limit), `ReadFrom(int)` first reads each record from the file. A record
@@ -65,8 +65,8 @@ public:
     ///
     /// Throws std::runtime_error, checked in this order. If reopening fails, the file is neither created nor opened for
     /// writing:
-    /// - `DataChunkFileAppender: file <name> has content of only <length> bytes. 16is the minimum expected`:
-    ///   reopening a file shorter than a header. A file that is absent, a directory or unreadable counts as 0 bytes.
+    /// - `DataChunkFileAppender: file <name> has content of only <length> bytes. 16is the minimum expected`: reopening
+    ///   a file shorter than a header. A file that is absent, a folder or unreadable counts as 0 bytes.
     /// - `DataChunkFileAppender: content size <length> is greater than specified size <maxSize> when reading file
     ///   <name>`: reopening a file that is longer than a bounded image.
     /// - `DataChunkFileAppender: file <name> is stored with version <v> instead of version 2: we don't know how to read

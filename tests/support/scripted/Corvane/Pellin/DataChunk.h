@@ -13,7 +13,7 @@
 namespace Corvane::Pellin {
 
 // A chunk that a test scripts. Its record: a mark, the size and the time, 8 bytes each, then bytes of 0x5a. A record of
-// less than 24 bytes is truncated and can't be read back.
+// less than 24 bytes is truncated and cannot be read back.
 class DataChunk {
 public:
     static constexpr std::uint64_t kMark = 0x6b72616d;
