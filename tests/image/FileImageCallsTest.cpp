@@ -110,6 +110,21 @@ TEST_F(FileImageCalls, FirstMappingIsAsLongAsItsPagesAndBeginsOnAHugeOne)
     }
 }
 
+// Bytes that are copied first would lie on small pages.
+TEST_F(FileImageCalls, HugePagesAreAdvisedBeforeTheBytesAreCopied)
+{
+    image_->Cover(0, 100);
+    image_->Data()[0] = 1;
+    int firstByte = -1;
+    calls_.On("madvise", 0, [&firstByte](const SystemCall& call) {
+        firstByte = *static_cast<const unsigned char*>(call.buffer);
+        return std::nullopt;
+    });
+    image_->Cover(0, kHugePage);
+    EXPECT_EQ(firstByte, 0);
+    EXPECT_EQ(image_->Data()[0], 1);
+}
+
 TEST_F(FileImageCalls, PagesThatAreFullAreNotRoundedUp)
 {
     image_->Cover(0, kHugePage + kPage);

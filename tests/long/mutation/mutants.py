@@ -276,15 +276,19 @@ class Build:
         return soname.group(1) if soname else target, words[:at], words[at + 2:]
 
     def precompile(self):
-        """Compiles the standard headers once: they take most of the time."""
+        """Compiles the standard headers once, because they take most of the time."""
         for target, commands in self.commands.items():
             texts = [source.read_text() for source in REBUILT.get(target, tree_of(target)).rglob("*.[ch]*")]
             includes = {line for text in texts for line in text.splitlines() if line.startswith("#include <")}
             header = self.folder / f"{target}-standard.h"
-            header.write_text("\n".join(sorted(includes)) + "\n")
             command = commands[0][1]
             flags = command[:command.index("-o")]
-            subprocess.run([*flags, "-x", "c++-header", header, "-o", f"{header}.gch"], cwd=self.folder, check=True)
+            text = "\n".join([f"// {shlex.join(flags)}", *sorted(includes), ""])
+            compiled = pathlib.Path(f"{header}.gch")
+            if not compiled.exists() or header.read_text() != text:
+                header.write_text(text)
+                subprocess.run([*flags, "-x", "c++-header", header, "-o", f"{header}.new"], cwd=self.folder, check=True)
+                os.replace(f"{header}.new", compiled)  # whole, even if the run is interrupted
             for source, command in commands:
                 command.insert(1, f"-include{header}")
 
