@@ -12,7 +12,7 @@ fail() {
     exit 1
 }
 
-# After a change that is meant: library.sh ExportedNames >tests/delivery/exports.txt
+# packaging.sh renews the list.
 ExportedNames() {
     nm -DC --defined-only "$LIBRARY" |
         sed -E 's/^[0-9a-f]+ //; s/std::(__cxx11::)?basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g;

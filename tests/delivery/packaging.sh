@@ -306,7 +306,7 @@ abi_is() {
 
 BinaryInterfaceIsUnchanged() {
     command -v abidiff >/dev/null || skip "no abidiff here"
-    local renew="renew the record on purpose only: cmake --build --preset tests --target renew_abi (CONTRIBUTING.md)"
+    local renew="renew the checked-in ABI on purpose only: cmake --build --preset tests --target renew_abi (CONTRIBUTING.md)"
     abi_is "$abi/libCorvaneFile.abi" "$library" || fail "$renew"
     abi_is "$abi/libCorvanePlatform.abi" "$platform" || fail "$renew"
 }
@@ -325,6 +325,8 @@ RenewAbi() {
         abidw --suppressions "$abi/not_ours.ini" --exported-interfaces-only --no-corpus-path --no-comp-dir-path \
             --no-show-locs --no-elf-needed --type-id-style hash --out-file "$abi/$(basename "$file" .so).abi" "$file"
     done
+    LIBRARY=$library SCRATCH=$(scratch renewed) "$SOURCE/tests/delivery/library.sh" ExportedNames \
+        >"$SOURCE/tests/delivery/exports.txt"
 }
 
 "$@"

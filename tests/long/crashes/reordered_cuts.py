@@ -36,7 +36,7 @@ FILE_SYSTEMS = (
 Entry = collections.namedtuple("Entry", "kind position bytes")  # of the log
 
 
-class Recording:
+class LoggedDisk:
     """A file system on a logging disk, and the log when it is unmounted."""
 
     def __init__(self, system, folder, build):
@@ -93,21 +93,21 @@ def copy(source, target):
     subprocess.run(["cp", "--sparse=auto", "--remove-destination", source, target], check=True)
 
 
-def record(recording, writer, how):
+def replace_repeatedly(logged, writer, how):
     """Replaces a file again and again, marks begin and return of each replacement, and returns all its contents."""
     contents = [b"The first file is no chunk file."]
-    expected = recording.image.with_name("expected")
-    with recording.running():
-        path = recording.mounted / "file"
+    expected = logged.image.with_name("expected")
+    with logged.running():
+        path = logged.mounted / "file"
         disks.synced(path, contents[0])
         for number in range(1, REPLACEMENTS + 1):
             task = [str(number), str(SIZES[number % len(SIZES)])]
             subprocess.run([writer, "replace", "in-place", expected, *task], check=True)
             contents.append(expected.read_bytes())
             expected.unlink()
-            recording.mark("begin")
+            logged.mark("begin")
             subprocess.run([writer, "replace", how, path, *task], check=True)
-            recording.mark("return")
+            logged.mark("return")
             if number % 3 == 0:
                 subprocess.run(["sync", "-f", path], check=True)
     return contents
@@ -116,15 +116,15 @@ def record(recording, writer, how):
 class Replay:
     """Builds the states that a power cut can leave, and counts what is found in them."""
 
-    def __init__(self, recording, contents):
-        self.system = recording.system
+    def __init__(self, logged, contents):
+        self.system = logged.system
         self.contents = contents
-        self.flushed = recording.image.with_name("flushed")  # the writes up to the last flush
-        self.state = recording.image.with_name("state")
-        self.folder = recording.image.with_name("state_mounted")
+        self.flushed = logged.image.with_name("flushed")  # the writes up to the last flush
+        self.state = logged.image.with_name("state")
+        self.folder = logged.image.with_name("state_mounted")
         self.folder.mkdir()
-        copy(recording.image, self.flushed)
-        self.entries = list(recording.entries())
+        copy(logged.image, self.flushed)
+        self.entries = list(logged.entries())
         self.found = collections.Counter()
         self.random = random.Random(20)  # the same states of the same log
         self.begun = 0  # replacements
@@ -218,9 +218,9 @@ def write_all(image, writes):
 
 def replay(build, system, how, subsets):
     with disks.scratch_folder() as folder:
-        recording = Recording(system, folder, build)
-        contents = record(recording, build / "tests/long/crashes/chunk_writer", how)
-        return Replay(recording, contents).run(subsets)
+        logged = LoggedDisk(system, folder, build)
+        contents = replace_repeatedly(logged, build / "tests/long/crashes/chunk_writer", how)
+        return Replay(logged, contents).run(subsets)
 
 
 def run(build, states):
