@@ -252,25 +252,50 @@ TEST_F(DurableHostile, NewFileGetsTheUmaskAndAReplacedOneDoesNot)
     EXPECT_EQ(result, 0);
 }
 
-// The group's bits of a mode with an access list are the list's mask: what its entries may grant at most.
-TEST_F(DurableHostile, GroupGetsNoRightThatTheOldAccessListDeniedIt)
+// Owner and user 65534 may read and write, the group and others nothing.
+std::string AccessList()
 {
-    MakeOld();
-    ASSERT_EQ(::chmod(path_.c_str(), 0600), 0);
-    const std::string list(
+    return {
         "\2\0\0\0"                    // version
         "\1\0\6\0\xff\xff\xff\xff"    // owner: read, write
         "\2\0\6\0\xfe\xff\0\0"        // user 65534: read, write
         "\4\0\0\0\xff\xff\xff\xff"    // group: nothing
         "\x10\0\6\0\xff\xff\xff\xff"  // mask
         "\x20\0\0\0\xff\xff\xff\xff",
-        44);  // others: nothing
-    if (::setxattr(path_.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) == -1) {
+        44};  // others: nothing
+}
+
+// Returns false if the file system keeps no access lists.
+bool SetAccessList(const std::string& path, const std::string& kind)
+{
+    const std::string list = AccessList();
+    return ::setxattr(path.c_str(), ("system.posix_acl_" + kind).c_str(), list.data(), list.size(), 0) == 0;
+}
+
+// The group's bits of a mode with an access list are the list's mask: what its entries may grant at most.
+TEST_F(DurableHostile, GroupGetsNoRightThatTheOldAccessListDeniedIt)
+{
+    MakeOld();
+    ASSERT_EQ(::chmod(path_.c_str(), 0600), 0);
+    if (!SetAccessList(path_, "access")) {
         GTEST_SKIP() << "this file system keeps no access lists";
     }
     ASSERT_EQ(ModeOf(path_), 0660U);
     EXPECT_EQ(Write(1), "");
     EXPECT_EQ(ModeOf(path_), 0600U);
+}
+
+TEST_F(DurableHostile, FoldersDefaultAccessListGivesNobodyRightsToAReplacedFile)
+{
+    MakeOld();
+    ASSERT_EQ(::chmod(path_.c_str(), 0660), 0);
+    if (!SetAccessList(folder_.Path(), "default")) {
+        GTEST_SKIP() << "this file system keeps no access lists";
+    }
+    EXPECT_EQ(Write(1), "");
+    EXPECT_EQ(ModeOf(path_), 0660U);
+    EXPECT_EQ(::getxattr(path_.c_str(), "system.posix_acl_access", nullptr, 0), -1);
+    EXPECT_EQ(errno, ENODATA);
 }
 
 TEST_F(DurableAsRoot, FolderThatMayNotBeWrittenIsAFailure)

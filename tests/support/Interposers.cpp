@@ -193,6 +193,11 @@ int setxattr(const char* path, const char* name, const void* value, size_t size,
         name, value, size, flags);
 }
 
+int fremovexattr(int fd, const char* name) noexcept
+{
+    return Interpose<&::fremovexattr>({.name = "fremovexattr", .fd = fd, .attribute = name}, fd, name);
+}
+
 int removexattr(const char* path, const char* name) noexcept
 {
     return Interpose<&::removexattr>({.name = "removexattr", .path = path, .attribute = name}, path, name);

@@ -14,7 +14,7 @@ namespace support {
 struct SystemCall {
     std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "openat", "fchmod", "fchown",
         // "ftruncate", "renameat", "unlinkat", "mmap", "mremap", "munmap", "mprotect", "madvise", and the
-        // six for extended attributes
+        // calls for extended attributes
     int fd = -1;
     // NOLINTBEGIN(readability-redundant-member-init): without a value here, g++ wants one wherever a call is made up
     std::string path = {};

@@ -285,9 +285,11 @@ void DataChunkFileAppender::Walk(int fd)
 {
     const int probe = data_->OpenTail() ? -1 : fd;
     for (std::uint64_t i = 0; i < chunkNumber_; ++i) {
-        DataChunk chunk;
         // An image holds no more records than bytes. This ends the walk if records claim to have no length.
-        if (i >= data_->Size() - kHeaderSize || !IsGoodRecord(chunk, probe)) {
+        const bool mayBeGood =
+            i < data_->Size() - kHeaderSize && currentSize_ < data_->Size() && (probe == -1 || IsWholeInFile(probe));
+        DataChunk chunk;
+        if (!mayBeGood || !IsGoodRecord(chunk)) {
             Log(logger_, kErrorLevel, [&] {
                 return Join("Chunk ", i, " in file ", filename_, " of ", chunkNumber_,
                             " chunks is not good. We skip the remaining ", chunkNumber_ - 1 - i, " chunks");
@@ -302,12 +304,9 @@ void DataChunkFileAppender::Walk(int fd)
 }
 
 // Fills the chunk with the record at currentSize_. Returns false if the record does not parse, or does not lie within
-// the image. `probe` is -1, or the file's descriptor if the image has no tail.
-bool DataChunkFileAppender::IsGoodRecord(DataChunk& chunk, int probe) const
+// the image.
+bool DataChunkFileAppender::IsGoodRecord(DataChunk& chunk) const
 {
-    if (currentSize_ >= data_->Size() || (probe != -1 && !IsWholeInFile(probe))) {
-        return false;
-    }
     return chunk.ReadFrom(data_->Data() + currentSize_) != 0 && data_->Holds(currentSize_, chunk.GetSizeOnFile());
 }
 

@@ -76,7 +76,8 @@ public:
     ///   Except for privileged processes, the system refuses this for another user's file ("Operation not permitted"),
     ///   even a writable one.
     ///
-    /// Throws std::bad_alloc or std::length_error if the image does not fit into memory.
+    /// Throws std::bad_alloc or std::length_error if the image does not fit into memory; std::bad_alloc also if the
+    /// process may not map 4 GiB and the file cannot seek.
     DataChunkFileAppender(std::string filename, bool reopen, std::uint64_t maxSize);
 
     DataChunkFileAppender(const DataChunkFileAppender&) = delete;
@@ -125,7 +126,7 @@ private:
     void Reopen();
     std::uint64_t Load(int fd);
     void Walk(int fd);
-    bool IsGoodRecord(Pellin::DataChunk& chunk, int probe) const;
+    bool IsGoodRecord(Pellin::DataChunk& chunk) const;
     bool IsWholeInFile(int fd) const;
     bool MakeRoom(std::uint64_t chunkSize);
 

@@ -136,6 +136,7 @@ inline bool FileImage::MoveToMapping(std::uint64_t capacity, std::uint64_t tail)
     }
     const bool isHuge = capacity >= kHugePageSize;
     // mprotect comes first, although mremap replaces the pages: if memory is short, it fails before anything has moved.
+    // A failed mremap may have unmapped the region already, and another thread may have mapped there since.
     if (::mprotect(region, capacity, PROT_READ | PROT_WRITE) != 0 ||
         (IsHuge() && ::mremap(bytes_, capacity_, capacity, MREMAP_MAYMOVE | MREMAP_FIXED, region) == MAP_FAILED)) {
         Unmap(region, capacity + tail);

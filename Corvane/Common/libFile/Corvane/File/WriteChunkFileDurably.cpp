@@ -20,21 +20,22 @@
 
 namespace Corvane::File {
 
-// The sizes of an appender's image, in bytes, and its chunks.
+// What an appender is about to write, in bytes.
 struct ImageSizes {
     explicit ImageSizes(const DataChunkFileAppender& appender)
-        : all(appender.data_->Size()), used(appender.currentSize_), chunks(appender.chunkNumber_)
+        : all(appender.data_->Size()), used(appender.currentSize_), flushed(::lseek64(appender.fd_, 0, SEEK_CUR) != 0)
     {
     }
 
     std::uint64_t all;
     std::uint64_t used;
-    std::uint64_t chunks;
+    bool flushed;  // the image does not go to the start of the file
 };
 
 namespace {
 
 constexpr const char* kFreshPrefix = ".corvane.";
+constexpr const char* kAccessList = "system.posix_acl_access";
 constexpr mode_t kNewMode = 0664;  // before the umask
 constexpr mode_t kPrivateMode = 0600;
 constexpr mode_t kPermissions = 0777;
@@ -68,7 +69,6 @@ public:
     void Create();
     void MakeReopenable() const;
     void CompareLength(const ImageSizes& image) const;
-    void CompareCount(const ImageSizes& image) const;
     void Shorten(std::uint64_t size) const;
     void GiveName();
 
@@ -89,8 +89,9 @@ private:
     }
 
     void KeepOwner();
+    void DropAccessList() const;
 
-    std::string filename_;    // as the caller gave it, for the errors
+    std::string filename_;    // as the caller gave it, up to its first zero byte
     std::string folderName_;  // empty, or with a slash at its end
     std::string targetBase_;
     std::string base_;
@@ -117,7 +118,7 @@ void FreshFile::FindTarget()
             Refuse("find", "not a regular file");
         }
     }
-    hadAccessList_ = replaces_ && ::getxattr(target.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+    hadAccessList_ = replaces_ && ::getxattr(target.c_str(), kAccessList, nullptr, 0) > 0;
     folderName_ = target.substr(0, target.rfind('/') + 1);  // npos + 1 is 0
     targetBase_ = target.substr(folderName_.size());
     const int folder = ::open(folderName_.empty() ? "." : folderName_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -158,30 +159,17 @@ void FreshFile::MakeReopenable() const
     }
 }
 
+// The length proves that the image was written only if no earlier Flush has written a part of it.
 void FreshFile::CompareLength(const ImageSizes& image) const
 {
+    if (image.flushed) {
+        Refuse("write", "fill has flushed the appender");
+    }
     struct stat status = {};
     Require(::fstat(file_.Get(), &status) == 0, "write");
     const auto length = static_cast<std::uint64_t>(status.st_size);
-    if (length < image.all) {
+    if (length != image.all) {
         Refuse("write", Join("short write: ", length, " of ", image.all, " bytes"));
-    }
-    if (length > image.all) {
-        Refuse("write", Join(length, " bytes instead of ", image.all, ": the appender was flushed more than once"));
-    }
-}
-
-// If the callback has flushed, the length proves nothing: the appender's own write may have failed altogether.
-void FreshFile::CompareCount(const ImageSizes& image) const
-{
-    std::uint64_t count = 0;
-    if (image.all < kHeaderSize) {
-        return;
-    }
-    Require(::pread(file_.Get(), &count, sizeof count, kChunkNumberPosition) == static_cast<ssize_t>(sizeof count),
-            "write");
-    if (count != image.chunks) {
-        Refuse("write", Join("short write: ", count, " of ", image.chunks, " chunks"));
     }
 }
 
@@ -195,6 +183,7 @@ void FreshFile::GiveName()
 {
     if (replaces_) {
         KeepOwner();
+        DropAccessList();
     }
     Require(::fchmod(file_.Get(), mode_) == 0, "set the mode");
     Require(::fsync(file_.Get()) == 0, "sync");
@@ -213,6 +202,12 @@ void FreshFile::KeepOwner()
         const mode_t common = mode_ & (mode_ >> 3U) & kOtherPermissions;
         mode_ = (mode_ & kOwnerPermissions) | common << 3U | common;
     }
+}
+
+// A folder's default list would give the users that it names the rights that the mode gives the group.
+void FreshFile::DropAccessList() const
+{
+    Require(::fremovexattr(file_.Get(), kAccessList) == 0 || errno == ENODATA || errno == ENOTSUP, "set the mode");
 }
 
 }  // namespace
@@ -234,7 +229,6 @@ void WriteChunkFileDurably(const std::string& filename, std::uint64_t maxSize,
         return ImageSizes(appender);
     }();
     fresh.CompareLength(image);
-    fresh.CompareCount(image);
     if (!bounded) {
         fresh.Shorten(image.used);
     }

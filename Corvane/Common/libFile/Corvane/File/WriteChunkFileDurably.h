@@ -8,8 +8,8 @@
 
 namespace Corvane::File {
 
-/// Writes a chunk file and returns when it is on the disk under its name. Until then the name leads to the old file, or
-/// to none.
+/// Writes a chunk file and returns when it is on the disk under its name. Until the rename, the name leads to the old
+/// file, or to none.
 ///
 /// 1. Makes a fresh file in the folder of `filename`, named `.corvane.` and 16 hexadecimal digits, mode 0600.
 /// 2. Constructs an appender on it and calls `fill`, which appends the chunks and may stop everything by throwing.
@@ -27,7 +27,7 @@ namespace Corvane::File {
 ///   with the old file.
 /// - **Errors**: Throws std::runtime_error `WriteChunkFileDurably: file <name>: <step>: <reason>`, for example
 ///   `WriteChunkFileDurably: file a.chunks: write: short write: 4096 of 1000000 bytes`. Exceptions of `fill`, `check`,
-///   the appender and the allocator pass. In each case the fresh file is removed and the old one is whole. The one
+///   the appender and the allocator pass; in the appender's destructor they end the process. In each case the fresh file is removed and the old one is whole. The one
 ///   exception: if the step is `sync the folder; the new file stands`, a power cut may still undo the rename.
 /// - **Kill**: A process that is killed may leave the fresh file. Nobody else uses such a name; remove it when no writer
 ///   runs.
