@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <tuple>
 
 #include "support/ChunkFileTest.h"
 #include "support/Files.h"
+#include "support/SystemCalls.h"
 #include "support/scripted/ScriptedPlatform.h"
 
 namespace {
@@ -12,6 +14,7 @@ namespace {
 using Corvane::Pellin::DataChunk;
 using support::kUnbounded;
 using support::ReadFile;
+using support::SystemCalls;
 using support::Thrown;
 using support::Word;
 
@@ -45,6 +48,26 @@ TEST_F(Walk, EndsAtTheImagesEnd)
     const auto appender = Reopened(kUnbounded);
     EXPECT_EQ(appender.GetTimePoints().size(), 10U);
     EXPECT_EQ(platform_.logger.Lines().at(1), NotGood(10, 50, 39));
+}
+
+// The chunk of a record is gone before the next one is made, with the tail and without it.
+TEST_F(Walk, HoldsOneChunkAtATime)
+{
+    for (const bool withTail : {true, false}) {
+        const DataChunk first(1, 100);
+        const DataChunk second(2, 50);
+        std::string file = Word(2) + Word(2) + std::string(150, '\0');
+        first.Write(reinterpret_cast<unsigned char*>(file.data()) + 16);
+        second.Write(reinterpret_cast<unsigned char*>(file.data()) + 116);
+        support::WriteFile(path_, file);
+        SystemCalls calls;
+        if (!withTail) {
+            calls.Fail("mmap", ENOMEM);
+        }
+        DataChunk::mostAlive = DataChunk::alive;
+        EXPECT_EQ(Reopened(kUnbounded).GetTimePoints().size(), 2U);
+        EXPECT_EQ(DataChunk::mostAlive, 3);  // one besides this test's own
+    }
 }
 
 TEST_F(Walk, NeverParsesPastTheImagesEnd)

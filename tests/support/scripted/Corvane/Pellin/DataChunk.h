@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -20,10 +21,14 @@ public:
     static constexpr std::uint64_t kHeadSize = 24;
 
     DataChunk() : DataChunk(0, 0) {}
-    DataChunk(std::int64_t time, std::uint64_t size) : time_(time), size_(size) {}
+    DataChunk(std::int64_t time, std::uint64_t size) : time_(time), size_(size)
+    {
+        ++alive;
+        mostAlive = std::max(mostAlive, alive);
+    }
     DataChunk(const DataChunk&) = delete;
     DataChunk& operator=(const DataChunk&) = delete;
-    ~DataChunk() = default;
+    ~DataChunk() { --alive; }
 
     Time::TimePoint GetTimePoint() const
     {
@@ -85,6 +90,10 @@ public:
     static inline std::function<void()> onReadFrom;
     static inline std::function<std::uint64_t(DataChunk&, const unsigned char*)> parse;
     static inline const std::set<std::string>* lastNames = nullptr;
+
+    // Chunks that exist now, and the most that have existed at once since a test set this.
+    static inline int alive = 0;
+    static inline int mostAlive = 0;
 
 private:
     static void Call(const std::function<void()>& function)
