@@ -88,11 +88,28 @@ protected:
 
 TEST_F(FileImageCalls, SmallImageMakesNone)
 {
-    image_->Cover(0, kHugePage / 4);
-    image_->Cover(kHugePage / 4, 1000);
+    image_->Cover(0, kHugePage / 64);
+    image_->Cover(kHugePage / 64, 1000);
     image_->PopulateForReading(5000);
     image_.reset();
     EXPECT_EQ(calls_.Names(), Lines{});
+}
+
+// Every page that the image touches, and no page more.
+TEST_F(FileImageCalls, HeapImageFrom128KiBOnAvoidsHugePages)
+{
+    for (const std::uint64_t size : {kHugePage / 16, kHugePage - 1}) {
+        image_ = std::make_unique<FileImage>();
+        calls_.Clear();
+        image_->Cover(0, size);
+        ASSERT_EQ(calls_.Names(), Lines{"madvise"});
+        const SystemCall advice = calls_.Calls()[0];
+        const auto begin = reinterpret_cast<std::uintptr_t>(advice.buffer);
+        const auto bytes = reinterpret_cast<std::uintptr_t>(image_->Data());
+        EXPECT_EQ(begin, bytes / kPage * kPage);
+        EXPECT_EQ(begin + advice.size, bytes + size);
+        EXPECT_EQ(advice.flags, MADV_NOHUGEPAGE);
+    }
 }
 
 TEST_F(FileImageCalls, FirstMappingIsAsLongAsItsPagesAndBeginsOnAHugeOne)
@@ -184,9 +201,11 @@ TEST_F(FileImageCalls, TailOfASmallImageIsReservedWithItAndOpenedLater)
 
     calls_.Clear();
     EXPECT_TRUE(image_->OpenTail());
-    ASSERT_EQ(calls_.Names(), Lines{"mprotect"});
+    ASSERT_EQ(calls_.Names(), (Lines{"mprotect", "madvise"}));
     ExpectCall(calls_.Calls()[0], "mprotect", image_->Data() + kPage, kTail);
     EXPECT_EQ(calls_.Calls()[0].mode, static_cast<unsigned>(PROT_READ));
+    ExpectCall(calls_.Calls()[1], "madvise", image_->Data() + kPage, kTail);
+    EXPECT_EQ(calls_.Calls()[1].flags, MADV_HUGEPAGE);
 
     calls_.Clear();
     image_->DropTail();

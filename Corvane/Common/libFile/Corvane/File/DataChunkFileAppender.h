@@ -24,9 +24,9 @@ class FileImage;
 ///   and to learn of a full disk, use WriteChunkFileDurably().
 /// - **Limit**: One `write` moves at most 2,147,479,552 bytes, a limit of Linux. A longer image ends there, and the log
 ///   entry "Could not write ..." of Flush says so.
-/// - **Memory**: A bounded image has `maxSize` bytes, an unbounded one the header and the chunks. Bytes that nobody has
-///   touched take no memory. From 2 MiB on the image lies on huge pages: it takes its bytes in use or loaded, and at
-///   most 2 MiB more.
+/// - **Memory**: A bounded image has `maxSize` bytes, an unbounded one the header and the chunks. Below 2 MiB, pages
+///   that nobody has touched take no memory. From 2 MiB on the image lies on huge pages: it takes its bytes in use or
+///   loaded, and at most 2 MiB more.
 /// - **Owns**: Its descriptor, its image and its set of time points. Chunks stay the caller's. The logger is the
 ///   platform's.
 /// - **Errors**: The constructor throws, and logs none of its failures. Append returns false for a refused chunk, Flush

@@ -18,7 +18,8 @@ namespace Corvane::File {
 // by moving page tables instead of bytes. A std::vector was rejected: it clears the bytes that the chunks overwrite,
 // and copies all of them each time it grows.
 //
-// Memory: untouched bytes take none. Touched ones take whole huge pages from 2 MiB on, so at most 2 MiB more.
+// Memory: below 2 MiB, untouched pages take none. From 2 MiB on, touched bytes take whole huge pages: at most 2 MiB
+// more. An image that has grown can so take up to 2 MiB more than a std::vector.
 //
 // With a tail, 4 GiB of readable zeros follow the array while a file is parsed. ReadFrom gets no length: verifying the
 // checksum of a truncated record reads past the image, and the tail makes such reads safe. 4 GiB suffice for every
@@ -58,10 +59,12 @@ private:
     static constexpr std::uint64_t kMaxSize = PTRDIFF_MAX;
     static constexpr std::uint64_t kPageSize = 4096;
     static constexpr std::uint64_t kHugePageSize = std::uint64_t{1} << 21U;
+    static constexpr std::uint64_t kAdvisedHeap = std::uint64_t{1} << 17U;
     static constexpr std::uint64_t kTailSize = std::uint64_t{1} << 32U;
     static constexpr int kPopulateRead = 22;  // MADV_POPULATE_READ, newer than the oldest headers that we support
 
     static std::uint64_t RoundUp(std::uint64_t bytes, std::uint64_t step) { return (bytes + step - 1) / step * step; }
+    static void AvoidHugePages(unsigned char* bytes, std::uint64_t size) noexcept;
     static unsigned char* Map(std::uint64_t size) noexcept;
     static void Unmap(unsigned char* bytes, std::uint64_t size) noexcept;
 
@@ -119,12 +122,23 @@ inline void FileImage::MoveToHeap(std::uint64_t capacity)
     if (bytes == nullptr) {
         throw std::bad_alloc();
     }
+    AvoidHugePages(bytes, capacity);
     std::copy(bytes_, bytes_ + size_, bytes);
     Free();
     bytes_ = bytes;
     capacity_ = capacity;
     tail_ = 0;
     mapped_ = false;
+}
+
+// Where the system gives every program huge pages, the kernel would make one of touched and untouched heap pages. Less
+// than 128 KiB is not worth the call.
+inline void FileImage::AvoidHugePages(unsigned char* bytes, std::uint64_t size) noexcept
+{
+    if (size >= kAdvisedHeap) {
+        const std::uint64_t before = reinterpret_cast<std::uintptr_t>(bytes) % kPageSize;
+        ::madvise(bytes - before, before + size, MADV_NOHUGEPAGE);
+    }
 }
 
 // Returns false if the system refuses; the image is then unchanged.
@@ -160,7 +174,12 @@ inline bool FileImage::MoveToMapping(std::uint64_t capacity, std::uint64_t tail)
 
 inline bool FileImage::OpenTail() noexcept
 {
-    return tail_ != 0 && ::mprotect(bytes_ + capacity_, tail_, PROT_READ) == 0;
+    if (tail_ == 0 || ::mprotect(bytes_ + capacity_, tail_, PROT_READ) != 0) {
+        return false;
+    }
+    // One fault then maps 2 MiB of the kernel's shared zeros instead of 4 KiB. A record may claim 1 GiB.
+    ::madvise(bytes_ + capacity_, tail_, MADV_HUGEPAGE);
+    return true;
 }
 
 inline void FileImage::DropTail() noexcept
