@@ -18,22 +18,6 @@
 
 namespace support {
 
-namespace {
-
-// A figure of /proc/self/status, in bytes.
-std::uint64_t FromStatus(const std::string& name)
-{
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(name, 0) == 0) {
-            return std::stoull(line.substr(name.size())) * 1024;
-        }
-    }
-    throw std::runtime_error("/proc/self/status has no " + name);
-}
-
-}  // namespace
-
 TemporaryFolder::TemporaryFolder()
 {
     const char* const chosen = std::getenv("CORVANE_TEST_FOLDER");  // NOLINT(concurrency-mt-unsafe): nothing sets it
@@ -102,6 +86,17 @@ std::set<int> OpenDescriptors()
         }
     }
     return descriptors;
+}
+
+std::uint64_t FromStatus(const std::string& name)
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(name, 0) == 0) {
+            return std::stoull(line.substr(name.size())) * 1024;
+        }
+    }
+    throw std::runtime_error("/proc/self/status has no " + name);
 }
 
 std::uint64_t OwnMemory()

@@ -43,6 +43,9 @@ constexpr bool kSanitized = false;
 
 std::set<int> OpenDescriptors();
 
+// A figure of this process in /proc/self/status, in bytes: "VmSize:" for example.
+std::uint64_t FromStatus(const std::string& name);
+
 // This process's own memory in bytes. It includes swapped pages and no file pages, so other programs do not change it.
 std::uint64_t OwnMemory();
 
