@@ -159,7 +159,7 @@ void FreshFile::MakeReopenable() const
     }
 }
 
-// The length proves that the image was written only if no earlier Flush has written a part of it.
+// The length proves that the whole image was written, unless an earlier Flush has written a part of it.
 void FreshFile::CompareLength(const ImageSizes& image) const
 {
     if (image.flushed) {
@@ -204,7 +204,7 @@ void FreshFile::KeepOwner()
     }
 }
 
-// A folder's default list would give the users that it names the rights that the mode gives the group.
+// Otherwise a folder's default list would give the mode's group rights to the users that it names.
 void FreshFile::DropAccessList() const
 {
     Require(::fremovexattr(file_.Get(), kAccessList) == 0 || errno == ENODATA || errno == ENOTSUP, "set the mode");

@@ -12,7 +12,8 @@ namespace Corvane::File {
 /// file, or to none.
 ///
 /// 1. Makes a fresh file in the folder of `filename`, named `.corvane.` and 16 hexadecimal digits, mode 0600.
-/// 2. Constructs an appender on it and calls `fill`, which appends the chunks and may stop everything by throwing.
+/// 2. Constructs an appender on it and calls `fill`, which appends the chunks. It must not call Flush. It may stop
+///    everything by throwing.
 /// 3. Destroys the appender, which writes the file, and compares the file's length with the image's.
 /// 4. Calls `check`, if there is one, with the fresh file's name. It may read the file, and refuse it by throwing.
 /// 5. Sets mode and owner, and syncs the file. Renames it to `filename`, and syncs the folder.
@@ -27,10 +28,10 @@ namespace Corvane::File {
 ///   with the old file.
 /// - **Errors**: Throws std::runtime_error `WriteChunkFileDurably: file <name>: <step>: <reason>`, for example
 ///   `WriteChunkFileDurably: file a.chunks: write: short write: 4096 of 1000000 bytes`. Exceptions of `fill`, `check`,
-///   the appender and the allocator pass; in the appender's destructor they end the process. In each case the fresh file is removed and the old one is whole. The one
-///   exception: if the step is `sync the folder; the new file stands`, a power cut may still undo the rename.
-/// - **Kill**: A process that is killed may leave the fresh file. Nobody else uses such a name; remove it when no writer
-///   runs.
+///   the appender and the allocator pass; in the appender's destructor they end the process. If the function throws,
+///   the fresh file is removed and the old one is whole, with one exception. After the step `sync the folder; the new
+///   file stands`, a power cut may still undo the rename.
+/// - **Kill**: A killed process may leave the fresh file. Nobody else uses such a name; remove it when no writer runs.
 /// - **Threads**: Any number of calls at once. If two write the same name, the later rename wins, whole.
 /// - **Log**: Nothing of its own. The appender logs as always.
 void WriteChunkFileDurably(const std::string& filename, std::uint64_t maxSize,
