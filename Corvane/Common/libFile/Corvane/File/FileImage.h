@@ -19,7 +19,7 @@ namespace Corvane::File {
 // and copies all of them each time it grows.
 //
 // Memory: below 2 MiB, untouched pages take none. From 2 MiB on, touched bytes take whole huge pages: at most 2 MiB
-// more. An image that has grown can so take up to 2 MiB more than a std::vector.
+// more. So an image that has grown can take up to 2 MiB more than a std::vector.
 //
 // With a tail, 4 GiB of readable zeros follow the array while a file is parsed. ReadFrom gets no length: verifying the
 // checksum of a truncated record reads past the image, and the tail makes such reads safe. 4 GiB suffice for every
@@ -131,8 +131,8 @@ inline void FileImage::MoveToHeap(std::uint64_t capacity)
     mapped_ = false;
 }
 
-// Where the system gives every program huge pages, the kernel would make one of touched and untouched heap pages. Less
-// than 128 KiB is not worth the call.
+// Where every program gets huge pages, the kernel would merge touched and untouched heap pages into one. Below 128 KiB
+// the call does not pay.
 inline void FileImage::AvoidHugePages(unsigned char* bytes, std::uint64_t size) noexcept
 {
     if (size >= kAdvisedHeap) {
