@@ -5,7 +5,7 @@
 
 namespace support {
 
-// Expects that a log entry's file and line are those of a statement in this source of the library, such as
+// Expects that a log entry's file and line name a statement in this source of the library, such as
 // "ExtendedAttributes.cpp". The statement contains the last piece, which comes after the other pieces.
 void ExpectStatement(const std::string& file, int line, const std::string& source,
                      std::initializer_list<std::string> pieces);
