@@ -6,20 +6,19 @@
 
 int main(int count, char** arguments)
 {
-    if (count < 2) {
-        std::cerr << "usage: replace_file FILE [TEXT...]\n";
-        return 1;
-    }
-    const auto fill = [&](Corvane::File::DataChunkFileAppender& file) {
-        for (int i = 2; i < count; ++i) {
-            Corvane::Pellin::DataChunk chunk(Corvane::Time::TimePoint::Now());
-            chunk.Set("text", arguments[i]);
-            if (!file.Append(chunk)) {
-                throw std::runtime_error("a chunk is refused: see the log");
-            }
-        }
-    };
     try {
+        if (count < 2) {
+            throw std::runtime_error("usage: replace_file FILE [TEXT...]");
+        }
+        const auto fill = [&](Corvane::File::DataChunkFileAppender& file) {
+            for (int i = 2; i < count; ++i) {
+                Corvane::Pellin::DataChunk chunk(Corvane::Time::TimePoint::Now());
+                chunk.Set("text", arguments[i]);
+                if (!file.Append(chunk)) {
+                    throw std::runtime_error("a chunk is refused: see the log");
+                }
+            }
+        };
         Corvane::File::WriteChunkFileDurably(arguments[1], /* maxSize = */ 65536, fill);
         return 0;
     } catch (const std::exception& error) {

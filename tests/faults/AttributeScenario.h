@@ -28,6 +28,7 @@ struct AttributeOperation {
     std::function<void(AttributeWork&)> call;
     // The texts of a failure: logged with the reason, for the first or the second system call; and thrown.
     std::function<std::string(const AttributeWork&, bool afterFirst)> text;
+    // NOLINTNEXTLINE(readability-redundant-member-init): without a value, g++ wants one for each flag variant
     std::function<std::string(const AttributeWork&)> thrownText = {};
 };
 
