@@ -131,7 +131,7 @@ TEST_P(AppenderExceptions, ThrowingOutputOfATimePointLeavesTheImageAsItWas)
 // An unbounded image refuses no size.
 using BoundedAppenderExceptions = AppenderExceptions;
 
-TEST_P(BoundedAppenderExceptions, ThrowingLoggerOfAChunkThatIsTooLongLeavesTheImageAsItWas)
+TEST_P(BoundedAppenderExceptions, ThrowingLoggerOfAnOversizeChunkLeavesTheImageAsItWas)
 {
     ExpectToThrow(platform_.logger.onLog, DataChunk(99, 500));
     EXPECT_EQ(Written(), Image({&first_, &second_}));
@@ -161,7 +161,7 @@ TEST_P(AppenderExceptions, ImpossibleSizeIsNeverWritten)
 }
 
 constexpr auto kName = [](const auto& parameter) { return parameter.param == 0 ? "Unbounded" : "Bounded"; };
-INSTANTIATE_TEST_SUITE_P(BoundedAndUnbounded, AppenderExceptions, testing::Values(400, 0), kName);
+INSTANTIATE_TEST_SUITE_P(Both, AppenderExceptions, testing::Values(400, 0), kName);
 INSTANTIATE_TEST_SUITE_P(Bounded, BoundedAppenderExceptions, testing::Values(400), kName);
 
 TEST(FirstAppend, ThrowingInAnEmptyUnboundedImageLeavesNothingToWrite)

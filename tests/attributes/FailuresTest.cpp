@@ -95,7 +95,7 @@ Failure WriteByDescriptor(std::string_view plainOrBinary)
 {
     const std::string value(plainOrBinary);
     const std::string text = "Cannot set user.name to " + value + " on -1";
-    return {value == kPlainValue ? "WriteByDescriptor" : "WriteByDescriptorOfBinaryValue",
+    return {value == kPlainValue ? "WriteByDescriptor" : "WriteByDescriptorBinary",
             "fsetxattr",
             0,
             [value](bool& success) { ExtendedAttributes::Write(-1, kName, value, success); },
@@ -110,7 +110,7 @@ Failure WriteByPath(std::string_view plainOrBinary)
 {
     const std::string value(plainOrBinary);
     const std::string text = "Cannot set user.name to " + value + " on /some/file";
-    return {value == kPlainValue ? "WriteByPath" : "WriteByPathOfBinaryValue",
+    return {value == kPlainValue ? "WriteByPath" : "WriteByPathBinary",
             "setxattr",
             0,
             [value](bool& success) { ExtendedAttributes::Write(kPath, kName, value, success); },
@@ -368,7 +368,7 @@ TEST_P(Failures, ResultBelowMinusOneIsAFailureOfQueriesOnly)
     EXPECT_EQ(platform_.logger.Lines(), IsQuery(GetParam()) ? Lines{FlagLine(EIO)} : Lines{});
 }
 
-INSTANTIATE_TEST_SUITE_P(OfEachOperation, Failures,
+INSTANTIATE_TEST_SUITE_P(Each, Failures,
                          testing::Values(ReadByDescriptor(0), ReadByDescriptor(1), ReadByPath(0), ReadByPath(1),
                                          List(0), List(1), WriteByDescriptor(kPlainValue),
                                          WriteByDescriptor(kBinaryValue), WriteByPath(kPlainValue),

@@ -104,7 +104,7 @@ bool AppenderScenario::Succeeded() const
 }
 
 // The bytes that reopening could load; a file that cannot be read to its end counts as empty.
-std::uint64_t AppenderScenario::Loaded(const Calls& calls) const
+std::uint64_t AppenderScenario::Loaded(const Calls& calls)
 {
     bool failed = calls.empty();
     for (const SystemCall& call : calls) {

@@ -63,7 +63,7 @@ private:
     using Calls = std::vector<support::SystemCall>;
 
     void AppendAll(Corvane::File::DataChunkFileAppender& appender);
-    std::uint64_t Loaded(const Calls& calls) const;
+    static std::uint64_t Loaded(const Calls& calls);
     std::uint64_t GoodRecords(std::uint64_t loaded) const;
     std::string ExpectedImage(std::uint64_t loaded) const;
     Lines ConstructionLines(std::uint64_t loaded) const;

@@ -72,7 +72,8 @@ std::string Record::Bytes() const
 
 void PrintTo(Form form, std::ostream* stream)
 {
-    *stream << (form == Form::kMemory ? "Memory" : form == Form::kDescriptor ? "Descriptor" : "DescriptorWithNames");
+    const std::vector<std::string> names = {"Memory", "Descriptor", "DescriptorWithNames"};
+    *stream << names[static_cast<std::size_t>(form)];
 }
 
 OpenFile::OpenFile(const std::string& bytes) : fd_(::memfd_create("record", 0))

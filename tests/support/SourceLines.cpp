@@ -62,7 +62,7 @@ SourceLines LoggingStatement(const std::string& source, std::initializer_list<st
     for (const std::string& piece : pieces) {
         position = text.find(piece, position);
         if (position == std::string::npos) {
-            throw std::runtime_error(source + " does not contain: " + piece);
+            throw std::runtime_error(std::string(source).append(" does not contain: ").append(piece));
         }
     }
     const std::size_t call = CallBefore(text, position);
