@@ -123,21 +123,28 @@ void Suffer(Scarce scarce, const SmallCgroup& cgroup)
 {
     switch (scarce) {
         case Scarce::kAddressSpace64MiB:
-            return SetLimit(RLIMIT_AS, 64 * kMebibyte);
+            SetLimit(RLIMIT_AS, 64 * kMebibyte);
+            break;
         case Scarce::kAddressSpace256MiB:
-            return SetLimit(RLIMIT_AS, 256 * kMebibyte);
+            SetLimit(RLIMIT_AS, 256 * kMebibyte);
+            break;
         case Scarce::kAddressSpace512MiB:
-            return SetLimit(RLIMIT_AS, 512 * kMebibyte);
+            SetLimit(RLIMIT_AS, 512 * kMebibyte);
+            break;
         case Scarce::kAddressSpace1024MiB:
-            return SetLimit(RLIMIT_AS, 1024 * kMebibyte);
+            SetLimit(RLIMIT_AS, 1024 * kMebibyte);
+            break;
         case Scarce::kNothingButAllIsLocked:
-            return Lock(MCL_CURRENT | MCL_FUTURE);
+            Lock(MCL_CURRENT | MCL_FUTURE);
+            break;
         case Scarce::kMemoryOfCgroup:
-            return cgroup.Enter();
+            cgroup.Enter();
+            break;
         case Scarce::kLockableMemory:
             support::BecomeUnprivileged();
             SetLimit(RLIMIT_MEMLOCK, 8 * kMebibyte);
-            return Lock(MCL_FUTURE);  // not what the process has now: that may be more than it may lock
+            Lock(MCL_FUTURE);  // not what the process has now: that may be more than it may lock
+            break;
     }
 }
 

@@ -82,6 +82,7 @@ std::uint64_t HowMany(const Scenario& scenario)
 std::vector<DataChunk> ChunksOf(const Scenario& scenario)
 {
     std::vector<DataChunk> chunks;
+    chunks.reserve(static_cast<std::size_t>(scenario.records));
     for (int i = 0; i < scenario.records; ++i) {
         chunks.push_back(support::ChunkOfSize(i, scenario.recordSize));
     }
