@@ -1,0 +1,167 @@
+#include "chunkfile/Json.h"
+
+#include <array>
+#include <cstring>
+
+#include "chunkfile/JsonGrammar.h"
+#include "chunkfile/Utf8.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+constexpr std::string_view kBase64Mark = "base64:";
+
+// The two digits of each twelve bits.
+constexpr auto kBase64 = [] {
+    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<std::array<char, 2>, 4096> pairs = {};
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        pairs[i] = {digits[i / 64], digits[i % 64]};
+    }
+    return pairs;
+}();
+
+// Three bytes, or the last one or two and zeros, as four digits.
+void EncodeGroup(const char* bytes, std::size_t size, char* digits)
+{
+    std::array<unsigned char, 3> group = {};
+    std::memcpy(group.data(), bytes, size);
+    const unsigned bits = unsigned{group[0]} << 16U | unsigned{group[1]} << 8U | group[2];
+    std::memcpy(digits, kBase64[bits >> 12U].data(), 2);
+    std::memcpy(digits + 2, kBase64[bits & 0xFFFU].data(), 2);
+}
+
+void AppendBase64(std::string& line, std::string_view bytes)
+{
+    const std::size_t begin = line.size();
+    const std::size_t rest = bytes.size() % 3;
+    line.resize(begin + (bytes.size() + 2) / 3 * 4);
+    char* digits = line.data() + begin;
+    for (std::size_t at = 0; at < bytes.size() - rest; at += 3, digits += 4) {
+        EncodeGroup(bytes.data() + at, 3, digits);
+    }
+    if (rest != 0) {
+        EncodeGroup(bytes.data() + bytes.size() - rest, rest, digits);
+        line.replace(line.size() - 3 + rest, 3 - rest, 3 - rest, '=');
+    }
+}
+
+void AppendEscaped(std::string& line, std::uint32_t code)
+{
+    constexpr std::string_view escaped = "\"\\\b\f\n\r\t";
+    constexpr std::string_view letters = "\"\\bfnrt";
+    constexpr std::string_view hex = "0123456789abcdef";
+    const std::size_t at = code < 0x80 ? escaped.find(static_cast<char>(code)) : std::string_view::npos;
+    if (at != std::string_view::npos) {
+        line.append({'\\', letters[at]});
+    } else {
+        line.append("\\u00").append({hex[code / 16], hex[code % 16]});
+    }
+}
+
+// Appends the text as a string with its quotes, or nothing if it is not UTF-8.
+bool AppendIfUtf8(std::string& line, std::string_view text)
+{
+    const std::size_t begin = line.size();
+    line += '"';
+    for (;;) {
+        const std::size_t plain = PlainPrefix(text);
+        line.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            line += '"';
+            return true;
+        }
+        const Character next = FirstCharacter(text);
+        if (next.code == kNoCharacter) {
+            line.resize(begin);
+            return false;
+        }
+        if (IsControl(next.code) || next.code == '"' || next.code == '\\') {
+            AppendEscaped(line, next.code);
+        } else {
+            line.append(text.substr(0, next.size));
+        }
+        text.remove_prefix(next.size);
+    }
+}
+
+// Whether the object could be taken for bytes in base64, by a program that reads escapes too.
+bool LooksLikeBytes(std::string_view json)
+{
+    const std::string_view name = json.substr(0, json.find('"', 2)).substr(std::min<std::size_t>(2, json.size()));
+    return json.starts_with("{\"") && (name == "base64" || name.find('\\') != std::string_view::npos);
+}
+
+}  // namespace
+
+void AppendJsonName(std::string& line, std::string_view name)
+{
+    if (name.starts_with(kBase64Mark) || !AppendIfUtf8(line, name)) {
+        AppendBase64(line.append("\"").append(kBase64Mark), name);
+        line += '"';
+    }
+}
+
+void AppendJsonValue(std::string& line, std::string_view value, bool typed)
+{
+    if (typed && IsCompactJson(value) && !LooksLikeBytes(value)) {
+        line.append(value);
+    } else if (!AppendIfUtf8(line, value)) {
+        AppendBase64(line.append("{\"base64\":\""), value);
+        line.append("\"}");
+    }
+}
+
+std::string TextOrBase64(std::string_view bytes)
+{
+    std::string text;
+    if (!bytes.starts_with(kBase64Mark) && AppendIfUtf8(text, bytes)) {
+        return std::string(bytes);
+    }
+    AppendBase64(text.append(kBase64Mark), bytes);
+    return text;
+}
+
+JsonDocument& JsonDocument::Open(char bracket, std::string_view name)
+{
+    Begin(name);
+    line_ += bracket;
+    closing_ += bracket == '{' ? '}' : ']';
+    return *this;
+}
+
+JsonDocument& JsonDocument::Close()
+{
+    line_ += closing_.back();
+    closing_.pop_back();
+    return *this;
+}
+
+JsonDocument& JsonDocument::Member(std::string_view name, std::string_view text)
+{
+    Begin(name);
+    AppendJsonName(line_, text);
+    return *this;
+}
+
+JsonDocument& JsonDocument::Plain(std::string_view name, std::string_view text)
+{
+    Begin(name);
+    line_.append(text);
+    return *this;
+}
+
+void JsonDocument::Begin(std::string_view name)
+{
+    if (!line_.empty() && line_.back() != '{' && line_.back() != '[') {
+        line_ += ',';
+    }
+    if (name.data() != nullptr) {  // an empty name is one too
+        AppendJsonName(line_, name);
+        line_ += ':';
+    }
+}
+
+}  // namespace Corvane::FileTool

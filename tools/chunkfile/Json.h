@@ -1,0 +1,57 @@
+#pragma once
+
+#include <concepts>
+#include <string>
+#include <string_view>
+
+namespace Corvane::FileTool {
+
+/// Appends the name of a field with its quotes. One that is not UTF-8 becomes `base64:` and its bytes in base64, and so
+/// does one that begins with `base64:`. So each name can be had back.
+void AppendJsonName(std::string& line, std::string_view name);
+
+/// Appends the value of a field, so that its bytes can be had back:
+/// - compact JSON but no string, if `typed`: the bytes themselves
+/// - other UTF-8: a string. So is an object that begins with the name "base64", or with a name that has an escape.
+/// - other bytes: `{"base64":"..."}`
+void AppendJsonValue(std::string& line, std::string_view value, bool typed);
+
+/// The bytes if they are UTF-8 and do not begin with `base64:`; else `base64:` and the bytes in base64.
+std::string TextOrBase64(std::string_view bytes);
+
+/// Builds a JSON document in one line. The caller opens and closes in an order that makes sense; commas are this
+/// class's. Texts that are not UTF-8 become TextOrBase64.
+class JsonDocument {
+public:
+    /// Opens `{` or `[`: as a member, or without a name as an element or the document.
+    JsonDocument& Open(char bracket, std::string_view name = {});
+    JsonDocument& Close();
+
+    JsonDocument& Member(std::string_view name, std::string_view text);
+    JsonDocument& Member(std::string_view name, const char* text) { return Member(name, std::string_view(text)); }
+    template <std::integral Value>
+    JsonDocument& Member(std::string_view name, Value value)
+    {
+        if constexpr (std::same_as<Value, bool>) {
+            return Plain(name, value ? "true" : "false");
+        } else {
+            return Plain(name, std::to_string(value));
+        }
+    }
+    JsonDocument& Null(std::string_view name) { return Plain(name, "null"); }
+
+    /// Adds to an array.
+    JsonDocument& Element(std::string_view text) { return Member({}, text); }
+
+    /// The document so far, without a line feed.
+    const std::string& Line() const { return line_; }
+
+private:
+    void Begin(std::string_view name);
+    JsonDocument& Plain(std::string_view name, std::string_view text);
+
+    std::string line_;
+    std::string closing_;  // for the brackets that are open
+};
+
+}  // namespace Corvane::FileTool

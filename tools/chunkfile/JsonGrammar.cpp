@@ -1,0 +1,133 @@
+#include "chunkfile/JsonGrammar.h"
+
+#include <charconv>
+#include <cstdint>
+
+#include "chunkfile/Utf8.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+// Takes compact JSON from the front of a text. Each member returns false if something else stands there.
+class Grammar {
+public:
+    explicit Grammar(std::string_view text) : rest_(text) {}
+
+    bool AtEnd() const { return rest_.empty(); }
+
+    bool Value(int nesting)  // NOLINT(misc-no-recursion): no deeper than kMostNesting
+    {
+        if (rest_.starts_with('{') || rest_.starts_with('[')) {
+            return nesting < kMostNesting && Members(rest_.starts_with('{'), nesting + 1);
+        }
+        return String() || Take("true") || Take("false") || Take("null") || Number();
+    }
+
+private:
+    bool Take(std::string_view word)
+    {
+        const bool found = rest_.starts_with(word);
+        rest_.remove_prefix(found ? word.size() : 0);
+        return found;
+    }
+
+    bool Members(bool object, int nesting)  // NOLINT(misc-no-recursion)
+    {
+        const std::string_view end = object ? "}" : "]";
+        rest_.remove_prefix(1);
+        if (Take(end)) {
+            return true;
+        }
+        do {
+            if ((object && !(String() && Take(":"))) || !Value(nesting)) {
+                return false;
+            }
+        } while (Take(","));
+        return Take(end);
+    }
+
+    bool Digits()
+    {
+        const std::size_t before = rest_.size();
+        rest_.remove_prefix(std::min(rest_.find_first_not_of("0123456789"), rest_.size()));
+        return rest_.size() != before;
+    }
+
+    bool Number()
+    {
+        Take("-");
+        if ((!Take("0") && !Digits()) || (Take(".") && !Digits())) {
+            return false;
+        }
+        if (Take("e") || Take("E")) {
+            static_cast<void>(Take("+") || Take("-"));
+            return Digits();
+        }
+        return true;
+    }
+
+    bool String()
+    {
+        if (!Take("\"")) {
+            return false;
+        }
+        while (!Take("\"")) {
+            rest_.remove_prefix(PlainPrefix(rest_));
+            if (rest_.empty() || !(rest_.starts_with('"') || Escape() || OtherCharacter())) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool OtherCharacter()
+    {
+        const Character character = FirstCharacter(rest_);
+        if (character.code == kNoCharacter || character.code == '\\' || IsControl(character.code)) {
+            return false;
+        }
+        rest_.remove_prefix(character.size);
+        return true;
+    }
+
+    bool Escape()
+    {
+        constexpr std::string_view letters = "\"\\/bfnrt";
+        if (rest_.size() < 2 || rest_[0] != '\\') {
+            return false;
+        }
+        if (letters.find(rest_[1]) != std::string_view::npos) {
+            rest_.remove_prefix(2);
+            return true;
+        }
+        const std::uint32_t first = Unit();
+        return first < 0xD800 || (first >= 0xE000 && first <= 0xFFFF) ||
+               (first < 0xDC00 && (Unit() & ~0x3FFU) == 0xDC00);
+    }
+
+    // Takes \uXXXX; kNoCharacter if something else stands there.
+    std::uint32_t Unit()
+    {
+        std::uint32_t unit = 0;
+        const std::string_view digits = rest_.substr(std::min<std::size_t>(2, rest_.size()), 4);
+        const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), unit, 16);
+        if (!rest_.starts_with("\\u") || parsed.ptr != digits.data() + 4) {
+            return kNoCharacter;
+        }
+        rest_.remove_prefix(6);
+        return unit;
+    }
+
+    std::string_view rest_;
+};
+
+}  // namespace
+
+bool IsCompactJson(std::string_view bytes)
+{
+    Grammar grammar(bytes);
+    return !bytes.starts_with('"') && grammar.Value(0) && grammar.AtEnd();
+}
+
+}  // namespace Corvane::FileTool

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Corvane::FileTool {
+
+/// One end of a span of time, as a user writes it.
+struct TimeBound {
+    enum class Base { Epoch, First, Last };
+    Base base;
+    std::int64_t nanoseconds;  ///< from 1970-01-01 00:00 UTC, or from the file's first or last record
+
+    /// The bound for a file with these first and last times; at the end of the range where it would be outside.
+    std::int64_t In(std::int64_t first, std::int64_t last) const;
+};
+
+/// Reads RFC 3339 (`2026-11-21T08:30:00.5+01:00`) or `@seconds.fraction`. Nothing for another text, a date that does
+/// not exist, more than nine decimals, or a time outside 1677 to 2262.
+std::optional<std::int64_t> ParseTime(std::string_view text);
+
+/// Reads the same, or `+10s` from the first and `-10s` from the last record. Units: ns, us, ms, s, m, h.
+std::optional<TimeBound> ParseTimeBound(std::string_view text);
+
+/// Appends RFC 3339 in UTC with nine decimals.
+void AppendTime(std::string& text, std::int64_t nanoseconds);
+
+/// A span for people: `1.99 s`, `12.5 ms`, `3 h 20 min`.
+std::string DurationText(std::uint64_t nanoseconds);
+
+}  // namespace Corvane::FileTool
