@@ -6,6 +6,8 @@ names the line before it. by_hand.txt lists others, above all of costs. A mutant
 it, plainly built or, should it survive that, under sanitizers. survivors.txt must give a reason for each mutant that is
 not found: "the same: ..." if no caller can tell it from the original. Of the others at least 98 % must be found.
 
+With CORVANE_TEST_FOLDER=/dev/shm the test programs keep their files in memory, and finish sooner.
+
 A verdict holds until what the mutant's compiler reads or the test programs of the verdict change. So an interrupted
 run goes on where it was, and a weakened test runs its mutants again.
 """
@@ -30,26 +32,31 @@ SURVIVORS = pathlib.Path(__file__).with_name("survivors.txt")
 BY_HAND = pathlib.Path(__file__).with_name("by_hand.txt")
 GOAL = 98.0  # percent
 
-# The test programs for each source; first those that find the most in the least time.
-APPENDER = ["appender_test", "reopen_test", "reopen_calls_test", "appender_calls_test", "appender_exceptions_test",
-            "appender_collaborators_test", "reopen_walk_test", "costs_test", "collaborator_faults_test",
-            "reopen_damage_test", "reopen_memory_test", "random_lives_test"]
-READER = ["reader_test", "reader_calls_test", "reader_exceptions_test"]
-ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test"]
+# The test programs for each source: all that could find a mutant of it, the quickest first.
+APPENDER = ["appender_test", "appender_exceptions_test", "appender_collaborators_test", "appender_calls_test",
+            "format_page_test", "format_states_test", "costs_test", "reopen_walk_test", "reopen_calls_test",
+            "reopen_test", "durable_steps_test", "random_lives_test", "reopen_damage_test", "collaborator_faults_test",
+            "limits_test", "reopen_memory_test", "system_faults_test"]
+READER = ["reader_test", "reader_calls_test", "reader_exceptions_test", "format_states_test", "random_lives_test",
+          "limits_test", "system_faults_test"]
+ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test", "system_faults_test"]
 PROGRAMS = {
     "DataChunkFileAppender.cpp": APPENDER,
     "DataChunkFileReader.cpp": READER,
     "ExtendedAttributes.cpp": ATTRIBUTES,
-    "WriteChunkFileDurably.cpp": ["durable_steps_test", "durable_states_test"],
+    "WriteChunkFileDurably.cpp": ["durable_steps_test", "durable_states_test", "hostile_file_system_test"],
     "FileImage.h": ["image_test", *APPENDER],
-    "Descriptor.h": READER + APPENDER,
-    "Log.h": ATTRIBUTES + READER + APPENDER,
-    "ChunkFileLayout.h": READER + APPENDER,
+    "Descriptor.h": [*READER, *APPENDER, "durable_states_test"],
+    "Log.h": [*ATTRIBUTES, *READER, *APPENDER],
+    "ChunkFileLayout.h": [*READER, *APPENDER],
     "XattrNames.h": ["attributes_names_test"],
-    "DataChunk.cpp": ["data_chunk_test", "data_chunk_damage_test", "data_chunk_reads_test", "random_lives_test"],
-    "TimePoint.cpp": ["time_point_test", "logger_test", "random_lives_test"],
-    "Logging.cpp": ["logger_test", "random_lives_test"],
+    "DataChunk.cpp": ["data_chunk_reads_test", "data_chunk_damage_test", "data_chunk_test", "format_page_test",
+                      "conformance_reference", "random_lives_test", "reopen_damage_test", "limits_test",
+                      "system_faults_test"],
+    "TimePoint.cpp": ["time_point_test", "logger_test", "format_page_test", "random_lives_test"],
+    "Logging.cpp": ["logger_test", "random_lives_test", "system_faults_test"],
 }
+PROGRAMS = {source: list(dict.fromkeys(programs)) for source, programs in PROGRAMS.items()}
 # Programs that contain a header of the library, so they are built again for each mutant.
 REBUILT = {"image_test": ROOT / "tests/image", "attributes_names_test": ROOT / "tests/attributes"}
 
@@ -233,7 +240,8 @@ class Build:
                         "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON"],
                        check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", self.folder, "-j2", "--target", *programs], check=True)
-        self.programs = {program: next((self.folder / "tests").rglob(program)) for program in programs}
+        self.programs = {program: next(path for part in ("tests", "conformance")
+                                       for path in (self.folder / part).rglob(program)) for program in programs}
         contents = {program: path.read_bytes() for program, path in self.programs.items()}
         self.hashes = {program: digest(content) for program, content in contents.items()}
         self.scripted = {program for program, content in contents.items() if b"libcorvane_file_scripted" in content}
@@ -323,7 +331,7 @@ class Build:
         try:
             path = folder / program if program in REBUILT else self.programs[program]
             return subprocess.run(path, cwd=folder, env=environment, stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL, timeout=300, preexec_fn=lambda: limit(
+                                  stderr=subprocess.DEVNULL, timeout=1200, preexec_fn=lambda: limit(
                                       self.limits.get(program, 300), not self.sanitized)).returncode == 0
         except subprocess.TimeoutExpired:
             return False
