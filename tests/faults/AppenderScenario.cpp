@@ -143,7 +143,7 @@ std::string AppenderScenario::ExpectedImage(std::uint64_t loaded) const
     return image;
 }
 
-AppenderScenario::Lines AppenderScenario::ConstructionLines(std::uint64_t loaded) const
+Lines AppenderScenario::ConstructionLines(std::uint64_t loaded) const
 {
     if (file_.empty() || loaded < kHeaderSize) {
         return {};
@@ -159,7 +159,7 @@ AppenderScenario::Lines AppenderScenario::ConstructionLines(std::uint64_t loaded
 }
 
 // All log entries of an appender that was constructed.
-AppenderScenario::Lines AppenderScenario::ExpectedLines(const Calls& calls) const
+Lines AppenderScenario::ExpectedLines(const Calls& calls) const
 {
     Lines lines = ConstructionLines(Loaded(calls));
     for (const Chunk& chunk : chunks_) {

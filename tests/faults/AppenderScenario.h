@@ -59,7 +59,6 @@ private:
         End end;
     };
 
-    using Lines = std::vector<std::string>;
     using Calls = std::vector<support::SystemCall>;
 
     void AppendAll(Corvane::File::DataChunkFileAppender& appender);

@@ -90,7 +90,7 @@ bool AttributeScenario::Recovered() const
 // Log entries and exceptions follow from a failed system call, which is always the last one.
 void AttributeScenario::CheckReport(const Traces& traces) const
 {
-    std::vector<std::string> lines;
+    Lines lines;
     std::vector<std::string> exceptions;
     if (!traces.calls.empty() && traces.calls.back().result == -1) {
         const std::string reason = std::generic_category().message(traces.calls.back().error);

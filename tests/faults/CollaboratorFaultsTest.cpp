@@ -14,10 +14,10 @@ std::unique_ptr<DataChunk> MakeChunk(std::int64_t time, std::uint64_t size)
     return std::make_unique<DataChunk>(time, size);
 }
 
-std::vector<std::string> TakeLogLines()
+Lines TakeLogLines()
 {
     tarn::cv::logging::Logger& logger = *tarn::cv::logging::LoggingManager::logger;
-    std::vector<std::string> lines = logger.Lines();
+    Lines lines = logger.Lines();
     logger.entries.clear();
     return lines;
 }

@@ -75,8 +75,7 @@ void ReaderScenario::CheckConstruction(const Traces& traces) const
         const bool opened = !traces.calls.empty() && traces.calls[0].result != -1;
         ASSERT_EQ(thrown.size(), 1U);
         EXPECT_TRUE(traces.fault.allocation || thrown[0] == "std::runtime_error: " + text) << thrown[0];
-        ExpectLines(traces, opened ? std::vector<std::string>() : std::vector<std::string>{"50 " + text},
-                    traces.fault.allocation);
+        ExpectLines(traces, opened ? Lines() : Lines{"50 " + text}, traces.fault.allocation);
         return;
     }
     std::uint64_t position = 0;

@@ -33,7 +33,7 @@ bool MemoryRefused(const std::vector<SystemCall>& calls)
     });
 }
 
-void ExpectLines(const Traces& traces, const std::vector<std::string>& expected, bool interrupted)
+void ExpectLines(const Traces& traces, const Lines& expected, bool interrupted)
 {
     if (!interrupted) {
         EXPECT_EQ(traces.lines, expected);

@@ -6,8 +6,11 @@
 #include <vector>
 
 #include "support/SystemCalls.h"
+#include "support/Texts.h"
 
 namespace faults {
+
+using support::Lines;
 
 // What a scripted collaborator throws.
 struct CollaboratorFault {};
@@ -22,7 +25,7 @@ struct Fault {
 // What can be observed of a run.
 struct Traces {
     std::vector<support::SystemCall> calls;
-    std::vector<std::string> lines;  // each log entry as "<level> <message>"
+    Lines lines;  // each log entry as "<level> <message>"
     Fault fault;
 };
 
@@ -79,9 +82,9 @@ std::uint64_t Moved(const std::vector<support::SystemCall>& calls, const std::st
 bool MemoryRefused(const std::vector<support::SystemCall>& calls);
 
 // Expects these log entries; if an exception interrupted the run, the first few of them.
-void ExpectLines(const Traces& traces, const std::vector<std::string>& expected, bool interrupted);
+void ExpectLines(const Traces& traces, const Lines& expected, bool interrupted);
 
 // The log entries since the last call, each as "<level> <message>". Each test program has its own.
-std::vector<std::string> TakeLogLines();
+Lines TakeLogLines();
 
 }  // namespace faults

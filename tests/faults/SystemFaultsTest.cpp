@@ -27,9 +27,9 @@ support::LogCapture* capture = nullptr;  // of the running test
 
 }  // namespace
 
-std::vector<std::string> TakeLogLines()
+Lines TakeLogLines()
 {
-    std::vector<std::string> lines = capture->Lines();
+    Lines lines = capture->Lines();
     capture->Clear();
     return lines;
 }
