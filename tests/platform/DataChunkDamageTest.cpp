@@ -70,9 +70,9 @@ private:
     unsigned char* first_;
 };
 
-class Damage : public testing::TestWithParam<Form> {
+class DamagedRecord : public testing::TestWithParam<Form> {
 protected:
-    Damage() { chunk_.Set("held", "before"); }
+    DamagedRecord() { chunk_.Set("held", "before"); }
 
     // The chunk refuses these bytes and does not change.
     void ExpectRefused(const std::string& bytes)
@@ -121,17 +121,18 @@ protected:
     DataChunk chunk_{TimePoint(77)};
 };
 
-INSTANTIATE_TEST_SUITE_P(All, Damage, testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames),
+INSTANTIATE_TEST_SUITE_P(All, DamagedRecord,
+                         testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames),
                          testing::PrintToStringParamName());
 
-TEST_P(Damage, RecordMadeByHandIsGood)
+TEST_P(DamagedRecord, RecordMadeByHandIsGood)
 {
     EXPECT_EQ(records::Read(GetParam(), chunk_, Good().Bytes(), {"a", "b", "c"}), Good().size);
     EXPECT_EQ(*chunk_.Get("c"), "third value");
     EXPECT_EQ(records::BytesOf(chunk_), Good().Bytes());
 }
 
-TEST_P(Damage, EveryFlippedBitIsRefused)
+TEST_P(DamagedRecord, EveryFlippedBitIsRefused)
 {
     const std::string good = Good().Bytes();
     for (std::size_t bit = 0; bit < good.size() * 8; ++bit) {
@@ -142,7 +143,7 @@ TEST_P(Damage, EveryFlippedBitIsRefused)
     }
 }
 
-TEST_P(Damage, EveryByteSetToAnyOtherValueIsRefused)
+TEST_P(DamagedRecord, EveryByteSetToAnyOtherValueIsRefused)
 {
     const std::string good = Good().Bytes();
     for (std::size_t at = 0; at < good.size(); ++at) {
@@ -157,7 +158,7 @@ TEST_P(Damage, EveryByteSetToAnyOtherValueIsRefused)
     }
 }
 
-TEST_P(Damage, EveryTruncationIsRefused)
+TEST_P(DamagedRecord, EveryTruncationIsRefused)
 {
     const std::string good = Good().Bytes();
     for (std::size_t size = 0; size < good.size(); ++size) {
@@ -170,19 +171,19 @@ TEST_P(Damage, EveryTruncationIsRefused)
     }
 }
 
-TEST_P(Damage, ZerosAreRefused)
+TEST_P(DamagedRecord, ZerosAreRefused)
 {
     ExpectRefused(std::string(40, '\0'));
     ExpectRefused(std::string(4096, '\0'));
 }
 
-TEST_P(Damage, WrongMarkIsRefused)
+TEST_P(DamagedRecord, WrongMarkIsRefused)
 {
     ExpectRefused([](Record& record) { record.mark = 0x43564331; });
     ExpectRefused([](Record& record) { record.mark = 0; });
 }
 
-TEST_P(Damage, WrongRecordSizeIsRefused)
+TEST_P(DamagedRecord, WrongRecordSizeIsRefused)
 {
     for (const std::uint64_t size : {0UL, 39UL, 40UL, Good().size - 1, Good().size + 1, 1UL << 29U, 1UL << 30U,
                                      (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
@@ -199,7 +200,7 @@ std::string HeadThatClaims(std::uint64_t recordSize)
     return record.Bytes().substr(0, kHeadSize);
 }
 
-TEST_P(Damage, SizeThatNoRecordCanHaveIsRefusedByTheHeadAlone)
+TEST_P(DamagedRecord, SizeThatNoRecordCanHaveIsRefusedByTheHeadAlone)
 {
     for (const std::uint64_t size : {0UL, 16UL, 39UL, (1UL << 30U) + 1, 1UL << 31U, (1UL << 32U) - 1}) {
         SCOPED_TRACE(size);
@@ -212,7 +213,7 @@ TEST_P(Damage, SizeThatNoRecordCanHaveIsRefusedByTheHeadAlone)
     }
 }
 
-TEST_P(Damage, LongestSizeIsNotRefusedByTheHeadAlone)
+TEST_P(DamagedRecord, LongestSizeIsNotRefusedByTheHeadAlone)
 {
     const std::string head = HeadThatClaims(DataChunk::kMaxSizeOnFile);
     if (GetParam() == Form::kMemory) {
@@ -222,7 +223,7 @@ TEST_P(Damage, LongestSizeIsNotRefusedByTheHeadAlone)
     }
 }
 
-TEST_P(Damage, WrongDirectorySizeIsRefused)
+TEST_P(DamagedRecord, WrongDirectorySizeIsRefused)
 {
     for (const std::uint64_t size : {0UL, 1UL, 15UL, 16UL, 17UL, Good().directorySize - 1, Good().directorySize + 1,
                                      Good().size - 40, Good().size, 1UL << 31U, (1UL << 32U) - 1}) {
@@ -231,7 +232,7 @@ TEST_P(Damage, WrongDirectorySizeIsRefused)
     }
 }
 
-TEST_P(Damage, HugeMissingDirectoryIsRefused)
+TEST_P(DamagedRecord, HugeMissingDirectoryIsRefused)
 {
     ExpectRefused([](Record& record) {
         record.size = 1U << 30U;
@@ -239,7 +240,7 @@ TEST_P(Damage, HugeMissingDirectoryIsRefused)
     });
 }
 
-TEST_P(Damage, WrongNumberOfFieldsIsRefused)
+TEST_P(DamagedRecord, WrongNumberOfFieldsIsRefused)
 {
     for (const std::uint64_t number : {0UL, 2UL, 4UL, (1UL << 32U) - 1}) {
         SCOPED_TRACE(number);
@@ -247,7 +248,7 @@ TEST_P(Damage, WrongNumberOfFieldsIsRefused)
     }
 }
 
-TEST_P(Damage, WrongNameSizeIsRefused)
+TEST_P(DamagedRecord, WrongNameSizeIsRefused)
 {
     for (const std::uint64_t size :
          {0UL, 2UL, 17UL, 18UL, 35UL, 36UL, 1UL << 31U, (1UL << 32U) - 16, (1UL << 32U) - 1}) {
@@ -258,7 +259,7 @@ TEST_P(Damage, WrongNameSizeIsRefused)
     }
 }
 
-TEST_P(Damage, WrongValueSizeIsRefused)
+TEST_P(DamagedRecord, WrongValueSizeIsRefused)
 {
     for (const std::uint64_t size : {1UL, 10UL, 12UL, 22UL, 23UL, 1UL << 31U, (1UL << 32U) - 11, (1UL << 32U) - 1}) {
         for (const std::size_t field : {0U, 1U, 2U}) {
@@ -268,14 +269,14 @@ TEST_P(Damage, WrongValueSizeIsRefused)
     }
 }
 
-TEST_P(Damage, ValueWithAWrongChecksumIsRefused)
+TEST_P(DamagedRecord, ValueWithAWrongChecksumIsRefused)
 {
     for (const std::size_t field : {0U, 1U, 2U}) {
         ExpectRefused([field](Record& record) { ++record.fields[field].checksum; });
     }
 }
 
-TEST_P(Damage, NamesThatDoNotAscendAreRefused)
+TEST_P(DamagedRecord, NamesThatDoNotAscendAreRefused)
 {
     ExpectRefused(Record({{"b", "1"}, {"a", "2"}}).Bytes());
     ExpectRefused(Record({{"a", "1"}, {"a", "2"}}).Bytes());
