@@ -1,0 +1,185 @@
+#include "chunkfile/Input.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace Corvane::FileTool {
+
+namespace {
+
+[[noreturn]] void Fail()
+{
+    throw std::runtime_error(std::strerror(errno));
+}
+
+int Retried(auto call)
+{
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return static_cast<int>(result);
+}
+
+// A file without a name in TMPDIR or /tmp. It is gone when it is closed.
+int UnnamedFile()
+{
+    const char* const folder = ::getenv("TMPDIR");
+    std::string path = folder != nullptr && *folder != '\0' ? folder : "/tmp";
+    const int unnamed = ::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (unnamed != -1) {
+        return unnamed;
+    }
+    path += "/chunkfile-XXXXXX";  // some file systems have no O_TMPFILE
+    const int fd = ::mkostemp(path.data(), O_CLOEXEC);
+    if (fd == -1) {
+        Fail();
+    }
+    ::unlink(path.c_str());
+    return fd;
+}
+
+void WriteAll(int fd, const char* bytes, std::size_t size)
+{
+    while (size != 0) {
+        const int count = Retried([&] { return ::write(fd, bytes, size); });
+        if (count == -1) {
+            Fail();
+        }
+        bytes += count;
+        size -= static_cast<std::size_t>(count);
+    }
+}
+
+// Copies the rest of `from` to an unnamed file.
+int Spooled(int from)
+{
+    const int fd = UnnamedFile();
+    std::array<char, 65536> bytes = {};
+    for (;;) {
+        const int count = Retried([&] { return ::read(from, bytes.data(), bytes.size()); });
+        if (count == -1) {
+            Fail();
+        }
+        if (count == 0) {
+            return fd;
+        }
+        WriteAll(fd, bytes.data(), static_cast<std::size_t>(count));
+    }
+}
+
+struct stat StatusOf(int fd)
+{
+    struct stat status = {};
+    if (::fstat(fd, &status) == -1) {
+        Fail();
+    }
+    return status;
+}
+
+void RefuseIrregular(const struct stat& status)
+{
+    if (S_ISDIR(status.st_mode)) {
+        throw std::runtime_error("is a folder");
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw std::runtime_error("not a regular file");
+    }
+}
+
+// Leaves the access time alone where the system allows it: for the file's owner.
+int OpenForReading(const std::string& path)
+{
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) == -1) {
+        Fail();
+    }
+    RefuseIrregular(status);
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+    int fd = ::open(path.c_str(), flags | O_NOATIME);
+    if (fd == -1 && errno == EPERM) {
+        fd = ::open(path.c_str(), flags);
+    }
+    if (fd == -1) {
+        Fail();
+    }
+    return fd;
+}
+
+}  // namespace
+
+Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path), path_(path)
+{
+    fd_ = path == "-" ? Spooled(STDIN_FILENO) : OpenForReading(path);
+    status_ = StatusOf(fd_);
+    unsigned char byte = 0;
+    if (status_.st_size == 0 && ReadAt(0, &byte, 1) == 1) {  // files of /proc do not know their length
+        const int file = fd_;
+        fd_ = Spooled(file);
+        ::close(file);
+        status_ = StatusOf(fd_);
+        path_ = "-";
+    }
+    if (path_ == "-") {
+        path_ = "/proc/self/fd/" + std::to_string(fd_);
+    }
+}
+
+Input::~Input()
+{
+    ::close(fd_);
+}
+
+std::uint64_t Input::Size() const
+{
+    return static_cast<std::uint64_t>(status_.st_size);
+}
+
+std::uint64_t Input::Allocated() const
+{
+    return static_cast<std::uint64_t>(status_.st_blocks) * 512;
+}
+
+std::size_t Input::ReadAt(std::uint64_t position, unsigned char* bytes, std::size_t size) const
+{
+    std::size_t have = 0;
+    while (have < size) {
+        const ssize_t count = ::pread(fd_, bytes + have, size - have, static_cast<off_t>(position + have));
+        if (count == -1 && errno == EINTR) {
+            continue;
+        }
+        if (count == -1) {
+            Fail();
+        }
+        if (count == 0) {
+            break;
+        }
+        have += static_cast<std::size_t>(count);
+    }
+    return have;
+}
+
+std::uint64_t Input::NextData(std::uint64_t position) const
+{
+    const off_t data = ::lseek(fd_, static_cast<off_t>(position), SEEK_DATA);
+    if (data == -1) {
+        return errno == ENXIO ? Size() : position;
+    }
+    return std::min(static_cast<std::uint64_t>(data), Size());
+}
+
+bool Input::HasChanged() const
+{
+    struct stat now = {};
+    return ::stat(path_.c_str(), &now) == -1 || now.st_dev != status_.st_dev || now.st_ino != status_.st_ino ||
+           now.st_size != status_.st_size || now.st_mtim.tv_sec != status_.st_mtim.tv_sec ||
+           now.st_mtim.tv_nsec != status_.st_mtim.tv_nsec;
+}
+
+}  // namespace Corvane::FileTool

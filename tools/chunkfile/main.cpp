@@ -1,0 +1,6 @@
+#include "chunkfile/Commands.h"
+
+int main(int count, char** arguments)
+{
+    return Corvane::FileTool::Run(count, arguments);
+}
