@@ -7,6 +7,7 @@ install(FILES
   Corvane/Common/libFile/Corvane/File/ChunkFileLayout.h
   Corvane/Common/libFile/Corvane/File/DataChunkFileAppender.h
   Corvane/Common/libFile/Corvane/File/DataChunkFileReader.h
+  Corvane/Common/libFile/Corvane/File/DataChunkFileScanner.h
   Corvane/Common/libFile/Corvane/File/ExtendedAttributes.h
   Corvane/Common/libFile/Corvane/File/WriteChunkFileDurably.h
   Corvane/Common/libFile/Corvane/File/XattrNames.h

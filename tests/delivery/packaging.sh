@@ -204,7 +204,7 @@ DebugSymbolsAreThoseOfThePackagedFiles() {
 SymbolsFileNamesEveryExportedName() {
     local names
     names=$(nm -D --defined-only "$library" | wc -l)
-    [ "$(dpkg-deb -I "$packages"/libcorvanefile1_*.deb symbols | grep -c '@CORVANE_FILE_1 1\.0\.0$')" -eq "$names" ]
+    [ "$(dpkg-deb -I "$packages"/libcorvanefile1_*.deb symbols | grep -cE '@CORVANE_FILE_1(\.1)? 1\.0\.0$')" -eq "$names" ]
 }
 
 PackagesNameWhatTheyDependOn() {
@@ -279,7 +279,7 @@ EverySourceOfTheDeliveredFileIsFortified() {
     local commands
     commands=$(grep -E '"command": .*/libFile/Corvane/File/[A-Za-z]+\.cpp(\\")?"' "$BUILD/compile_commands.json" |
         grep -F CorvaneFile.dir | sed -e 's/^ *"command": "//' -e 's/",$//' -e 's/\\"/"/g' -e 's/ -o [^ ]* -c / -E -dM /')
-    [ "$(wc -l <<<"$commands")" -eq 4 ]
+    [ "$(wc -l <<<"$commands")" -eq 5 ]
     while read -r preprocess; do
         (cd "$BUILD" && eval "$preprocess") | grep -x '#define __USE_FORTIFY_LEVEL 3' || fail "not: $preprocess"
     done <<<"$commands"

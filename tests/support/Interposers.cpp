@@ -62,6 +62,12 @@ ssize_t read(int fd, void* buffer, size_t size)
     return Interpose<&::read>({.name = "read", .fd = fd, .buffer = buffer, .size = size}, fd, buffer, size);
 }
 
+ssize_t pread(int fd, void* buffer, size_t size, off_t offset)
+{
+    return Interpose<&::pread>({.name = "pread", .fd = fd, .buffer = buffer, .size = size, .offset = offset}, fd, buffer,
+                               size, offset);
+}
+
 ssize_t write(int fd, const void* buffer, size_t size)
 {
     return Interpose<&::write>({.name = "write", .fd = fd, .buffer = buffer, .size = size}, fd, buffer, size);

@@ -12,7 +12,7 @@ namespace support {
 
 // One system call. A member that the call lacks is 0 or empty, a descriptor -1.
 struct SystemCall {
-    std::string name;  // "open", "read", "write", "lseek64", "close", "fstat", "fsync", "openat", "fchmod", "fchown",
+    std::string name;  // "open", "read", "pread", "write", "lseek64", "close", "fstat", "fsync", "openat", "fchmod", "fchown",
         // "ftruncate", "renameat", "unlinkat", "mmap", "mremap", "munmap", "mprotect", "madvise", and the
         // calls for extended attributes
     int fd = -1;

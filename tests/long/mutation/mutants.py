@@ -39,10 +39,12 @@ APPENDER = ["appender_test", "appender_exceptions_test", "appender_collaborators
             "limits_test", "reopen_memory_test", "system_faults_test"]
 READER = ["reader_test", "reader_calls_test", "reader_exceptions_test", "format_states_test", "random_lives_test",
           "limits_test", "system_faults_test"]
+SCANNER = ["scanner_test"]
 ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test", "system_faults_test"]
 PROGRAMS = {
     "DataChunkFileAppender.cpp": APPENDER,
     "DataChunkFileReader.cpp": READER,
+    "DataChunkFileScanner.cpp": SCANNER,
     "ExtendedAttributes.cpp": ATTRIBUTES,
     "WriteChunkFileDurably.cpp": ["durable_steps_test", "durable_states_test", "hostile_file_system_test"],
     "FileImage.h": ["image_test", *APPENDER],

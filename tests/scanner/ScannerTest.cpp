@@ -1,0 +1,332 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
+#include <stdexcept>
+#include <type_traits>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "Corvane/File/DataChunkFileScanner.h"
+#include "support/ChunkFileTest.h"
+#include "support/Chunks.h"
+#include "support/Files.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+using Corvane::File::DataChunkFileScanner;
+using support::ChunkOfSize;
+using support::DataChunk;
+using support::FileOf;
+using support::kUnbounded;
+using support::Lines;
+using support::Word;
+using End = DataChunkFileScanner::End;
+
+static_assert(!std::is_copy_constructible_v<DataChunkFileScanner>);
+static_assert(!std::is_copy_assignable_v<DataChunkFileScanner>);
+static_assert(!std::is_move_constructible_v<DataChunkFileScanner>);
+static_assert(!std::is_move_assignable_v<DataChunkFileScanner>);
+
+class Scanner : public support::ChunkFileTest {
+protected:
+    void Put(const std::string& bytes) const { support::WriteFile(path_, bytes); }
+
+    // A chunk for each size, in this order. Its time is its index.
+    static std::vector<DataChunk> Chunks(const std::vector<std::uint64_t>& sizes)
+    {
+        std::vector<DataChunk> chunks;
+        for (const std::uint64_t size : sizes) {
+            chunks.push_back(ChunkOfSize(static_cast<std::int64_t>(chunks.size()), size));
+        }
+        return chunks;
+    }
+
+    static void ExpectNext(DataChunkFileScanner& scanner, const DataChunk& expected, std::uint64_t position)
+    {
+        ASSERT_TRUE(scanner.Next()) << "at " << position;
+        EXPECT_EQ(scanner.GetPosition(), position);
+        EXPECT_EQ(scanner.GetChunk().GetSizeOnFile(), expected.GetSizeOnFile());
+        EXPECT_TRUE(support::RecordOf(scanner.GetChunk()) == support::RecordOf(expected)) << "another record";
+    }
+
+    static void ExpectEnd(DataChunkFileScanner& scanner, End end, std::uint64_t position)
+    {
+        EXPECT_FALSE(scanner.Next());
+        EXPECT_EQ(scanner.GetEnd(), end);
+        EXPECT_EQ(scanner.GetPosition(), position);
+    }
+
+    // Walks a file of these chunks and nothing else.
+    void ExpectWalk(const std::vector<DataChunk>& chunks) const
+    {
+        Put(FileOf(chunks));
+        DataChunkFileScanner scanner(path_);
+        std::uint64_t position = Corvane::File::kHeaderSize;
+        for (const DataChunk& chunk : chunks) {
+            ExpectNext(scanner, chunk, position);
+            position += chunk.GetSizeOnFile();
+        }
+        EXPECT_EQ(scanner.GetNumberRead(), chunks.size());
+        ExpectEnd(scanner, End::AllRead, position);
+    }
+
+    std::string ErrorOfScanner(const std::string& path) const
+    {
+        return support::ErrorOf([&] { DataChunkFileScanner{path}; });
+    }
+};
+
+TEST_F(Scanner, WalkGivesEveryChunkWithItsPosition)
+{
+    ExpectWalk(Chunks({100, 40, 200}));
+}
+
+TEST_F(Scanner, HeaderIsThatOfTheFile)
+{
+    WriteNewFile(4096, {ChunkOfSize(1, 100)});
+    const DataChunkFileScanner scanner(path_);
+    EXPECT_EQ(scanner.GetVersion(), 2U);
+    EXPECT_EQ(scanner.GetNumberOfChunks(), 1U);
+    EXPECT_EQ(scanner.GetFilename(), path_);
+    EXPECT_EQ(scanner.GetPosition(), 16U);
+    EXPECT_EQ(scanner.GetNumberRead(), 0U);
+}
+
+TEST_F(Scanner, AnyVersionIsAccepted)
+{
+    Put(FileOf(Chunks({100}), UINT64_MAX));
+    DataChunkFileScanner scanner(path_);
+    EXPECT_EQ(scanner.GetVersion(), UINT64_MAX);
+    EXPECT_TRUE(scanner.Next());
+}
+
+TEST_F(Scanner, MissingBytesOfTheHeaderAreZero)
+{
+    const std::string header = Word(0x0102030405060708) + Word(0x1112131415161718);
+    for (std::size_t length = 0; length <= header.size(); ++length) {
+        Put(header.substr(0, length));
+        const std::string expected = header.substr(0, length) + std::string(header.size() - length, '\0');
+        DataChunkFileScanner scanner(path_);
+        EXPECT_EQ(Word(scanner.GetVersion()) + Word(scanner.GetNumberOfChunks()), expected);
+        ExpectEnd(scanner, length <= 8 ? End::AllRead : End::EndOfFile, 16);
+    }
+}
+
+TEST_F(Scanner, WalkEndsWithTheHeadersCount)
+{
+    Put(Word(2) + Word(1) + FileOf(Chunks({100, 57})).substr(16));
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    ExpectEnd(scanner, End::AllRead, 116);
+    ExpectEnd(scanner, End::AllRead, 116);
+}
+
+TEST_F(Scanner, WalkEndsAtADamagedRecord)
+{
+    std::string file = FileOf(Chunks({100, 57, 75}));
+    file[116] = static_cast<char>(~file[116]);
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    ExpectEnd(scanner, End::BadRecord, 116);
+    ExpectEnd(scanner, End::BadRecord, 116);
+    EXPECT_EQ(scanner.GetNumberRead(), 1U);
+}
+
+TEST_F(Scanner, WalkEndsAtATruncatedRecord)
+{
+    const std::string file = FileOf(Chunks({100, 57}));
+    for (std::size_t length = 117; length < file.size(); ++length) {
+        Put(file.substr(0, length));
+        DataChunkFileScanner scanner(path_);
+        EXPECT_TRUE(scanner.Next());
+        ExpectEnd(scanner, End::BadRecord, 116);
+    }
+}
+
+TEST_F(Scanner, WalkEndsWithTheFile)
+{
+    Put(Word(2) + Word(3) + FileOf(Chunks({100})).substr(16));
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    ExpectEnd(scanner, End::EndOfFile, 116);
+}
+
+TEST_F(Scanner, GoToContinuesThere)
+{
+    const auto chunks = Chunks({100, 57, 75});
+    Put(FileOf(chunks));
+    DataChunkFileScanner scanner(path_);
+    scanner.GoTo(173);
+    EXPECT_EQ(scanner.GetPosition(), 173U);
+    ExpectNext(scanner, chunks[2], 173);
+    ExpectEnd(scanner, End::EndOfFile, 248);
+    scanner.GoTo(16, 2);
+    EXPECT_EQ(scanner.GetNumberRead(), 0U);
+    ExpectNext(scanner, chunks[0], 16);
+    ExpectNext(scanner, chunks[1], 116);
+    ExpectEnd(scanner, End::AllRead, 173);
+    scanner.GoTo(116, 0);
+    ExpectEnd(scanner, End::AllRead, 116);
+}
+
+TEST_F(Scanner, NoRecordBeginsAfterTheFile)
+{
+    Put(FileOf(Chunks({100})));
+    DataChunkFileScanner scanner(path_);
+    for (const std::uint64_t position : {std::uint64_t{116}, std::uint64_t{117}, std::uint64_t{1} << 40U,
+                                         std::uint64_t{INT64_MAX}, std::uint64_t{1} << 63U, UINT64_MAX}) {
+        scanner.GoTo(position);
+        ExpectEnd(scanner, End::EndOfFile, position);
+        EXPECT_FALSE(scanner.FindNext());
+        EXPECT_EQ(scanner.GetPosition(), position);
+    }
+}
+
+TEST_F(Scanner, SearchFindsTheRecordAfterADamagedOne)
+{
+    const auto chunks = Chunks({100, 57, 75});
+    std::string file = FileOf(chunks);
+    file[120] = static_cast<char>(~file[120]);
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    ExpectNext(scanner, chunks[0], 16);
+    ExpectEnd(scanner, End::BadRecord, 116);
+    ASSERT_TRUE(scanner.FindNext());
+    EXPECT_EQ(scanner.GetPosition(), 173U);
+    EXPECT_EQ(scanner.GetNumberRead(), 0U);
+    ExpectNext(scanner, chunks[2], 173);
+    EXPECT_EQ(scanner.GetNumberRead(), 1U);
+    EXPECT_FALSE(scanner.FindNext());
+    EXPECT_EQ(scanner.GetPosition(), 248U);
+    EXPECT_EQ(scanner.GetEnd(), End::EndOfFile);
+}
+
+TEST_F(Scanner, SearchBeginsWhereTheWalkStands)
+{
+    const auto chunks = Chunks({100, 57});
+    Put(FileOf(chunks));
+    DataChunkFileScanner scanner(path_);
+    ASSERT_TRUE(scanner.FindNext());
+    EXPECT_EQ(scanner.GetPosition(), 16U);
+    ExpectNext(scanner, chunks[0], 16);
+    ASSERT_TRUE(scanner.FindNext());
+    EXPECT_EQ(scanner.GetPosition(), 116U);
+    scanner.GoTo(17);
+    ASSERT_TRUE(scanner.FindNext());
+    ExpectNext(scanner, chunks[1], 116);
+}
+
+TEST_F(Scanner, SearchLiftsTheBoundOnTheNumber)
+{
+    Put(Word(2) + Word(1) + FileOf(Chunks({100, 57, 75})).substr(16));
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    ExpectEnd(scanner, End::AllRead, 116);
+    ASSERT_TRUE(scanner.FindNext());
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_TRUE(scanner.Next());
+    ExpectEnd(scanner, End::EndOfFile, 248);
+}
+
+TEST_F(Scanner, WalkGoesOnWhenTheFileHasGrown)
+{
+    const auto chunks = Chunks({100, 57, 75});
+    const std::string file = FileOf(chunks);
+    Put(file.substr(0, 116));
+    DataChunkFileScanner scanner(path_);
+    ExpectNext(scanner, chunks[0], 16);
+    scanner.GoTo(116);
+    ExpectEnd(scanner, End::EndOfFile, 116);
+    Put(file.substr(0, 200));
+    ExpectNext(scanner, chunks[1], 116);
+    ExpectEnd(scanner, End::BadRecord, 173);
+    Put(file);
+    ExpectNext(scanner, chunks[2], 173);
+    ExpectEnd(scanner, End::EndOfFile, 248);
+}
+
+TEST_F(Scanner, ChunkIsOnlyThereAfterARecord)
+{
+    Put(FileOf(Chunks({100})));
+    DataChunkFileScanner scanner(path_);
+    EXPECT_THROW(scanner.GetChunk(), std::bad_optional_access);
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_NO_THROW(scanner.GetChunk());
+    EXPECT_FALSE(scanner.Next());
+    EXPECT_THROW(scanner.GetChunk(), std::bad_optional_access);
+}
+
+TEST_F(Scanner, FileThatCannotBeOpenedIsAnErrorWithItsReason)
+{
+    EXPECT_EQ(ErrorOfScanner(folder_ / "none"),
+              "DataChunkFileScanner: file " + (folder_ / "none") + ": open: No such file or directory");
+}
+
+TEST_F(Scanner, FileThatCannotBeReadIsAnErrorWithItsPosition)
+{
+    EXPECT_EQ(ErrorOfScanner(folder_.Path()),
+              "DataChunkFileScanner: file " + folder_.Path() + ": read at byte 0: Is a directory");
+}
+
+TEST_F(Scanner, AnotherUsersReadableFileCanBeOpened)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    Put(FileOf(Chunks({100})));
+    ASSERT_EQ(::chmod(folder_.Path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(path_.c_str(), 0644), 0);
+    EXPECT_EQ(support::RunInChild([&] {
+                  support::BecomeUnprivileged();
+                  DataChunkFileScanner scanner(path_);
+                  EXPECT_TRUE(scanner.Next());
+              }),
+              0);
+}
+
+TEST_F(Scanner, AccessTimeStays)
+{
+    Put(FileOf(Chunks({100, 57})));
+    const timespec times[] = {{1'000'000'000, 0}, {1'100'000'000, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path_.c_str(), times, 0), 0);
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_TRUE(scanner.Next());
+    struct stat status = {};
+    ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_atim.tv_sec, 1'000'000'000);
+}
+
+TEST_F(Scanner, DescriptorIsClosedAndNotInherited)
+{
+    Put(FileOf({}));
+    const auto before = support::OpenDescriptors();
+    {
+        const DataChunkFileScanner scanner(path_);
+        for (const int fd : support::OpenDescriptors()) {
+            EXPECT_TRUE(before.contains(fd) || (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0);
+        }
+        EXPECT_EQ(support::OpenDescriptors().size(), before.size() + 1);
+    }
+    EXPECT_EQ(support::OpenDescriptors(), before);
+}
+
+TEST_F(Scanner, LogsNothing)
+{
+    const support::LogCapture log(INT32_MIN);
+    std::string file = FileOf(Chunks({100, 57, 75}));
+    file[120] = static_cast<char>(~file[120]);
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_FALSE(scanner.Next());
+    EXPECT_TRUE(scanner.FindNext());
+    EXPECT_EQ(ErrorOfScanner(folder_ / "none").substr(0, 20), "DataChunkFileScanner");
+    EXPECT_EQ(log.Lines(), Lines{});
+}
+
+}  // namespace
