@@ -13,7 +13,7 @@ HEADING = re.compile(r"^(##+ )(.*)")
 LINK_TO_SECTION = re.compile(r"\]\((?:[\w./-]*?(\w+)\.md)?#([\w-]+)\)")
 PICTURE = re.compile(r"!\[([^]]*)\]\([\w./-]*?([\w-]+\.svg)\)")
 LINK_TO_EXAMPLE = re.compile(r"\]\((?:\.\./)?examples/(\w+)\.cpp\)")
-LINK_TO_SOURCE = re.compile(r"\[([^][]+)\]\([\w./-]+\.(?:h|cpp)\)")
+LINK_TO_SOURCE = re.compile(r"\[([^][]+)\]\([\w./-]+\.(?:h|cpp|py)\)")
 
 
 def named(heading, page):

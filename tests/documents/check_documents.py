@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks the pages: links lead to files, shown C++ compiles, and named tests exist.
+"""Checks the pages: links lead to files, shown C++ and Python is in a source, and named tests exist.
 
 usage: check_documents.py REPOSITORY
 """
@@ -9,7 +9,7 @@ import subprocess
 import sys
 
 LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
-CODE = re.compile(r"^```cpp\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+CODE = re.compile(r"^```(?:cpp|python)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 NAMED_TEST = re.compile(r"`((?:[A-Z]\w*|library|packaging)\.[A-Z]\w*|documents\.\w+)`")
 TEST = re.compile(r"^TEST(?:_[FP])?\((\w+),\s*(\w+)\)", re.MULTILINE)
 SCRIPT = re.compile(r"^add_test\(NAME ([\w.]+)$", re.MULTILINE)
@@ -22,9 +22,9 @@ def dead_links(page, text):
     return [f"{page}: no file {target}" for target in targets if not (page.parent / target).exists()]
 
 
-def uncompiled_code(page, text, compiled):
-    blocks = [block for block in CODE.findall(text) if not any(block in source for source in compiled)]
-    return [f"{page}: in no compiled file:\n{block}" for block in blocks]
+def invented_code(page, text, sources):
+    blocks = [block for block in CODE.findall(text) if not any(block in source for source in sources)]
+    return [f"{page}: in no source:\n{block}" for block in blocks]
 
 
 def missing_tests(page, text, tests):
@@ -57,11 +57,12 @@ def main():
     files = [file for name in listed.splitlines() if (file := repository / name).exists()]
     pages = [file for file in files if file.suffix == ".md"]
     compiled = [file.read_text() for file in files if file.suffix in (".cpp", ".h")]
+    sources = compiled + [file.read_text() for file in files if file.suffix == ".py"]
     tests = all_tests(files, compiled)
     findings = []
     for page in pages:
         text = page.read_text()
-        findings += dead_links(page, text) + uncompiled_code(page, text, compiled)
+        findings += dead_links(page, text) + invented_code(page, text, sources)
         findings += missing_tests(page, text, tests) + untested_states(page, text)
     print(*findings, f"{len(pages)} pages, {len(findings)} findings", sep="\n")
     return 1 if findings or not pages or not tests else 0
