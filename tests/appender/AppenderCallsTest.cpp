@@ -83,12 +83,15 @@ TEST_F(AppenderCalls, AppendMakesNoCall)
     EXPECT_EQ(calls.Names(), Lines{});
 }
 
-TEST_F(AppenderCalls, AppendAllocatesTheTimePointsNodeOnly)
+TEST_F(AppenderCalls, AppendAllocatesANodeForALateTimePointOnly)
 {
     auto appender = NewFile(512);
-    const auto chunk = ChunkOfSize(1, 100);
+    const auto chunk = ChunkOfSize(2, 100);
+    const auto late = ChunkOfSize(1, 100);
     const support::Allocations allocations;
     EXPECT_TRUE(appender.Append(chunk));
+    EXPECT_EQ(allocations.Count(), 0U);
+    EXPECT_TRUE(appender.Append(late));
     EXPECT_EQ(allocations.Count(), 1U);
 }
 

@@ -31,6 +31,7 @@ struct AppenderSetup {
     std::uint64_t maxSize;             // 0: unbounded
     std::vector<ChunkSetup> appended;  // a time that the appender holds is refused
     bool flushed = false;              // by a call, before the destructor
+    bool asked = false;                // for its time points, after each chunk
 };
 
 inline void PrintTo(const AppenderSetup& setup, std::ostream* stream)
@@ -62,6 +63,7 @@ private:
     using Calls = std::vector<support::SystemCall>;
 
     void AppendAll(Corvane::File::DataChunkFileAppender& appender);
+    void Ask(const Corvane::File::DataChunkFileAppender& appender);
     static std::uint64_t Loaded(const Calls& calls);
     std::uint64_t GoodRecords(std::uint64_t loaded) const;
     std::string ExpectedImage(std::uint64_t loaded) const;
@@ -80,7 +82,7 @@ private:
     std::vector<Chunk> chunks_;
     bool constructed_ = false;
     bool flushThrew_ = false;
-    std::size_t timePoints_ = 0;
+    std::optional<std::size_t> timePoints_;  // none: both attempts threw
 };
 
 // The appenders under test.

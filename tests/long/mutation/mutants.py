@@ -48,6 +48,7 @@ PROGRAMS = {
     "ExtendedAttributes.cpp": ATTRIBUTES,
     "WriteChunkFileDurably.cpp": ["durable_steps_test", "durable_states_test", "hostile_file_system_test"],
     "FileImage.h": ["image_test", *APPENDER],
+    "TimePoints.h": ["appender_exceptions_test", *APPENDER],
     "Descriptor.h": [*READER, *APPENDER, "durable_states_test"],
     "Log.h": [*ATTRIBUTES, *READER, *APPENDER],
     "ChunkFileLayout.h": [*READER, *APPENDER],

@@ -17,6 +17,7 @@
 #include "Corvane/File/Descriptor.h"
 #include "Corvane/File/FileImage.h"
 #include "Corvane/File/Log.h"
+#include "Corvane/File/TimePoints.h"
 #include "Corvane/File/XattrNames.h"  // kept on purpose: a copy of the names, unused
 #include "tarn/cv/logging/LoggingManager.h"
 
@@ -97,6 +98,7 @@ DataChunkFileAppender::DataChunkFileAppender(std::string filename, bool reopen, 
       currentSize_(kHeaderSize),
       chunkNumber_(0),
       fd_(-1),
+      timePoints_(std::make_unique<TimePoints>()),
       chunkNumberAttribute_("user.numberChunksInFile"),
       flushDisabled_(false),
       logger_(LoggingManager::GetLoggerPtr("DataChunkFileAppender")),
@@ -135,23 +137,19 @@ bool DataChunkFileAppender::Append(const DataChunk& chunk)
         return false;
     }
 
-    // Chunks mostly arrive in order. Then a comparison with the last time point replaces the search.
     const TimePoint timePoint = chunk.GetTimePoint();
-    auto next = timePoints_.end();
-    if (!timePoints_.empty() && !(*timePoints_.rbegin() < timePoint)) {
-        next = timePoints_.lower_bound(timePoint);
-        if (!(timePoint < *next)) {
-            Log(logger_, kFatalLevel, [&] { return Join("TimePoint ", timePoint, " has already been appended"); });
-            rollback.Keep();  // kept on purpose: an unbounded image stays grown
-            return false;
-        }
+    const TimePoints::Place place = timePoints_->Find(timePoint);
+    if (place.isHeld) {
+        Log(logger_, kFatalLevel, [&] { return Join("TimePoint ", timePoint, " has already been appended"); });
+        rollback.Keep();  // kept on purpose: an unbounded image stays grown
+        return false;
     }
 
     // The chunk writes straight into the image. Writing into a buffer first would make the rollback trivial, but copy
     // every record twice. So what can throw comes before the members change, and the rollback restores the image.
     rollback.Save(currentSize_, chunkSize, loadedSize_);
     chunk.Write(data_->Data() + currentSize_);
-    timePoints_.insert(next, timePoint);
+    timePoints_->Insert(place, timePoint);
     rollback.Keep();
     currentSize_ += chunkSize;
     ++chunkNumber_;
@@ -202,7 +200,7 @@ std::string DataChunkFileAppender::GetFilename() const
 
 const std::set<TimePoint>& DataChunkFileAppender::GetTimePoints() const
 {
-    return timePoints_;
+    return timePoints_->Complete();
 }
 
 void DataChunkFileAppender::Reopen()
@@ -298,7 +296,10 @@ void DataChunkFileAppender::Walk(int fd)
             return;
         }
         const TimePoint timePoint = chunk.GetTimePoint();
-        timePoints_.insert(timePoints_.end(), timePoint);
+        const TimePoints::Place place = timePoints_->Find(timePoint);
+        if (!place.isHeld) {
+            timePoints_->Insert(place, timePoint);
+        }
         currentSize_ += chunk.GetSizeOnFile();
     }
 }

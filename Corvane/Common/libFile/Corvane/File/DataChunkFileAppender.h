@@ -12,6 +12,7 @@
 namespace Corvane::File {
 
 class FileImage;
+class TimePoints;
 
 /// Writes a chunk file.
 ///
@@ -26,8 +27,8 @@ class FileImage;
 ///   entry "Could not write ..." of Flush says so.
 /// - **Memory**: A bounded image has `maxSize` bytes, an unbounded one the header and the chunks. Below 2 MiB, pages
 ///   that nobody has touched take no memory. From 2 MiB on the image lies on huge pages: it takes its bytes in use or
-///   loaded, and at most 2 MiB more.
-/// - **Owns**: Its descriptor, its image and its set of time points. Chunks stay the caller's. The logger is the
+///   loaded, and at most 2 MiB more. A chunk in order adds a copy of its time point; a late one a node of a set.
+/// - **Owns**: Its descriptor, its image and its time points. Chunks stay the caller's. The logger is the
 ///   platform's.
 /// - **Errors**: The constructor throws, and logs none of its failures. Append returns false for a refused chunk, Flush
 ///   returns nothing; both log at level 50. Exceptions of chunks, time points, the logger and the allocator pass.
@@ -102,8 +103,9 @@ public:
     /// Throws what the chunk, the time point, the logger or the allocator throws; std::length_error if no memory could
     /// hold the unbounded image. The appender is then unchanged.
     ///
-    /// Cost: the chunk's Write and one search in the set, or at most three comparisons if the chunk is later than all
-    /// others.
+    /// Cost: the chunk's Write and one comparison if the chunk is later than all others. A late chunk costs a search
+    /// among the late ones and one among the others. After the first GetTimePoints, each chunk costs a search in the
+    /// set, or at most three comparisons.
     [[nodiscard]] bool Append(const Pellin::DataChunk& chunk);
 
     /// Writes the whole image with one `write` at the descriptor's position. An empty image is not written.
@@ -116,8 +118,14 @@ public:
     /// Returns the name given to the constructor.
     std::string GetFilename() const;
 
-    /// Returns the time points of all chunks in the image, complete at any time. The reference is valid as long as the
-    /// appender.
+    /// Returns the time points of all chunks in the image. It is always the same set; the reference is valid as long as
+    /// the appender, and every Append keeps the set complete. Of equal time points in a reopened file, the set holds
+    /// the first.
+    ///
+    /// The first call makes the set: it copies every time point, and allocates a node for each. It is therefore a
+    /// change, although the function is const: one thread at a time. It throws what the allocator, the copy and
+    /// operator< of the time point throw; the appender is then unchanged, and a later call goes on. Call it only if you
+    /// need the set: without it, chunks in order take one copy of their time point, and no node.
     const std::set<Time::TimePoint>& GetTimePoints() const;
 
 private:
@@ -136,9 +144,9 @@ private:
     std::uint64_t currentSize_;        // bytes in use, header included: where the next chunk goes
     std::uint64_t chunkNumber_;        // chunks in use; after damage the image's header may say more
     int fd_;
-    std::set<Time::TimePoint> timePoints_;
-    std::string chunkNumberAttribute_;  // kept on purpose, for compatibility: no attribute is read or written
-    bool flushDisabled_;                // kept on purpose, for compatibility: nothing sets it
+    std::unique_ptr<TimePoints> timePoints_;  // one for each distinct time point of the chunks
+    std::string chunkNumberAttribute_;        // kept on purpose, for compatibility: no attribute is read or written
+    bool flushDisabled_;                      // kept on purpose, for compatibility: nothing sets it
     tarn::cv::logging::Logger* logger_;
     std::uint64_t loadedSize_;  // bytes of the image that came from a reopened file
 };
