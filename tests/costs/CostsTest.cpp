@@ -149,7 +149,7 @@ TEST_F(Costs, AppendInRandomOrderSearchesTheSetOnce)
     EXPECT_NEAR(asked.allocations, 1, 0.01);
 }
 
-TEST_F(Costs, AskingForTheSetTakesACopyAnAllocationAndThreeComparisonsForEachChunk)
+TEST_F(Costs, AskingForTheSetTakesACopyAnAllocationAndTwoComparisonsForEachChunk)
 {
     auto file = NewFile(kUnbounded);
     for (const std::int64_t time : TimesInOrder()) {
@@ -163,7 +163,7 @@ TEST_F(Costs, AskingForTheSetTakesACopyAnAllocationAndThreeComparisonsForEachChu
     EXPECT_EQ(file.GetTimePoints().size(), kChunks);
     EXPECT_EQ(allocations.Count(), kChunks);
     EXPECT_EQ(copies, kChunks);
-    EXPECT_LE(comparisons, 3 * kChunks);
+    EXPECT_LE(comparisons, 2 * kChunks);
     EXPECT_EQ(file.GetTimePoints().size(), kChunks);
     EXPECT_EQ(allocations.Count(), kChunks);  // asking again costs nothing
 }
