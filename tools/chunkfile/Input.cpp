@@ -8,10 +8,13 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace Corvane::FileTool {
 
 namespace {
+
+constexpr std::uint64_t kPage = 4096;
 
 [[noreturn]] void Fail()
 {
@@ -165,13 +168,50 @@ std::size_t Input::ReadAt(std::uint64_t position, unsigned char* bytes, std::siz
     return have;
 }
 
-std::uint64_t Input::NextData(std::uint64_t position) const
+std::optional<Range> Input::UnreadableIn(Range range) const
 {
-    const off_t data = ::lseek(fd_, static_cast<off_t>(position), SEEK_DATA);
-    if (data == -1) {
-        return errno == ENXIO ? Size() : position;
+    std::array<unsigned char, kPage> page = {};
+    const auto isReadable = [&](std::uint64_t position) {
+        return ::pread(fd_, page.data(), page.size(), static_cast<off_t>(position)) != -1 || errno == EINTR;
+    };
+    range.end = std::min(range.end, Size());
+    for (std::uint64_t at = range.begin - range.begin % kPage; at < range.end; at += kPage) {
+        if (isReadable(at)) {
+            continue;
+        }
+        std::uint64_t end = at + kPage;
+        while (end < Size() && !isReadable(end)) {
+            end += kPage;
+        }
+        return Range{std::max(at, range.begin), std::min(end, Size())};
     }
-    return std::min(static_cast<std::uint64_t>(data), Size());
+    return {};
+}
+
+std::uint64_t Input::SkipZeros(std::uint64_t position) const
+{
+    std::array<unsigned char, 65536> bytes = {};
+    while (position < Size()) {
+        const off_t data = ::lseek(fd_, static_cast<off_t>(position), SEEK_DATA);
+        if (data == -1 && errno == ENXIO) {
+            break;  // the rest is a hole
+        }
+        position = std::max(position, static_cast<std::uint64_t>(std::max<off_t>(data, 0)));
+        const ssize_t count = ::pread(fd_, bytes.data(), bytes.size(), static_cast<off_t>(position));
+        if (count == -1 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return count == 0 ? Size() : position;
+        }
+        const auto* const end = bytes.data() + count;
+        const auto* const other = std::find_if(std::as_const(bytes).data(), end, [](auto byte) { return byte != 0; });
+        position += static_cast<std::uint64_t>(other - bytes.data());
+        if (other != end) {
+            return position;
+        }
+    }
+    return Size();
 }
 
 bool Input::HasChanged() const

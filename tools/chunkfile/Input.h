@@ -4,9 +4,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Corvane::FileTool {
+
+struct Range {
+    std::uint64_t begin = 0;
+    std::uint64_t end = 0;  ///< not included
+};
 
 /// A file that is open for reading. `-` is standard input, copied to an unnamed temporary file.
 ///
@@ -24,12 +30,14 @@ public:
     std::uint64_t Size() const;
     std::uint64_t Allocated() const;  ///< bytes on the disk
 
-    /// Reads up to `size` bytes, less only at the end of the file. A failed read sets `bad` to its position, and returns
-    /// the number of bytes before it.
+    /// Reads up to `size` bytes, less only at the end of the file. Throws.
     std::size_t ReadAt(std::uint64_t position, unsigned char* bytes, std::size_t size) const;
 
-    /// The next position from this one on that is not in a hole of the file; Size() if there is none.
-    std::uint64_t NextData(std::uint64_t position) const;
+    /// The first bytes of this range that the system cannot read, in whole pages. Nothing if all can be read.
+    std::optional<Range> UnreadableIn(Range range) const;
+
+    /// The first byte from this position on that is not zero, or Size(). Bytes that cannot be read count as not zero.
+    std::uint64_t SkipZeros(std::uint64_t position) const;
 
     /// Whether the name means another file now, or the file has another length or time of change.
     bool HasChanged() const;

@@ -2,9 +2,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "Corvane/File/DataChunkFileScanner.h"
 #include "Corvane/Pellin/DataChunk.h"
+#include "chunkfile/HeldTimes.h"
 #include "chunkfile/Input.h"
 
 namespace Corvane::FileTool {
@@ -13,7 +17,7 @@ namespace Corvane::FileTool {
 enum class Standing {
     Counted,  ///< reached from the header, record by record
     Found,    ///< after damage, and it counts as the file's
-    Doubtful  ///< after damage, and it may be an older file's or lie in a value
+    Doubtful  ///< after damage or after the last counted record: it may be an older file's, or lie in a value
 };
 
 struct FoundRecord {
@@ -32,34 +36,81 @@ struct WalkEnd {
     Kind kind = Kind::AllRead;
     std::uint64_t position = 0;  ///< of the record that could not be had; else after the last one
     std::uint64_t records = 0;   ///< good ones before it: also that record's number
-    std::string reason;          ///< for people: `not a good record`; empty if all were read or `visit` ended the walk
+    std::string reason;          ///< for people: `not a good record`; empty for AllRead and Stopped
 };
 
-/// Walks the records of a file by its header and, if wanted, after damage.
+/// Back-to-back records that were found by a search.
+struct Run {
+    std::uint64_t begin = 0;
+    std::uint64_t end = 0;
+    std::uint64_t records = 0;
+    Standing standing = Standing::Doubtful;
+    std::string reason;  ///< why they are doubtful
+};
+
+/// Walks the records of a file by its header and, if wanted, those that lie after damage.
 ///
 ///     Walk walk(input, options.scan);
 ///     const WalkEnd end = walk.Counted(visit);
-///     if (!end.reason.empty()) { report(end); walk.AfterDamage(visit); }
+///     if (!end.reason.empty()) { report(end); walk.AfterEnd(visit); }
 class Walk {
 public:
-    /// With `judging` it keeps the time points, which AfterDamage needs. Throws std::runtime_error.
+    /// With `judging` it keeps the time points, which AfterEnd needs. Throws std::runtime_error.
     Walk(const Input& input, bool judging);
-    Walk(const Walk&) = delete;
-    Walk& operator=(const Walk&) = delete;
-    ~Walk();
 
-    std::uint64_t Version() const;
-    std::uint64_t Count() const;  ///< of the header
+    std::uint64_t Version() const { return scanner_.GetVersion(); }
+    std::uint64_t Count() const { return scanner_.GetNumberOfChunks(); }  ///< of the header
 
     /// Gives the counted records, up to the first that is not good.
     WalkEnd Counted(const Visit& visit);
 
-    /// Call after Counted. Gives the good records after damage in runs of back-to-back records, each judged before its
-    /// first record is given.
-    void AfterDamage(const Visit& visit);
+    /// Call after Counted. Searches for good records from there to the end of the file. Gives them, if there is a
+    /// `visit`, in runs of back-to-back records, each judged before its first record is given. If all counted records
+    /// were read, all others are doubtful. Throws std::runtime_error.
+    void AfterEnd(const Visit& visit = {});
+
+    /// Of the records that count as the file's, in any order.
+    HeldTimes& Times() { return times_; }
+
+    /// What AfterEnd found: the first runs, and sums over all.
+    static constexpr std::size_t kMostRuns = 100;
+    const std::vector<Run>& Runs() const { return runs_; }
+    std::uint64_t NumberOfRuns() const { return numberOfRuns_; }
+    std::uint64_t Found() const { return found_; }
+    std::uint64_t Doubtful() const { return doubtful_; }
+
+    /// Bytes that the system could not read, the first kMostRuns ranges of them.
+    const std::vector<Range>& Unreadable() const { return unreadable_; }
 
 private:
+    struct Candidate;
+    enum class Step { Record, End, Unreadable };
+
+    Step Next();
+    WalkEnd WhyItEnded();
+    void Accept(const Time::TimePoint& timePoint);
+    void NoteAnnounced(std::uint64_t position);
+    bool SkipUnreadable();
+    bool Find();
+    Candidate ReadRun();
+    std::string Doubt(const Candidate& candidate);
+    bool Judge(const Candidate& candidate, const Visit& visit);
+    bool Give(const Run& run, std::uint64_t index, const Visit& visit);
+
     const Input& input_;
+    File::DataChunkFileScanner scanner_;
+    bool judging_;
+    HeldTimes times_;
+    std::optional<Time::TimePoint> last_;  // of the records that count as the file's
+    std::uint64_t room_ = 0;               // records that the header counts and that may still be found
+    std::uint64_t announcedEnd_ = 0;       // where the record that an intact head announces ends
+    WalkEnd end_;
+    std::string failure_;  // of the last step that could not read
+    std::vector<Run> runs_;
+    std::uint64_t numberOfRuns_ = 0;
+    std::uint64_t found_ = 0;
+    std::uint64_t doubtful_ = 0;
+    std::vector<Range> unreadable_;
 };
 
 }  // namespace Corvane::FileTool

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <deque>
+#include <type_traits>
+#include <vector>
+
+#include "Corvane/Time/TimePoint.h"
+
+namespace Corvane::FileTool {
+
+/// Time points of records. It takes little more memory than the time points themselves, where these can be moved.
+class HeldTimes {
+public:
+    void Add(const Time::TimePoint& timePoint)
+    {
+        const bool later = times_.empty() || times_.back() < timePoint;
+        ascends_ = ascends_ && later;
+        ordered_ = ordered_ && (later || !(timePoint < times_.back()));
+        times_.push_back(timePoint);
+    }
+
+    std::uint64_t Size() const { return times_.size(); }
+    bool Ascends() const { return ascends_; }                          ///< each later than the one before
+    const std::deque<Time::TimePoint>& All() const { return times_; }  ///< in any order
+
+    /// The number of time points of which none equals another.
+    std::uint64_t Distinct()
+    {
+        Sort();
+        std::uint64_t distinct = times_.empty() ? 0 : 1;
+        for (std::uint64_t i = 1; i < times_.size(); ++i) {
+            distinct += At(i - 1) < At(i) ? 1 : 0;
+        }
+        return distinct;
+    }
+
+    bool Contains(const Time::TimePoint& timePoint)
+    {
+        Sort();
+        std::uint64_t from = 0;
+        for (std::uint64_t to = times_.size(); from < to;) {
+            const std::uint64_t middle = from + (to - from) / 2;
+            At(middle) < timePoint ? from = middle + 1 : to = middle;
+        }
+        return from < times_.size() && !(timePoint < At(from));
+    }
+
+private:
+    // Time points need only be copied and compared. Those that cannot be moved are ordered by their numbers.
+    static constexpr bool kMovable = std::is_swappable_v<Time::TimePoint>;
+
+    const Time::TimePoint& At(std::uint64_t i) const { return order_.empty() ? times_[i] : times_[order_[i]]; }
+
+    void Sort()
+    {
+        if (ordered_ || order_.size() == times_.size()) {
+            return;
+        }
+        if constexpr (kMovable) {
+            std::sort(times_.begin(), times_.end());
+            ordered_ = true;
+        } else {
+            order_.resize(times_.size());
+            for (std::uint64_t i = 0; i < order_.size(); ++i) {
+                order_[i] = i;
+            }
+            std::sort(order_.begin(), order_.end(), [this](auto a, auto b) { return times_[a] < times_[b]; });
+        }
+    }
+
+    std::deque<Time::TimePoint> times_;
+    std::vector<std::uint64_t> order_;  // empty: as they lie
+    bool ascends_ = true;
+    bool ordered_ = true;  // as they lie
+};
+
+}  // namespace Corvane::FileTool

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Corvane/Time/TimePoint.h"
+#include "chunkfile/Input.h"
+#include "chunkfile/Walk.h"
+
+namespace Corvane::FileTool {
+
+/// What lies where the records end before the header's count.
+enum class Damage {
+    None,
+    ShortFile,       ///< no whole header
+    CountTooHigh,    ///< only zeros, or the end of the file
+    ZerosForRecord,  ///< zeros, and something after them
+    CutRecord,       ///< the file ends inside a record
+    BadRecord,
+    Unreadable
+};
+
+/// A record's time that is not later than the one before.
+struct Descent {
+    std::uint64_t index;
+    std::uint64_t position;
+};
+
+/// The sizes of records, in bytes.
+struct Sizes {
+    std::uint64_t least = UINT64_MAX;
+    std::uint64_t most = 0;
+    std::uint64_t sum = 0;
+};
+
+/// The time points of the counted records.
+struct TimeSpan {
+    std::optional<Time::TimePoint> first;  ///< as the records lie
+    std::optional<Time::TimePoint> last;
+    std::optional<Time::TimePoint> least;
+    std::optional<Time::TimePoint> most;
+    std::uint64_t descents = 0;  ///< how often a time is before the one that precedes it
+    std::optional<Descent> firstDescent;
+    std::uint64_t distinct = 0;  ///< time points of which none equals another
+};
+
+/// What follows the last counted record, if all were read.
+struct Fill {
+    std::uint64_t begin = 0;
+    std::uint64_t other = 0;  ///< the first byte that is not zero; the file's size if all are
+    std::optional<Run> secondImage;
+};
+
+/// The facts of one file that info and check share.
+struct Survey {
+    std::uint64_t size = 0;
+    std::uint64_t allocated = 0;
+    std::uint64_t version = 0;
+    std::uint64_t count = 0;
+    WalkEnd end;
+    Damage damage = Damage::None;
+    bool knownChunks = true;  ///< false: records are counted, and there is no sign of the tool's chunk type
+    Sizes sizes;
+    TimeSpan times;
+    std::vector<std::uint64_t> overTime;  ///< counted records in equal parts of the span, if asked for
+    Fill fill;
+    std::map<std::string, std::uint64_t> fields;  ///< how often; the first kMostFields names
+    std::vector<Run> runs;                        ///< found after the end; the first Walk::kMostRuns
+    std::uint64_t numberOfRuns = 0;
+    std::uint64_t found = 0;
+    std::uint64_t doubtful = 0;
+    std::vector<Range> unreadable;
+    bool changed = false;  ///< the file changed while it was read
+
+    static constexpr std::size_t kMostFields = 10000;
+};
+
+struct SurveyOptions {
+    bool countFields = false;
+    std::size_t parts = 0;  ///< of the span of time
+    std::function<void(std::uint64_t position)> progress;
+};
+
+/// Reads the whole file. Throws std::runtime_error if that is not possible at all.
+Survey SurveyOf(const Input& input, const SurveyOptions& options);
+
+}  // namespace Corvane::FileTool
