@@ -1,27 +1,159 @@
+// The command line. Only this source includes CLI11.
 #include <CLI/CLI.hpp>
+#include <clocale>
+#include <csignal>
+#include <iostream>
+#include <new>
 
-#include "chunkfile/Commands.h"
+#include "chunkfile/Glue.h"
+#include "chunkfile/Tables.h"
 #include "chunkfile/Terminal.h"
 
 namespace Corvane::FileTool {
 
+namespace {
+
+void AddOption(CLI::App& command, const OptionRow& row, Options& options)
+{
+    if (row.argument == nullptr) {
+        command.add_flag_callback(row.names, [&] { row.take(options, {}); }, row.help);
+        return;
+    }
+    const std::vector<std::string> choices = Split(row.argument, '|');
+    const auto take = [&row, &options, choices](const std::string& text) {
+        const bool known = choices.size() == 1 || std::find(choices.begin(), choices.end(), text) != choices.end();
+        if (!known) {
+            throw CLI::ValidationError(row.names, text + " is none of " + row.argument);
+        }
+        if (!row.take(options, text)) {
+            throw CLI::ValidationError(row.names, "cannot understand " + text);
+        }
+    };
+    command.add_option_function<std::string>(row.names, take, row.help)->type_name(row.argument);
+}
+
+void AddAttributeArguments(CLI::App& command, Options& options)
+{
+    AttributeOptions& attribute = options.attribute;
+    const CLI::IsMember actions({"list", "get", "set", "remove"});
+    command.add_option("ACTION", attribute.action, "list, get, set or remove")
+        ->required()
+        ->check(actions)
+        ->option_text(" ");
+    command.add_option("PATH", options.paths, "The file")->required()->expected(1)->type_name("");
+    command.add_option("NAME", attribute.name, "The attribute, with its namespace: user.x")->type_name("");
+    command.add_option("VALUE", attribute.value, "What set stores")->type_name("");
+}
+
+void AddCommand(CLI::App& app, const CommandRow& row, Options& options)
+{
+    CLI::App& command = *app.add_subcommand(row.name, row.summary);
+    command.group("Commands");
+    command.footer(std::string("Examples:\n") + row.examples);
+    if (row.paths == nullptr) {
+        AddAttributeArguments(command, options);
+    } else {
+        const std::string name = row.paths;
+        const bool many = name.ends_with("...");
+        command.add_option(many ? name.substr(0, name.size() - 3) : name, options.paths, "`-` is standard input")
+            ->required()
+            ->type_name("")
+            ->expected(1, many ? CLI::detail::expected_max_vector_size : 1);
+    }
+    for (const OptionRow& option : OptionRows()) {
+        if ((option.commands & row.bit) != 0) {
+            AddOption(command, option, options);
+        }
+    }
+}
+
+void Describe(CLI::App& app)
+{
+    const std::string platform = Glue::PlatformName();
+    app.name("chunkfile");
+    app.require_subcommand(1);
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version",
+                         "chunkfile " CORVANE_FILE_VERSION + (platform.empty() ? "" : " (" + platform + ")"),
+                         "Print the version");
+    app.add_flag_callback("--bash-completion", [] { throw CLI::Success(); })->group("");
+    app.footer(
+        "Exit codes: 0 fine; 1 could not; 2 wrong usage; 3 done, but damage, loss or unknown records.\n"
+        "Each command has examples: chunkfile COMMAND --help\n");
+    const auto formatter = app.get_formatter();
+    formatter->column_width(28);
+    for (const auto& [label, text] :
+         {std::pair("REQUIRED", ""), std::pair("SUBCOMMAND", "COMMAND"), std::pair("Positionals", "Arguments")}) {
+        formatter->label(label, text);
+    }
+}
+
+// Prints help, version, completion, or what is wrong.
+Exit Explain(const CLI::App& app, const CLI::ParseError& error)
+{
+    if (error.get_name() == "Success") {
+        std::cout << BashCompletion();
+        return Exit::Fine;
+    }
+    if (error.get_exit_code() == 0) {
+        return static_cast<Exit>(app.exit(error));
+    }
+    const auto chosen = app.get_subcommands();
+    const std::string command = chosen.empty() ? "chunkfile" : "chunkfile " + chosen.front()->get_name();
+    const std::string reason = chosen.empty() && error.get_name() == "RequiredError" ? "no such command" : error.what();
+    std::cerr << "chunkfile: " << Terminal::Escaped(reason) << "\nTry: " << command << " --help\n";
+    return Exit::Usage;
+}
+
+// Log entries go to stderr with -v, and nowhere without it.
+void DirectLog(bool verbose)
+{
+    Glue::SendLogTo([verbose](std::int32_t level, const std::string& message) {
+        if (verbose) {
+            std::cerr << "chunkfile: log entry, level " << level << ": " << Terminal::Escaped(message) << '\n';
+        }
+    });
+}
+
+Exit RunCommand(const CommandRow& row, const Options& options)
+{
+    Terminal terminal(options);
+    try {
+        const Exit code = row.run(options, terminal);
+        terminal.Flush();
+        return code;
+    } catch (const std::bad_alloc&) {
+        terminal.Error("out of memory");
+    } catch (const std::exception& error) {
+        terminal.Error(error.what());
+    }
+    return Exit::CouldNot;
+}
+
+}  // namespace
+
 int Run(int count, char** arguments)
 {
-    CLI::App app("Looks into chunk files");
-    app.require_subcommand(1);
+    std::setlocale(LC_CTYPE, "");   // NOLINT(concurrency-mt-unsafe): this program has one thread
+    std::signal(SIGPIPE, SIG_DFL);  // a reader that goes away ends the program, whatever its parent has set
+    CLI::App app("Looks into chunk files and judges them");
     Options options;
-    for (auto* const command : {app.add_subcommand("info"), app.add_subcommand("check")}) {
-        command->add_option("PATH", options.paths)->required();
+    Describe(app);
+    for (const CommandRow& row : CommandRows()) {
+        AddCommand(app, row, options);
     }
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(Exit::Usage);
+        return static_cast<int>(Explain(app, error));
     }
-    Terminal terminal(options);
-    const Exit code = app.got_subcommand("info") ? Info(options, terminal) : Check(options, terminal);
-    terminal.Flush();
-    return static_cast<int>(code);
+    DirectLog(options.verbose);
+    for (const CommandRow& row : CommandRows()) {
+        if (app.got_subcommand(row.name)) {
+            return static_cast<int>(RunCommand(row, options));
+        }
+    }
+    return static_cast<int>(Exit::Usage);
 }
 
 }  // namespace Corvane::FileTool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -9,33 +10,67 @@
 namespace Corvane::FileTool {
 
 /// Standard output and standard error.
+///
+/// - **Colours**: as --color says; `auto` is a terminal that is not dumb, without NO_COLOR.
+/// - **Errors**: Write and Flush throw std::runtime_error `standard output: REASON` if the system refuses the bytes.
 class Terminal {
 public:
     explicit Terminal(const Options& options);
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+    ~Terminal() { ClearProgress(); }
 
     /// Adds to stdout's buffer. A reader that has gone away ends the program without a message.
-    void Write(std::string_view text);
+    void Write(std::string_view text)
+    {
+        buffer_.append(text);
+        if (buffer_.size() >= kFull) {
+            Flush();
+        }
+    }
     void Flush();
 
     /// Writes `chunkfile: TEXT` to stderr, with control characters escaped. Stdout's buffer goes first.
     void Error(std::string_view text);
 
-    /// Says how far a long command is: on a terminal, after half a second.
-    void Progress(std::string_view file, std::uint64_t done, std::uint64_t size);
+    /// Says how far a long command is: on a terminal, after half a second, and not with -q. Cheap enough for each record.
+    void Progress(std::string_view file, std::uint64_t done, std::uint64_t size)
+    {
+        if (progress_ && ++calls_ % 16 == 0) {
+            ShowProgress(file, done, size);
+        }
+    }
 
     enum class Style { Plain, Bold, Dim, Good, Warning, Bad };
 
     /// The text between the codes of its style, if stdout gets colours.
     std::string Styled(Style style, std::string_view text) const;
 
-    /// The text for people: control characters are escaped.
+    /// The text for people: `\x1b` for each byte that could control a terminal or that the locale cannot show.
     static std::string Escaped(std::string_view text);
 
-    bool Utf8() const;            ///< whether stdout takes more than ASCII
-    std::uint64_t Width() const;  ///< columns of stdout; 80 if it is no terminal
+    /// The beginning of an escaped text that fits so many columns, with an ellipsis if it is not all.
+    static std::string Fitting(std::string_view text, std::uint64_t columns);
+
+    bool IsTerminal() const { return terminal_; }  ///< whether stdout is one
+    bool Utf8() const;                             ///< whether stdout takes more than ASCII
+    std::uint64_t Width() const;                   ///< columns of stdout now; 80 if it is no terminal
 
 private:
+    void ShowProgress(std::string_view file, std::uint64_t done, std::uint64_t size);
+    void ClearProgress();
+
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::size_t kFull = 64 * 1024;
+
     std::string buffer_;
+    bool terminal_;
+    bool colors_;
+    bool progress_;
+    bool shown_ = false;
+    unsigned calls_ = 0;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point next_ = start_ + std::chrono::milliseconds(500);
 };
 
 }  // namespace Corvane::FileTool

@@ -1,0 +1,72 @@
+#include "chunkfile/Tables.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+// Words of one command, or what one option takes, as a branch of `case`.
+std::string Branch(const std::string& pattern, const std::string& words)
+{
+    return "        " + pattern + ") words='" + words + "' ;;\n";
+}
+
+std::string Spaced(const std::string& names, char separator)
+{
+    std::string spaced;
+    for (const std::string& name : Split(names, separator)) {
+        spaced += (spaced.empty() ? "" : " ") + name;
+    }
+    return spaced;
+}
+
+constexpr const char* kBegin =
+    R"(# Completion of chunkfile for bash, made of the parser's tables: chunkfile --bash-completion
+
+_chunkfile() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
+    [ "$COMP_CWORD" -gt 1 ] || command=
+    case $command:$before in
+)";
+
+constexpr const char* kMiddle = R"(        *) [[ $word == -* || -z $command ]] || words=: ;;
+    esac
+    [ -n "$words" ] || case $command in
+)";
+
+constexpr const char* kEnd = R"(    esac
+    if [ "$words" = : ]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+    else
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
+    fi
+}
+complete -o filenames -F _chunkfile chunkfile
+)";
+
+}  // namespace
+
+std::string BashCompletion()
+{
+    std::string arguments;
+    std::string options;
+    std::string commands;
+    for (const CommandRow& command : CommandRows()) {
+        const std::string name = command.name;
+        std::string words;
+        for (const OptionRow& option : OptionRows()) {
+            if ((option.commands & command.bit) == 0) {
+                continue;
+            }
+            words += Spaced(option.names, ',') + " ";
+            if (option.argument != nullptr && Split(option.argument, '|').size() > 1) {
+                arguments += Branch(name + ":" + option.names, Spaced(option.argument, '|'));
+            }
+        }
+        options += Branch(name, words + "--help");
+        commands += name + " ";
+    }
+    arguments += Branch("attr:attr", "list get set remove");
+    return kBegin + arguments + kMiddle + options + Branch("*", commands + "--help --version") + kEnd;
+}
+
+}  // namespace Corvane::FileTool

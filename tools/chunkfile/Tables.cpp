@@ -1,0 +1,143 @@
+#include "chunkfile/Tables.h"
+
+#include <array>
+#include <charconv>
+
+#include "chunkfile/Times.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+enum Bit : unsigned { kInfo = 1, kList = 2, kCat = 4, kCheck = 8, kAttr = 16 };
+constexpr unsigned kBoth = kList | kCat;
+constexpr unsigned kAll = kInfo | kList | kCat | kCheck | kAttr;
+
+bool TakeFormat(Options& options, const std::string& text)
+{
+    for (const auto& [name, format] :
+         {std::pair("table", Format::Table), std::pair("json", Format::Json), std::pair("csv", Format::Csv),
+          std::pair("ndjson", Format::Ndjson), std::pair("raw", Format::Raw)}) {
+        options.format = text == name ? format : options.format;
+    }
+    return true;
+}
+
+bool TakeColor(Options& options, const std::string& text)
+{
+    options.color = text == "always" ? When::Always : (text == "never" ? When::Never : When::Auto);
+    return true;
+}
+
+bool TakeNumber(std::uint64_t& number, const std::string& text)
+{
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end;
+}
+
+bool TakeIndex(Options& options, const std::string& text)
+{
+    const std::size_t colon = std::min(text.find(':'), text.size());
+    const std::string begin = text.substr(0, colon);
+    const std::string end = text.substr(std::min(colon + 1, text.size()));
+    return colon < text.size() && (begin.empty() || TakeNumber(options.index.begin, begin)) &&
+           (end.empty() || TakeNumber(options.index.end, end));
+}
+
+bool TakeTime(std::optional<std::string>& time, const std::string& text)
+{
+    time = text;
+    return ParseTimeBound(text).has_value();
+}
+
+// A comma after a backslash is part of a name.
+bool TakeFields(Options& options, const std::string& text)
+{
+    options.fields.emplace_back();
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == ',') {
+            options.fields.emplace_back();
+            continue;
+        }
+        i += text.compare(i, 2, "\\,") == 0 ? 1 : 0;
+        options.fields.back() += text[i];
+    }
+    return true;
+}
+
+// Takes a switch.
+template <bool Options::* Member>
+bool Set(Options& options, const std::string& /*text*/)
+{
+    return options.*Member = true;
+}
+
+constexpr std::array<CommandRow, 5> kCommands = {{
+    {kInfo, "info", "FILE...", Info, "What a file holds: records, times, sizes, space",
+     "  chunkfile info a.chunks\n"
+     "  chunkfile info --fields --format json *.chunks\n"},
+    {kList, "list", "FILE", List, "A line for each record: index, position, size, time, names of fields",
+     "  chunkfile list --limit 10 a.chunks\n"
+     "  chunkfile list --from -10s --format csv a.chunks\n"},
+    {kCat, "cat", "FILE...", Cat, "The fields of each record as JSON, a line each; as CSV; or raw records",
+     "  chunkfile cat --fields loadavg,stat a.chunks | jq .fields\n"
+     "  chunkfile cat --from 2026-11-21T08:30:00Z --to +60s --format csv a.chunks\n"
+     "  chunkfile cat --index 5:6 --format raw a.chunks >record\n"
+     "  ssh host cat a.chunks | chunkfile cat -\n"},
+    {kCheck, "check", "PATH...", Check, "Judges files, and every regular file in folders",
+     "  chunkfile check a.chunks\n"
+     "  chunkfile check --max-size 4000000 a.chunks\n"
+     "  chunkfile check -q --strict folder || echo 'look closer'\n"},
+    {kAttr, "attr", nullptr, Attr, "Lists, gets, sets or removes extended attributes of any file",
+     "  chunkfile attr list a.chunks\n"
+     "  chunkfile attr set a.chunks user.__trackSize 836434\n"
+     "  chunkfile attr get a.chunks user.__trackSize\n"},
+}};
+
+constexpr std::array<OptionRow, 15> kOptions = {{
+    {kInfo, "--fields", nullptr, "Also the names of fields, and how often each comes", Set<&Options::countFields>},
+    {kCat, "--fields", "A,B", "Only these fields, in this order; \\, is a comma in a name", TakeFields},
+    {kBoth, "--from", "T", "From this time on: RFC 3339, @seconds, +10s from the first or -10s from the last record",
+     [](Options& options, const std::string& text) { return TakeTime(options.from, text); }},
+    {kBoth, "--to", "T", "Up to this time, which is left out",
+     [](Options& options, const std::string& text) { return TakeTime(options.to, text); }},
+    {kBoth, "--index", "A:B", "Records A to B - 1, counted from 0; A or B can be left out", TakeIndex},
+    {kBoth, "--limit", "N", "At most N records of each file",
+     [](Options& options, const std::string& text) { return TakeNumber(options.limit, text); }},
+    {kBoth, "--scan", nullptr, "Go on after damage, with the good records there", Set<&Options::scan>},
+    {kCat, "--strings", nullptr, "Values that are JSON come out as strings too", Set<&Options::strings>},
+    {kCheck, "--max-size", "N", "Predict a reopening with this maximum size; 0, the default, is none",
+     [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
+    {kCheck, "--strict", nullptr, "Warnings count as findings: exit code 3", Set<&Options::strict>},
+    {kInfo | kList | kCheck, "--format", "table|json|csv", "What to print; default: table", TakeFormat},
+    {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
+    {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},
+    {kAll, "-q,--quiet", nullptr, "No progress; from check only errors and the exit code", Set<&Options::quiet>},
+    {kAll, "-v,--verbose", nullptr, "Log entries of the library and sums on stderr", Set<&Options::verbose>},
+}};
+
+}  // namespace
+
+std::span<const CommandRow> CommandRows()
+{
+    return kCommands;
+}
+
+std::span<const OptionRow> OptionRows()
+{
+    return kOptions;
+}
+
+std::vector<std::string> Split(const std::string& text, char separator)
+{
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, begin), text.size());
+        parts.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
+}
+
+}  // namespace Corvane::FileTool
