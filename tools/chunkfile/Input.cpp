@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 namespace Corvane::FileTool {
 
@@ -48,7 +50,7 @@ int UnnamedFile()
     return fd;
 }
 
-void WriteAll(int fd, const char* bytes, std::size_t size)
+void WriteAll(int fd, const unsigned char* bytes, std::size_t size)
 {
     while (size != 0) {
         const int count = Retried([&] { return ::write(fd, bytes, size); });
@@ -64,7 +66,7 @@ void WriteAll(int fd, const char* bytes, std::size_t size)
 int Spooled(int from)
 {
     const int fd = UnnamedFile();
-    std::array<char, 65536> bytes = {};
+    std::array<unsigned char, 65536> bytes = {};
     for (;;) {
         const int count = Retried([&] { return ::read(from, bytes.data(), bytes.size()); });
         if (count == -1) {
@@ -96,42 +98,64 @@ void RefuseIrregular(const struct stat& status)
     }
 }
 
-// Leaves the access time alone where the system allows it: for the file's owner.
-int OpenForReading(const std::string& path)
+// Files of /proc say that they are empty, and are not.
+bool StatesNoLength(int fd)
 {
-    struct stat status = {};
-    if (::stat(path.c_str(), &status) == -1) {
-        Fail();
-    }
-    RefuseIrregular(status);
-    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
-    int fd = ::open(path.c_str(), flags | O_NOATIME);
-    if (fd == -1 && errno == EPERM) {
-        fd = ::open(path.c_str(), flags);
-    }
-    if (fd == -1) {
-        Fail();
-    }
-    return fd;
+    char byte = 0;
+    return ::pread(fd, &byte, 1, 0) == 1;
 }
 
 }  // namespace
 
 Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path), path_(path)
 {
-    fd_ = path == "-" ? Spooled(STDIN_FILENO) : OpenForReading(path);
+    if (path == "-") {
+        BecomeSpooled(Spooled(STDIN_FILENO));
+        return;
+    }
+    if (::stat(path.c_str(), &status_) == -1) {
+        Fail();
+    }
+    RefuseIrregular(status_);
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+    fd_ = ::open(path.c_str(), flags | O_NOATIME);  // leaves the access time alone, if the system permits that
+    foreign_ = fd_ == -1 && errno == EPERM;
+    if (foreign_) {
+        fd_ = ::open(path.c_str(), flags);
+    }
+    if (fd_ == -1) {
+        Fail();
+    }
     status_ = StatusOf(fd_);
-    unsigned char byte = 0;
-    if (status_.st_size == 0 && ReadAt(0, &byte, 1) == 1) {  // files of /proc do not know their length
+    if (status_.st_size == 0 && StatesNoLength(fd_)) {
         const int file = fd_;
-        fd_ = Spooled(file);
+        BecomeSpooled(Spooled(file));
         ::close(file);
-        status_ = StatusOf(fd_);
-        path_ = "-";
     }
-    if (path_ == "-") {
-        path_ = "/proc/self/fd/" + std::to_string(fd_);
+}
+
+Input::Input(const Input& input, std::uint64_t position, std::uint64_t size) : name_(input.name_)
+{
+    const int fd = UnnamedFile();
+    BecomeSpooled(fd);
+    if (::ftruncate(fd, static_cast<off_t>(std::min(size, input.Size() + kMostPadding))) == -1 ||
+        ::lseek(fd, static_cast<off_t>(position), SEEK_SET) == -1) {
+        Fail();
     }
+    std::vector<unsigned char> bytes(65536);
+    while (const std::size_t count = input.ReadAt(position, bytes.data(), bytes.size())) {
+        WriteAll(fd, bytes.data(), count);
+        position += count;
+    }
+    status_ = StatusOf(fd);
+}
+
+void Input::BecomeSpooled(int fd)
+{
+    fd_ = fd;
+    spooled_ = true;
+    path_ = "/proc/self/fd/" + std::to_string(fd);
+    status_ = StatusOf(fd);
 }
 
 Input::~Input()
@@ -214,9 +238,20 @@ std::uint64_t Input::SkipZeros(std::uint64_t position) const
     return Size();
 }
 
+std::string Input::WhyNotWritable() const
+{
+    if (!spooled_ && ::faccessat(AT_FDCWD, path_.c_str(), W_OK, AT_EACCESS) == -1) {
+        return std::strerror(errno);
+    }
+    return foreign_ ? std::strerror(EPERM) : "";  // an appender opens with O_NOATIME
+}
+
 bool Input::HasChanged() const
 {
     struct stat now = {};
+    if (spooled_) {
+        return false;
+    }
     return ::stat(path_.c_str(), &now) == -1 || now.st_dev != status_.st_dev || now.st_ino != status_.st_ino ||
            now.st_size != status_.st_size || now.st_mtim.tv_sec != status_.st_mtim.tv_sec ||
            now.st_mtim.tv_nsec != status_.st_mtim.tv_nsec;

@@ -21,6 +21,12 @@ class Input {
 public:
     /// Refuses what is no regular file, before it is opened: a FIFO would block.
     explicit Input(const std::string& path);
+
+    /// An unnamed file of `size` bytes: zeros, and from `position` on the bytes of this file. It has at most kMostPadding
+    /// bytes more than the file.
+    Input(const Input& input, std::uint64_t position, std::uint64_t size);
+    static constexpr std::uint64_t kMostPadding = std::uint64_t{1} << 30U;
+
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
     ~Input();
@@ -39,13 +45,20 @@ public:
     /// The first byte from this position on that is not zero, or Size(). Bytes that cannot be read count as not zero.
     std::uint64_t SkipZeros(std::uint64_t position) const;
 
+    /// Why an appender could not open the file for writing; empty if it could. Does not try it.
+    std::string WhyNotWritable() const;
+
     /// Whether the name means another file now, or the file has another length or time of change.
     bool HasChanged() const;
 
 private:
+    void BecomeSpooled(int fd);
+
     std::string name_;
     std::string path_;
     int fd_ = -1;
+    bool spooled_ = false;
+    bool foreign_ = false;  // the system refuses O_NOATIME
     struct stat status_ = {};
 };
 

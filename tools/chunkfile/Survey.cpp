@@ -32,7 +32,8 @@ void AddTime(TimeSpan& times, const FoundRecord& record)
         times.most.emplace(time);
     } else if (time < *times.last) {
         if (times.descents++ == 0) {
-            times.firstDescent = {record.index, record.position};
+            const Range bytes = {record.position, record.position + record.chunk.GetSizeOnFile()};
+            times.firstDescent.emplace(Descent{record.index, bytes, time});
         }
     }
     times.last.emplace(time);
@@ -97,9 +98,9 @@ bool IsKnown(const Input& input, const Survey& survey)
 }
 
 // A second Flush writes the image again, after the first one: the same header, then as many records.
-std::optional<Run> SecondImage(const Input& input, const Survey& survey)
+std::optional<RecordRun> SecondImage(const Input& input, const Survey& survey)
 {
-    for (const Run& run : survey.runs) {
+    for (const RecordRun& run : survey.runs) {
         std::array<unsigned char, kHeaderSize> first = {};
         std::array<unsigned char, kHeaderSize> second = {};
         if (run.begin < survey.fill.begin + kHeaderSize || run.records != survey.count) {

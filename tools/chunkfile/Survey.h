@@ -24,10 +24,11 @@ enum class Damage {
     Unreadable
 };
 
-/// A record's time that is not later than the one before.
+/// A record whose time is before the one that precedes it.
 struct Descent {
     std::uint64_t index;
-    std::uint64_t position;
+    Range bytes;
+    Time::TimePoint time;
 };
 
 /// The sizes of records, in bytes.
@@ -52,7 +53,7 @@ struct TimeSpan {
 struct Fill {
     std::uint64_t begin = 0;
     std::uint64_t other = 0;  ///< the first byte that is not zero; the file's size if all are
-    std::optional<Run> secondImage;
+    std::optional<RecordRun> secondImage;
 };
 
 /// The facts of one file that info and check share.
@@ -69,7 +70,7 @@ struct Survey {
     std::vector<std::uint64_t> overTime;  ///< counted records in equal parts of the span, if asked for
     Fill fill;
     std::map<std::string, std::uint64_t> fields;  ///< how often; the first kMostFields names
-    std::vector<Run> runs;                        ///< found after the end; the first Walk::kMostRuns
+    std::vector<RecordRun> runs;                  ///< found after the end; the first Walk::kMostRuns
     std::uint64_t numberOfRuns = 0;
     std::uint64_t found = 0;
     std::uint64_t doubtful = 0;

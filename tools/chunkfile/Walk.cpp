@@ -31,7 +31,7 @@ std::optional<std::uint64_t> AnnouncedSizeAt(const Input& input, std::uint64_t p
 
 // A run that is not judged yet.
 struct Walk::Candidate {
-    Run run;
+    RecordRun run;
     std::uint64_t next = 0;  // where the search goes on
     bool inside = false;     // it begins inside an announced record
     bool ascends = true;     // from the last record that counts as the file's
@@ -165,7 +165,7 @@ bool Walk::Find()
 Walk::Candidate Walk::ReadRun()
 {
     Candidate candidate;
-    Run& run = candidate.run;
+    RecordRun& run = candidate.run;
     run.begin = run.end = scanner_.GetPosition();
     candidate.inside = run.begin < announcedEnd_;
     const std::uint64_t boundary = candidate.inside ? announcedEnd_ : UINT64_MAX;
@@ -193,7 +193,7 @@ Walk::Candidate Walk::ReadRun()
 // Why the run may not be the file's. Empty if it counts as the file's.
 std::string Walk::Doubt(const Candidate& candidate)
 {
-    const Run& run = candidate.run;
+    const RecordRun& run = candidate.run;
     if (end_.kind == WalkEnd::Kind::AllRead) {
         return "after the last counted record";
     }
@@ -212,7 +212,7 @@ std::string Walk::Doubt(const Candidate& candidate)
 
 bool Walk::Judge(const Candidate& candidate, const Visit& visit)
 {
-    Run run = candidate.run;
+    RecordRun run = candidate.run;
     run.reason = Doubt(candidate);
     run.standing = run.reason.empty() ? Standing::Found : Standing::Doubtful;
     const std::uint64_t index = Count() - room_;
@@ -230,7 +230,7 @@ bool Walk::Judge(const Candidate& candidate, const Visit& visit)
     return !visit || (Give(run, index, visit) && (scanner_.GoTo(candidate.next), true));
 }
 
-bool Walk::Give(const Run& run, std::uint64_t index, const Visit& visit)
+bool Walk::Give(const RecordRun& run, std::uint64_t index, const Visit& visit)
 {
     scanner_.GoTo(run.begin, run.records);
     for (std::uint64_t i = 0; Next() == Step::Record; ++i) {

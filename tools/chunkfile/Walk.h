@@ -40,7 +40,7 @@ struct WalkEnd {
 };
 
 /// Back-to-back records that were found by a search.
-struct Run {
+struct RecordRun {
     std::uint64_t begin = 0;
     std::uint64_t end = 0;
     std::uint64_t records = 0;
@@ -74,7 +74,7 @@ public:
 
     /// What AfterEnd found: the first runs, and sums over all.
     static constexpr std::size_t kMostRuns = 100;
-    const std::vector<Run>& Runs() const { return runs_; }
+    const std::vector<RecordRun>& Runs() const { return runs_; }
     std::uint64_t NumberOfRuns() const { return numberOfRuns_; }
     std::uint64_t Found() const { return found_; }
     std::uint64_t Doubtful() const { return doubtful_; }
@@ -95,7 +95,7 @@ private:
     Candidate ReadRun();
     std::string Doubt(const Candidate& candidate);
     bool Judge(const Candidate& candidate, const Visit& visit);
-    bool Give(const Run& run, std::uint64_t index, const Visit& visit);
+    bool Give(const RecordRun& run, std::uint64_t index, const Visit& visit);
 
     const Input& input_;
     File::DataChunkFileScanner scanner_;
@@ -106,7 +106,7 @@ private:
     std::uint64_t announcedEnd_ = 0;       // where the record that an intact head announces ends
     WalkEnd end_;
     std::string failure_;  // of the last step that could not read
-    std::vector<Run> runs_;
+    std::vector<RecordRun> runs_;
     std::uint64_t numberOfRuns_ = 0;
     std::uint64_t found_ = 0;
     std::uint64_t doubtful_ = 0;
