@@ -62,10 +62,11 @@ std::string Record::Bytes() const
         values += field.value;
     }
     // The checksum of the directory: as many bytes as the head claims, or all that exist.
-    std::string head = records::Bytes(mark) + records::Bytes(static_cast<std::uint32_t>(size)) + records::Bytes(time) +
-                       records::Bytes(static_cast<std::uint32_t>(directorySize)) +
-                       records::Bytes(static_cast<std::uint32_t>(fieldNumber)) +
-                       records::Bytes(Checksum((directory + values).substr(0, directorySize)));
+    std::string head =
+        records::Bytes(mark) + records::Bytes(static_cast<std::uint32_t>(size)) + records::Bytes(time) +
+        records::Bytes(static_cast<std::uint32_t>(directorySize)) +
+        records::Bytes(static_cast<std::uint32_t>(fieldNumber)) +
+        records::Bytes(directoryChecksum.value_or(Checksum((directory + values).substr(0, directorySize))));
     head += records::Bytes(Checksum(head));
     return head + directory + values;
 }

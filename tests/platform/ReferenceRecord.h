@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,7 +25,7 @@ struct Field {
     std::uint64_t checksum;
 };
 
-// A record whose head and directory have right checksums, whatever else they hold.
+// A record whose head and directory have right checksums, whatever else they hold, unless a test sets the directory's.
 struct Record {
     explicit Record(std::vector<Field> recordFields);
 
@@ -36,6 +37,7 @@ struct Record {
     std::int64_t time = 1;
     std::uint64_t directorySize;
     std::uint64_t fieldNumber;
+    std::optional<std::uint64_t> directoryChecksum;  // if it is wrong
 };
 
 enum class Form { kMemory, kDescriptor, kDescriptorWithNames };

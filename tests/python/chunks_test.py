@@ -36,8 +36,8 @@ class FileCase(unittest.TestCase):
 
     def walk(self, content, names=None):
         """The records of the content's file, and why the walk ended."""
-        file = self.file(content)
-        return list(file.records(names)), file.stop
+        with self.file(content) as file:
+            return list(file.records(names)), file.stop
 
     def expect(self, content, times, end, position, flaw=""):
         records, stop = self.walk(content)

@@ -1,0 +1,47 @@
+"""What python/corvane_chunks.py finds in a file, in the form of vectors/NAME.json."""
+from corvane_chunks import ChunkFile
+
+
+def hexadecimal(name):
+    return name.encode("utf-8", "surrogateescape").hex()
+
+
+def walk_facts(file, names=None):
+    records = sum(1 for _ in file.records(names))
+    return {"records": records, "end": file.stop.end.value, "position": file.stop.position}
+
+
+def refusal(file, max_size):
+    """Why a reopening refuses the file; None if it does not."""
+    if file.size < 16:
+        return "shorter than 16 bytes"
+    if 0 < max_size < file.size:
+        return "longer than the maximum size"
+    return None if file.version == 2 else "version"
+
+
+def reopening_facts(file, content, padded, max_size):
+    """What a reopening does by docs/format.md: it walks the content with zeros up to the maximum size."""
+    refused = refusal(file, max_size)
+    if refused:
+        return {"max_size": max_size, "refused": refused}
+    with open(padded, "wb") as copy:
+        copy.write(content.ljust(max_size, b"\0"))
+    with ChunkFile(padded) as image:
+        walk = walk_facts(image)
+    return {"max_size": max_size, "kept": walk["records"], "next": walk["position"]}
+
+
+def facts_by_reader(path, padded):
+    """The facts; padded is the name of a file that may be overwritten."""
+    with ChunkFile(path) as file, open(path, "rb") as bare:
+        content = bare.read()
+        size = file.size
+        max_sizes = [0, 64] if size < 2 else [0, size - 1, size, size + 64]
+        return {
+            "size": size, "version": str(file.version), "count": str(file.count),
+            "records": [{"position": record.position, "size": record.size, "time": str(record.time),
+                         "fields": {hexadecimal(name): value.hex() for name, value in record.fields.items()}}
+                        for record in file],
+            "walk": walk_facts(file), "walk_of_load": walk_facts(file, ["load"]),
+            "reopening": [reopening_facts(file, content, padded, max_size) for max_size in max_sizes]}

@@ -1,0 +1,373 @@
+#include "vectors/Vectors.h"
+
+#include <algorithm>
+#include <functional>
+#include <initializer_list>
+#include <utility>
+
+#include "ReferenceRecord.h"
+#include "support/Chunks.h"
+#include "support/Files.h"
+
+namespace vectors {
+
+namespace {
+
+using Corvane::Time::TimePoint;
+using records::Field;
+using support::DataChunk;
+using support::FileOf;
+using support::Word;
+using Chunks = std::vector<DataChunk>;
+
+constexpr std::int64_t kTime = 1'800'000'000'000'000'000;
+constexpr std::int64_t kTenMilliseconds = 10'000'000;
+constexpr std::uint64_t kHeaderSize = 16;
+constexpr const char* kAllRead = "all read";
+constexpr const char* kBadRecord = "bad record";
+constexpr const char* kEndOfFile = "end of file";
+
+DataChunk Chunk(std::int64_t time, std::initializer_list<std::pair<std::string, std::string>> fields)
+{
+    DataChunk chunk{TimePoint(time)};
+    for (const auto& [name, value] : fields) {
+        chunk.Set(name, value);
+    }
+    return chunk;
+}
+
+// The records of most files, and where they begin: the first two are the page's example.
+const DataChunk kA = Chunk(kTime, {{"load", "0.42"}, {"mem", "71 %"}});
+const DataChunk kB = Chunk(kTime + kTenMilliseconds, {{"load", "0.5"}});
+const DataChunk kC = Chunk(kTime + 2 * kTenMilliseconds, {{"load", "0.61"}, {"note", "calibrated"}});
+constexpr std::uint64_t kSecond = 103;
+constexpr std::uint64_t kThird = 166;
+constexpr std::uint64_t kEnd = 260;
+
+std::string Sound()
+{
+    return FileOf({kA, kB, kC});
+}
+
+std::string With(std::string file, std::uint64_t at, const std::string& bytes)
+{
+    return file.replace(at, bytes.size(), bytes);
+}
+
+std::string Flipped(std::string file, std::uint64_t at)
+{
+    file[at] = static_cast<char>(file[at] ^ 1);
+    return file;
+}
+
+std::string Zeros(std::uint64_t size)
+{
+    return std::string(size, '\0');
+}
+
+using List = std::vector<Vector>;
+
+Vector& Add(List& list, const std::string& name, const std::string& state, const std::string& about,
+            const std::string& bytes, const Chunks& seen, const std::string& end)
+{
+    return list.emplace_back(Vector{name, state, about, bytes, seen, end});
+}
+
+void AddHeaders(List& list)
+{
+    for (const std::uint64_t size : {0U, 1U, 8U, 9U, 15U}) {
+        Add(list, "short_" + std::to_string(size), "Shorter than 16 bytes",
+            "the first " + std::to_string(size) + " bytes of a file", Sound().substr(0, size), {},
+            size > 8 ? kEndOfFile : kAllRead);
+    }
+    Add(list, "header_only", "Layout", "no record and no fill", FileOf({}), {}, kAllRead);
+    Add(list, "header_and_fill", "Layout", "a bounded file without records", FileOf({}) + Zeros(100), {}, kAllRead);
+    Add(list, "zeros", "Zeros only", "256 zeros", Zeros(256), {}, kAllRead);
+    Add(list, "version_0", "Version 0: a new unbounded file", "", FileOf({kA, kB}, 0), {kA, kB}, kAllRead);
+    Add(list, "version_0_refused_duplicate", "Version 0: a new unbounded file",
+        "zeros where a chunk was refused because its time point was there", FileOf({kA}, 0) + Zeros(87), {kA},
+        kAllRead);
+    for (const auto& [name, version] : {std::pair("1", std::uint64_t{1}), {"3", 3}, {"largest", UINT64_MAX}}) {
+        Add(list, "version_" + std::string(name), "Any version but 0 and 2", "", FileOf({kA, kB, kC}, version),
+            {kA, kB, kC}, kAllRead);
+    }
+}
+
+void AddSound(List& list)
+{
+    Add(list, "example_of_the_page", "A file of two records", "", FileOf({kA, kB}) + Zeros(6), {kA, kB}, kAllRead);
+    Add(list, "sound", "Sound", "ends with its last record", Sound(), {kA, kB, kC}, kAllRead);
+    Add(list, "sound_bounded", "Sound", "zeros up to the maximum size", Sound() + Zeros(252), {kA, kB, kC}, kAllRead);
+    Add(list, "foreign_fill", "Foreign bytes in the fill", "", Sound() + std::string(100, 'x'), {kA, kB, kC}, kAllRead);
+    Add(list, "equal_times", "Two records of one time point", "", FileOf({kA, kA, kB}), {kA, kA, kB}, kAllRead);
+    Add(list, "descending_times", "Records of the reference platform", "", FileOf({kC, kB, kA}), {kC, kB, kA},
+        kAllRead);
+    Chunks chunks;
+    for (const std::int64_t time :
+         {INT64_MIN, INT64_MIN + 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1}, INT64_MAX}) {
+        chunks.push_back(Chunk(time, {{"load", "1"}}));
+    }
+    Add(list, "extreme_times", "Records of the reference platform", "earliest, latest, and around 1970", FileOf(chunks),
+        chunks, kAllRead);
+}
+
+std::string AllBytes(std::uint64_t size)
+{
+    std::string bytes;
+    for (std::uint64_t i = 0; i < size; ++i) {
+        bytes.push_back(static_cast<char>((i + i / 256) % 256));
+    }
+    return bytes;
+}
+
+DataChunk ManyFields()
+{
+    DataChunk chunk{TimePoint(kTime)};
+    for (std::uint64_t i = 0; i < 300; ++i) {
+        chunk.Set("field " + std::to_string(i), std::to_string(i * i));
+    }
+    return chunk;
+}
+
+void AddFields(List& list)
+{
+    const auto add = [&list](const std::string& name, const std::string& about, const Chunks& chunks) {
+        Add(list, name, "Records of the reference platform", about, FileOf(chunks), chunks, kAllRead);
+    };
+    add("no_fields", "a record of 40 bytes", {Chunk(kTime, {})});
+    add("empty_value", "", {Chunk(kTime, {{"load", ""}})});
+    add("empty_name", "", {Chunk(kTime, {{"", "nameless"}, {"load", "1"}}), Chunk(kTime + 1, {{"", ""}})});
+    add("order_of_names", "as unsigned bytes; a name comes before its extensions",
+        {Chunk(kTime, {{"a", "1"},
+                       {std::string("a\0", 2), "2"},
+                       {"aa", "3"},
+                       {"b", "4"},
+                       {"\x7f", "5"},
+                       {"\x80", "6"},
+                       {"\xc3\xbc", "7"},
+                       {"\xee\x80\x80", "8"},
+                       {"\xff", "9"}})});
+    add("binary", "all bytes, as name and as value", {Chunk(kTime, {{AllBytes(256), AllBytes(256)}})});
+    add("text", "UTF-8, JSON, lines, and what a terminal obeys",
+        {Chunk(kTime, {{"gr\xc3\xbc\xc3\x9f", "\xe2\x82\xac 12"},
+                       {"json", R"({"a":[1,2.50,null]})"},
+                       {"lines", "a\nb\r\n"},
+                       {"csv", "a,\"b\";c"},
+                       {"escape", "\x1b[31mred"}})});
+    add("many_fields", "300 fields", {ManyFields(), kB});
+    add("large_value", "20,000 bytes", {Chunk(kTime, {{"load", AllBytes(20'000)}}), kB});
+    add("long_name", "1,000 bytes", {Chunk(kTime, {{std::string(1000, 'n'), "v"}}), kB});
+    add("file_in_a_value", "a whole chunk file", {Chunk(kTime, {{"load", Sound()}}), kB});
+}
+
+void AddCounts(List& list)
+{
+    const auto add = [&list](const std::string& name, const std::string& about, std::uint64_t count,
+                             const std::string& fill, const char* end) {
+        Add(list, name, "Count too high", about, With(Sound(), 8, Word(count)) + fill, {kA, kB, kC}, end);
+    };
+    add("count_too_high", "no byte after the last record", 4, "", kEndOfFile);
+    add("count_largest", "no byte after the last record", UINT64_MAX, "", kEndOfFile);
+    add("count_too_high_in_zeros", "a walk meets the fill", 4, Zeros(100), kBadRecord);
+    add("count_too_high_in_39_zeros", "the fill is shorter than a head", 4, Zeros(39), kBadRecord);
+    add("count_too_high_in_foreign_bytes", "a walk meets the fill", 4, std::string(100, 'x'), kBadRecord);
+    Add(list, "count_too_low", "Count too low", "", With(Sound(), 8, Word(1)), {kA}, kAllRead);
+    Add(list, "count_zero", "Count too low", "", With(Sound(), 8, Word(0)), {}, kAllRead);
+}
+
+void AddTruncated(List& list)
+{
+    const std::string inside = "Truncated inside a record";
+    Add(list, "truncated_after_the_header", "Truncated between records", "", Sound().substr(0, kHeaderSize), {},
+        kEndOfFile);
+    Add(list, "truncated_between_records", "Truncated between records", "", Sound().substr(0, kThird), {kA, kB},
+        kEndOfFile);
+    for (const auto& [name, end] :
+         {std::pair("mark", kThird + 1), std::pair("head", kThird + 39), std::pair("directory", kThird + 41),
+          std::pair("values", kEnd - 14), std::pair("last_value", kEnd - 1)}) {
+        Add(list, "truncated_in_" + std::string(name), inside, "", Sound().substr(0, end), {kA, kB}, kBadRecord);
+    }
+    const DataChunk padded = Chunk(kTime + 1, {{"load", "1"}, {"padding", Zeros(20)}});
+    const std::string file = FileOf({kA, padded});
+    Add(list, "truncated_in_zeros", "Truncated inside zeros at a record's end", "a larger maximum size adds zeros",
+        file.substr(0, file.size() - 8), {kA}, kBadRecord)
+        .completed = padded.GetSizeOnFile();
+    Add(list, "truncated_bounded", "New file truncated by a full disk", "the length is no record's end",
+        Sound().substr(0, 128), {kA}, kBadRecord);
+}
+
+// One bit of the second record flipped, or of the third.
+void AddFlipped(List& list)
+{
+    const std::string state = "Flipped bit in a record";
+    for (const auto& [name, at] :
+         {std::pair("mark", 0), std::pair("size", 4), std::pair("time", 8), std::pair("directory_size", 16),
+          std::pair("number_of_fields", 20), std::pair("checksum_of_directory", 24), std::pair("checksum_of_head", 32),
+          std::pair("name_size", 40), std::pair("value_size", 44), std::pair("checksum_of_value", 48),
+          std::pair("name", 56), std::pair("value", 60)}) {
+        Add(list, "flipped_in_" + std::string(name), state, "the next record is whole",
+            Flipped(Sound(), kSecond + static_cast<std::uint64_t>(at)), {kA}, kBadRecord);
+    }
+    Add(list, "flipped_in_value_not_asked_for", "Flipped bit in a field not asked for",
+        "a walk for the field load does not notice", Flipped(Sound(), kSecond - 1), {}, kBadRecord)
+        .walkOfLoad = WalkFacts{3, kAllRead, kEnd};
+    Add(list, "zeros_in_place_of_a_record", "Zeros in place of a record", "",
+        With(Sound(), kSecond, Zeros(kThird - kSecond)), {kA}, kBadRecord);
+    Add(list, "foreign_records", "Records of another chunk type", "", Word(2) + Word(3) + std::string(200, 'x'), {},
+        kBadRecord);
+    const std::string nested = FileOf({Chunk(kTime, {{"load", Sound()}}), kB});
+    Add(list, "flipped_around_a_file_in_a_value", state, "good records lie in the bad one's value",
+        Flipped(nested, kHeaderSize + 32), {}, kBadRecord);
+}
+
+void AddOverwritten(List& list)
+{
+    const DataChunk a = Chunk(kTime + 70, {{"load", "0.11"}, {"mem", "11 %"}});
+    const DataChunk b = Chunk(kTime + 80, {{"load", "0.2"}});
+    const DataChunk c = Chunk(kTime + 90, {{"load", "0.31"}, {"note", "calibrated"}});
+    const std::string newer = FileOf({a, b, c});
+    const std::string tail = Sound().substr(kSecond);
+    Add(list, "older_tail", "End of an older, longer file in the fill", "older records begin right after",
+        FileOf({a}) + tail, {a}, kAllRead);
+    Add(list, "older_tail_count_too_high", "The same, and the count too high", "", With(FileOf({a}), 8, Word(3)) + tail,
+        {a, kB, kC}, kAllRead);
+    Add(list, "older_tail_inside_a_record", "The same, and the count too high", "no record begins right after",
+        With(FileOf({b}), 8, Word(3)) + Sound().substr(FileOf({b}).size()), {b}, kBadRecord);
+    const std::string image = FileOf({kA, kB}) + Zeros(34);
+    Add(list, "image_written_twice", "Image written twice", "", image + image, {kA, kB}, kAllRead);
+    Add(list, "torn_inside_a_record", "Torn write, tear inside a record", "",
+        newer.substr(0, kSecond + 30) + Sound().substr(kSecond + 30), {a}, kBadRecord);
+    Add(list, "torn_between_records", "Torn write, tear between records of both files", "",
+        newer.substr(0, kSecond) + tail, {a, kB, kC}, kAllRead);
+    Add(list, "torn_inside_a_low_count", "Torn write, tear inside the count", "258 over 3, after its first byte",
+        With(Sound(), 8, "\x02"), {kA, kB}, kAllRead);
+    Add(list, "torn_inside_a_high_count", "Torn write, tear inside the count", "5 over 3, after its first byte",
+        With(Sound(), 8, "\x05"), {kA, kB, kC}, kEndOfFile);
+}
+
+records::Record Changed(std::vector<Field> fields, const std::function<void(records::Record&)>& change)
+{
+    records::Record record(std::move(fields));
+    change(record);
+    return record;
+}
+
+Field WithSizes(std::uint64_t nameSize, std::uint64_t valueSize)
+{
+    Field field("load", "1");
+    field.nameSize = nameSize;
+    field.valueSize = valueSize;
+    return field;
+}
+
+Field WithChecksum(std::uint64_t checksum)
+{
+    Field field("load", "");
+    field.checksum = checksum;
+    return field;
+}
+
+// Records that no chunk writes. All their checksums are right, but one.
+void AddForged(List& list)
+{
+    using Record = records::Record;
+    const Field x("x", "1");
+    const Field y("y", "2");
+    const auto add = [&list](const std::string& name, const std::string& about, const Record& record) {
+        Add(list, "forged_" + name, "Records of the reference platform", about,
+            With(FileOf({kA, kB}), 8, Word(3)).insert(kSecond, record.Bytes()), {kA}, kBadRecord);
+    };
+    add("mark", "CVC2", Changed({x}, [](Record& record) { record.mark += 0x01000000; }));
+    add("size_0", "", Changed({x}, [](Record& record) { record.size = 0; }));
+    add("size_39", "less than a head", Changed({}, [](Record& record) { record.size = 39; }));
+    add("size_one_less", "less than head, directory and values", Changed({x}, [](Record& record) { --record.size; }));
+    add("size_one_more", "more than head, directory and values", Changed({x}, [](Record& record) { ++record.size; }));
+    add("size_above_1_gib", "", Changed({x}, [](Record& record) { record.size = (1U << 30U) + 1; }));
+    add("directory_one_less", "", Changed({x, y}, [](Record& record) { --record.directorySize; }));
+    add("directory_one_more", "the first value's byte",
+        Changed({x, y}, [](Record& record) { ++record.directorySize; }));
+    add("directory_longer_than_record", "", Changed({x}, [](Record& record) { record.directorySize = record.size; }));
+    add("number_of_fields_0", "", Changed({x}, [](Record& record) { record.fieldNumber = 0; }));
+    add("number_of_fields_one_more", "", Changed({x}, [](Record& record) { ++record.fieldNumber; }));
+    add("names_descend", "", Record({y, x}));
+    add("names_descend_as_unsigned_bytes", "", Record({Field("\xff", "1"), x}));
+    add("names_equal", "", Record({x, x}));
+    add("empty_names_equal", "", Record({Field("", "1"), Field("", "2")}));
+    add("name_longer_than_directory", "", Record({WithSizes(5, 1)}));
+    add("name_size_largest", "", Record({WithSizes(UINT32_MAX, 1)}));
+    add("value_longer_than_record", "", Record({WithSizes(4, 2)}));
+    add("value_size_largest", "", Record({WithSizes(4, UINT32_MAX)}));
+    add("value_sizes_wrap", "they add up only modulo 4 GiB",
+        Changed({WithSizes(4, UINT32_MAX), WithSizes(4, 3)}, [](Record& record) { record.fields[1].name = "mem "; }));
+    add("checksum_of_empty_value", "0 in place of 2d06800538d394c2", Record({WithChecksum(0)}));
+    add("checksum_of_empty_directory", "0 in place of 2d06800538d394c2",
+        Changed({}, [](Record& record) { record.directoryChecksum = 0; }));
+    Add(list, "record_longer_than_the_file", "Record longer than the rest of the file", "its sizes add up",
+        FileOf({kA, kB}).insert(
+            kSecond,
+            Changed({WithSizes(4, 1U << 20U)}, [](Record& record) { record.size += (1U << 20U) - 1; }).Bytes()),
+        {kA}, kBadRecord);
+}
+
+std::string RefusalOf(const Facts& facts, std::uint64_t maxSize)
+{
+    if (facts.size < kHeaderSize) {
+        return "shorter than 16 bytes";
+    }
+    if (maxSize != 0 && maxSize < facts.size) {
+        return "longer than the maximum size";
+    }
+    return facts.version == 2 ? "" : "version";
+}
+
+ReopeningFacts ReopeningByPage(const Vector& vector, const Facts& facts, std::uint64_t maxSize)
+{
+    ReopeningFacts reopening = {maxSize, RefusalOf(facts, maxSize)};
+    if (reopening.refused.empty()) {
+        const bool completed = vector.completed != 0 && maxSize >= facts.walk.position + vector.completed;
+        reopening.kept = facts.walk.records + (completed ? 1 : 0);
+        reopening.next = facts.walk.position + (completed ? vector.completed : 0);
+    }
+    return reopening;
+}
+
+}  // namespace
+
+List AllVectors()
+{
+    List list;
+    for (const auto add :
+         {AddHeaders, AddSound, AddFields, AddCounts, AddTruncated, AddFlipped, AddOverwritten, AddForged}) {
+        add(list);
+    }
+    return list;
+}
+
+Facts FactsByPage(const Vector& vector)
+{
+    Facts facts;
+    facts.size = vector.bytes.size();
+    const std::string header = (vector.bytes + Zeros(kHeaderSize)).substr(0, kHeaderSize);
+    facts.version = support::WordAt(header, 0);
+    facts.count = support::WordAt(header, 8);
+    std::uint64_t position = kHeaderSize;
+    for (const DataChunk& chunk : vector.seen) {
+        const std::uint64_t size = support::RecordOf(chunk).size();
+        facts.records.push_back({position, size, chunk.GetTimePoint().Nanoseconds(), chunk.Fields()});
+        position += size;
+    }
+    facts.walk = {vector.seen.size(), vector.end, position};
+    facts.walkOfLoad = vector.walkOfLoad.value_or(facts.walk);
+    for (const std::uint64_t maxSize : MaxSizesFor(facts.size)) {
+        facts.reopenings.push_back(ReopeningByPage(vector, facts, maxSize));
+    }
+    return facts;
+}
+
+std::string JsonOf(const Vector& vector, const Facts& facts)
+{
+    return "{\n  \"state\": \"" + vector.state + "\",\n  \"about\": \"" + vector.about + "\",\n" + JsonOf(facts) +
+           "}\n";
+}
+
+}  // namespace vectors
