@@ -25,8 +25,8 @@ namespace {
 using Corvane::File::DataChunkFileAppender;
 using Corvane::File::WriteChunkFileDurably;
 using support::ChunkOfSize;
+using support::Names;
 using support::RunInChild;
-using Names = std::set<std::string>;
 
 constexpr std::uint64_t kSize = 600'000;  // bytes of a written file
 
@@ -206,6 +206,14 @@ TEST_F(DurableHostile, DanglingLinkAndLoopOfLinksAreFailures)
     std::filesystem::create_symlink("a", path_);
     EXPECT_EQ(Write(1), Failure("find: Too many levels of symbolic links"));
     EXPECT_EQ(folder_.Names(), Names{"a"});
+}
+
+TEST_F(DurableHostile, NameThatCannotBeAFilesIsAFailure)
+{
+    EXPECT_EQ(Write("", Fill(1)), "WriteChunkFileDurably: file : find: No such file or directory");
+    MakeOld();
+    EXPECT_EQ(Write(path_ + "/b", Fill(1)), "WriteChunkFileDurably: file " + path_ + "/b: find: Not a directory");
+    ExpectOld();
 }
 
 TEST_F(DurableHostile, LinkToALinkStaysAndItsTargetIsReplacedInItsOwnFolder)

@@ -1,13 +1,17 @@
 // The steps of WriteChunkFileDurably: which calls it makes, and what is left if one of them fails.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <regex>
 #include <stdexcept>
 #include <tuple>
+#include <utility>
 
 #include "Corvane/File/WriteChunkFileDurably.h"
 #include "support/Allocations.h"
@@ -22,9 +26,9 @@ using Corvane::File::DataChunkFileAppender;
 using Corvane::File::WriteChunkFileDurably;
 using support::ChunkOfSize;
 using support::FileOf;
+using support::Lines;
 using support::SystemCall;
 using support::SystemCalls;
-using Lines = std::vector<std::string>;
 
 constexpr std::uint64_t kUnbounded = 0;
 constexpr std::uint64_t kSize = 5000;  // bytes of a bounded file
@@ -46,6 +50,17 @@ protected:
         }
     }
 
+    // The mode of a file that replaces one with this mode.
+    mode_t ModeAfterReplacing(mode_t mode) const
+    {
+        support::WriteFile(path_, "old");
+        EXPECT_EQ(::chmod(path_.c_str(), mode), 0);
+        WriteChunkFileDurably(path_, kSize, FillNew);
+        struct stat status = {};
+        EXPECT_EQ(::stat(path_.c_str(), &status), 0);
+        return status.st_mode & 07777U;
+    }
+
     static std::string NameOf(const std::string& path)
     {
         return path.find(".corvane.") != std::string::npos ? "fresh" : "folder";
@@ -61,7 +76,8 @@ protected:
             if (call.name.starts_with("open")) {
                 names[call.result] = name;
             }
-            steps.push_back(call.name + " " + name + (call.target.empty() ? "" : " " + call.target));
+            steps.push_back(call.name + (name.empty() ? "" : " ") + name + (call.target.empty() ? "" : " ") +
+                            call.target);
         }
         std::erase_if(steps, [](const std::string& step) { return step.starts_with('m'); });  // the image's memory
         return steps;
@@ -80,9 +96,47 @@ TEST_F(DurableSteps, FreshFileIsWrittenSyncedAndRenamedAndTheFolderSynced)
 {
     const SystemCalls calls;
     WriteChunkFileDurably(path_, kSize, FillNew);
-    EXPECT_EQ(Steps(calls), (Lines{"open folder", "openat fresh", "fstat fresh", "fchmod fresh", "open fresh",
-                                   "lseek64 fresh", "write fresh", "close fresh", "fstat fresh", "fchmod fresh",
-                                   "fsync fresh", "renameat fresh a", "fsync folder", "close fresh", "close folder"}));
+    EXPECT_EQ(Steps(calls),
+              (Lines{"open folder", "getrandom", "openat fresh", "fstat fresh", "fchmod fresh", "open fresh",
+                     "lseek64 fresh", "write fresh", "close fresh", "fstat fresh", "fchmod fresh", "fsync fresh",
+                     "renameat fresh a", "fsync folder", "close fresh", "close folder"}));
+}
+
+// A link that somebody has made under the fresh name is not followed. A child process inherits neither descriptor.
+TEST_F(DurableSteps, FreshFileIsNoOtherFileAndNobodyElses)
+{
+    const SystemCalls calls;
+    WriteChunkFileDurably(path_, kSize, FillNew);
+    WriteChunkFileDurably(path_, kSize, FillNew);
+    EXPECT_EQ(calls.Calls("open").at(0).flags, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const auto creations = calls.Calls("openat");
+    ASSERT_EQ(creations.size(), 2U);
+    EXPECT_EQ(creations[0].flags, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC);
+    EXPECT_EQ(creations[0].mode, 0664U);  // the system applies the umask; the next call makes the file private
+    EXPECT_EQ(creations[1].mode, 0600U);
+}
+
+TEST_F(DurableSteps, FreshNameIsRandom)
+{
+    const SystemCalls calls;
+    WriteChunkFileDurably(path_, kSize, FillNew);
+    WriteChunkFileDurably(path_, kSize, FillNew);
+    const auto creations = calls.Calls("openat");
+    ASSERT_EQ(creations.size(), 2U);
+    const std::regex documented("\\.corvane\\.[0-9a-f]{16}");
+    EXPECT_TRUE(std::regex_match(creations[0].path, documented)) << creations[0].path;
+    EXPECT_NE(creations[0].path, creations[1].path);
+}
+
+TEST_F(DurableSteps, FreshNameThatExistsGivesWayToAnother)
+{
+    SystemCalls calls;
+    calls.Fail("openat", EEXIST);
+    WriteChunkFileDurably(path_, kUnbounded, FillNew);
+    const auto creations = calls.Calls("openat");
+    ASSERT_EQ(creations.size(), 2U);
+    EXPECT_NE(creations[0].path, creations[1].path);
+    EXPECT_EQ(support::ReadFile(path_), new_);
 }
 
 TEST_F(DurableSteps, BoundedFileHasItsMaximumSize)
@@ -187,15 +241,42 @@ TEST_F(DurableSteps, FillThatFlushesIsRefused)
 
 TEST_F(DurableSteps, GroupThatCannotBeKeptGetsTheRightsOfOthers)
 {
-    support::WriteFile(path_, "old");
-    ASSERT_EQ(::chmod(path_.c_str(), 0674), 0);
+    for (const auto& [before, after] : {std::pair<mode_t, mode_t>{0674, 0644}, {0775, 0755}, {0701, 0700}}) {
+        SystemCalls calls;
+        calls.FailEach("fchown", EPERM);
+        EXPECT_EQ(ModeAfterReplacing(before), after) << std::oct << before;
+        EXPECT_EQ(calls.Fired(), 2U);
+    }
+}
+
+TEST_F(DurableSteps, GroupIsKeptWithoutTheOwnerAndKeepsItsRights)
+{
     SystemCalls calls;
-    calls.FailEach("fchown", EPERM);
-    WriteChunkFileDurably(path_, kSize, FillNew);
-    EXPECT_EQ(calls.Calls("fchown").size(), 2U);
-    struct stat status = {};
-    ASSERT_EQ(::stat(path_.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+    calls.Fail("fchown", EPERM);
+    EXPECT_EQ(ModeAfterReplacing(0674), 0674U);
+    const auto attempts = calls.Calls("fchown");
+    ASSERT_EQ(attempts.size(), 2U);
+    EXPECT_EQ(attempts[0].size, ::getuid());
+    EXPECT_EQ(attempts[1].size, UINT32_MAX);  // the owner stays
+    EXPECT_EQ(attempts[1].offset, attempts[0].offset);
+}
+
+TEST_F(DurableSteps, FileSystemNeedsNoAccessLists)
+{
+    for (const int error : {ENODATA, ENOTSUP}) {
+        SystemCalls calls;
+        calls.Fail("fremovexattr", error);
+        EXPECT_EQ(ModeAfterReplacing(0640), 0640U);
+        EXPECT_EQ(calls.Fired(), 1U);
+    }
+}
+
+TEST_F(DurableSteps, NothingIsRemovedBeforeThereIsAFreshFile)
+{
+    SystemCalls calls;
+    calls.Fail("openat", EACCES);
+    EXPECT_THROW(WriteChunkFileDurably(path_, kSize, FillNew), std::runtime_error);
+    EXPECT_TRUE(calls.Calls("unlinkat").empty());
 }
 
 // A call that fails, and how the exception names it.
@@ -250,6 +331,7 @@ INSTANTIATE_TEST_SUITE_P(
     Steps, StepUpToTheRename,
     testing::Values(
         FailedStep{"Folder", [](auto& calls) { calls.Fail("open", EACCES); }, "open the folder: Permission denied"},
+        FailedStep{"Name", [](auto& calls) { calls.Fail("getrandom", ENOSYS); }, "create: Function not implemented"},
         FailedStep{"Creation", [](auto& calls) { calls.Fail("openat", EROFS); }, "create: Read-only file system"},
         FailedStep{"ModeOfTheFreshFile", [](auto& calls) { calls.Fail("fstat", EIO); }, "create: Input/output error"},
         FailedStep{"Privacy", [](auto& calls) { calls.Fail("fchmod", EIO); }, "create: Input/output error"},

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -64,8 +65,8 @@ ssize_t read(int fd, void* buffer, size_t size)
 
 ssize_t pread(int fd, void* buffer, size_t size, off_t offset)
 {
-    return Interpose<&::pread>({.name = "pread", .fd = fd, .buffer = buffer, .size = size, .offset = offset}, fd, buffer,
-                               size, offset);
+    return Interpose<&::pread>({.name = "pread", .fd = fd, .buffer = buffer, .size = size, .offset = offset}, fd,
+                               buffer, size, offset);
 }
 
 ssize_t write(int fd, const void* buffer, size_t size)
@@ -104,6 +105,12 @@ int openat(int folder, const char* path, int flags, ...)
     }
     return Interpose<&::openat>({.name = "openat", .fd = folder, .path = path, .flags = flags, .mode = mode}, folder,
                                 path, flags, mode);
+}
+
+ssize_t getrandom(void* buffer, size_t size, unsigned flags)
+{
+    return Interpose<&::getrandom>(
+        {.name = "getrandom", .flags = static_cast<int>(flags), .buffer = buffer, .size = size}, buffer, size, flags);
 }
 
 int fchmod(int fd, mode_t mode) noexcept

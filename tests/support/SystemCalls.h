@@ -12,9 +12,10 @@ namespace support {
 
 // One system call. A member that the call lacks is 0 or empty, a descriptor -1.
 struct SystemCall {
-    std::string name;  // "open", "read", "pread", "write", "lseek64", "close", "fstat", "fsync", "openat", "fchmod", "fchown",
-        // "ftruncate", "renameat", "unlinkat", "mmap", "mremap", "munmap", "mprotect", "madvise", and the
-        // calls for extended attributes
+    // "open", "read", "pread", "write", "lseek64", "close", "fstat", "fsync", "openat", "getrandom", "fchmod", "fchown",
+    // "ftruncate", "renameat", "unlinkat", "mmap", "mremap", "munmap", "mprotect", "madvise", and the calls for extended
+    // attributes
+    std::string name;
     int fd = -1;
     // NOLINTBEGIN(readability-redundant-member-init): without a value here, g++ wants one wherever a call is made up
     std::string path = {};
