@@ -41,6 +41,7 @@ struct IndexRange {
 /// The words of `chunkfile attr`.
 struct AttributeOptions {
     std::string action;  ///< list, get, set or remove
+    std::string path;
     std::string name;
     std::optional<std::string> value;
 };
@@ -73,7 +74,7 @@ Exit Cat(const Options& options, Terminal& terminal);    // Cat.cpp
 Exit Attr(const Options& options, Terminal& terminal);   // Attr.cpp
 
 /// The program: parses the arguments, runs a command, and returns its exit code.
-int Run(int count, char** arguments);  // Parser.cpp
+int RunTool(int count, char** arguments);  // Parser.cpp
 
 /// The text of an error: `FILE: TEXT`, or `FILE: byte 409084 (record 99): TEXT`. The terminal adds `chunkfile: `.
 std::string ErrorText(const std::string& file, const std::string& text);

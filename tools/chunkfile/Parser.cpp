@@ -40,7 +40,7 @@ void AddAttributeArguments(CLI::App& command, Options& options)
         ->required()
         ->check(actions)
         ->option_text(" ");
-    command.add_option("PATH", options.paths, "The file")->required()->expected(1)->type_name("");
+    command.add_option("PATH", attribute.path, "The file")->required()->type_name("");
     command.add_option("NAME", attribute.name, "The attribute, with its namespace: user.x")->type_name("");
     command.add_option("VALUE", attribute.value, "What set stores")->type_name("");
 }
@@ -132,7 +132,7 @@ Exit RunCommand(const CommandRow& row, const Options& options)
 
 }  // namespace
 
-int Run(int count, char** arguments)
+int RunTool(int count, char** arguments)
 {
     std::setlocale(LC_CTYPE, "");   // NOLINT(concurrency-mt-unsafe): this program has one thread
     std::signal(SIGPIPE, SIG_DFL);  // a reader that goes away ends the program, whatever its parent has set

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <stdexcept>
 #include <utility>
 
 #include "chunkfile/Utf8.h"
@@ -59,13 +58,13 @@ int ColumnsOf(std::uint32_t code)
     return code < 0x80 ? 1 : (LocaleIsUtf8() ? ::wcwidth(static_cast<wchar_t>(code)) : -1);
 }
 
-// Throws std::runtime_error.
+// Throws OutputError.
 void WriteWhole(int descriptor, std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written == -1 && errno != EINTR) {
-            throw std::runtime_error(std::string("standard output: ") + std::strerror(errno));  // NOLINT(*-mt-unsafe)
+            throw OutputError(std::string("standard output: ") + std::strerror(errno));  // NOLINT(*-mt-unsafe)
         }
         text.remove_prefix(written == -1 ? 0 : static_cast<std::size_t>(written));
     }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -9,10 +10,15 @@
 
 namespace Corvane::FileTool {
 
+/// The system refused what goes to stdout: `standard output: REASON`.
+struct OutputError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /// Standard output and standard error.
 ///
 /// - **Colours**: as --color says; `auto` is a terminal that is not dumb, without NO_COLOR.
-/// - **Errors**: Write and Flush throw std::runtime_error `standard output: REASON` if the system refuses the bytes.
+/// - **Errors**: Write, Flush and Error throw OutputError.
 class Terminal {
 public:
     explicit Terminal(const Options& options);

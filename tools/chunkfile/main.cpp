@@ -2,5 +2,5 @@
 
 int main(int count, char** arguments)
 {
-    return Corvane::FileTool::Run(count, arguments);
+    return Corvane::FileTool::RunTool(count, arguments);
 }

@@ -1,0 +1,140 @@
+#include "chunkfile/Selection.h"
+
+#include <stdexcept>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "chunkfile/Glue.h"
+#include "chunkfile/Times.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+using Base = TimeBound::Base;
+
+std::int64_t Nanoseconds(const Time::TimePoint& timePoint)
+{
+    const auto nanoseconds = Glue::NanosecondsOf(timePoint);
+    if (!nanoseconds) {
+        throw std::invalid_argument("--from and --to need a platform that tells its times in nanoseconds");
+    }
+    return *nanoseconds;
+}
+
+// The times of the first record and, if wanted, of the last counted one.
+struct Ends {
+    std::int64_t first = 0;
+    std::int64_t last = 0;
+};
+
+Ends EndsOf(const Input& input, bool last, Terminal& terminal)
+{
+    Ends ends;
+    Walk(input, false).Counted([&](const FoundRecord& record) {
+        terminal.Progress(input.Name(), record.position, input.Size());
+        ends.last = Nanoseconds(record.chunk.GetTimePoint());
+        ends.first = record.index == 0 ? ends.last : ends.first;
+        return last;
+    });
+    return ends;
+}
+
+class Selection {
+public:
+    Selection(const Options& options, const Input& input, Terminal& terminal) : options_(options)
+    {
+        const auto from = options.from ? ParseTimeBound(*options.from) : std::nullopt;
+        const auto to = options.to ? ParseTimeBound(*options.to) : std::nullopt;
+        const auto has = [&](Base base) { return (from && from->base == base) || (to && to->base == base); };
+        Ends ends;
+        if (has(Base::First) || has(Base::Last)) {
+            ends = EndsOf(input, has(Base::Last), terminal);
+        }
+        from_ = from ? std::optional(from->In(ends.first, ends.last)) : std::nullopt;
+        to_ = to ? std::optional(to->In(ends.first, ends.last)) : std::nullopt;
+    }
+
+    bool IsOver(std::uint64_t index) const { return taken_ >= options_.limit || index >= options_.index.end; }
+
+    bool Takes(const FoundRecord& record)
+    {
+        if (record.index < options_.index.begin) {
+            return false;
+        }
+        if (from_ || to_) {
+            const std::int64_t time = Nanoseconds(record.chunk.GetTimePoint());
+            if ((from_ && time < *from_) || (to_ && time >= *to_)) {
+                return false;
+            }
+        }
+        ++taken_;
+        return true;
+    }
+
+    std::uint64_t Taken() const { return taken_; }
+
+private:
+    const Options& options_;
+    std::optional<std::int64_t> from_;
+    std::optional<std::int64_t> to_;
+    std::uint64_t taken_ = 0;
+};
+
+}  // namespace
+
+Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print)
+{
+    Selection selection(options, input, terminal);
+    const auto visit = [&](const FoundRecord& record) {
+        if (selection.IsOver(record.index)) {
+            return false;
+        }
+        terminal.Progress(input.Name(), record.position, input.Size());
+        if (selection.Takes(record)) {
+            print(record);
+        }
+        return true;
+    };
+    Exit code = Exit::Fine;
+    Walk walk(input, options.scan);
+    const WalkEnd end = walk.Counted(visit);
+    if (input.Size() < File::kHeaderSize) {
+        terminal.Error(ErrorText(input.Name(), "shorter than the header of a chunk file"));
+        code = Exit::Found;
+    } else if (!end.reason.empty()) {
+        terminal.Error(ErrorText(input.Name(), end.position, end.records, end.reason));
+        code = end.kind == WalkEnd::Kind::Unreadable ? Exit::CouldNot : Exit::Found;
+        if (options.scan) {
+            walk.AfterEnd(visit);
+        }
+    }
+    if (options.verbose) {
+        terminal.Error(ErrorText(input.Name(), std::to_string(selection.Taken()) + " records printed"));
+    }
+    return code;
+}
+
+Exit ForEachFile(const Options& options, Terminal& terminal, const std::function<Exit(const Input& input)>& command)
+{
+    Exit gravest = Exit::Fine;
+    for (const std::string& path : options.paths) {
+        Exit code = Exit::CouldNot;
+        try {
+            const Input input(path);
+            try {
+                code = command(input);
+            } catch (const std::invalid_argument& error) {
+                terminal.Error(error.what());
+                return Exit::Usage;
+            }
+        } catch (const OutputError&) {
+            throw;
+        } catch (const std::runtime_error& error) {
+            terminal.Error(ErrorText(path == "-" ? "standard input" : path, error.what()));
+        }
+        gravest = Graver(gravest, code);
+    }
+    return gravest;
+}
+
+}  // namespace Corvane::FileTool
