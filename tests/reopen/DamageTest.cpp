@@ -6,6 +6,7 @@
 
 #include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
+#include "support/DamagedFiles.h"
 #include "support/Files.h"
 #include "support/LogCapture.h"
 
@@ -17,7 +18,6 @@ using support::FileOf;
 using support::kUnbounded;
 using support::Lines;
 using support::ReadFile;
-using support::Word;
 using support::WordAt;
 
 constexpr std::int64_t kNewTime = 1000;
@@ -70,6 +70,13 @@ protected:
             lines.push_back(NotGood(prefix.chunks, count, count - 1 - prefix.chunks));
         }
         return lines;
+    }
+
+    void ExpectRecoveryOfEach(const support::Files& files)
+    {
+        for (const std::string& file : files) {
+            ExpectRecovery(file);
+        }
     }
 
     void ExpectRecovery(const std::string& file)
@@ -133,46 +140,25 @@ protected:
 
 TEST_F(Damage, TruncationAtEveryByteIsRecovered)
 {
-    for (std::size_t length = 0; length <= sound_.size(); ++length) {
-        ExpectRecovery(sound_.substr(0, length));
-    }
+    ExpectRecoveryOfEach(support::Truncations(sound_));
     EXPECT_EQ(cases_, 339);
 }
 
 TEST_F(Damage, EveryFlippedBitIsRecovered)
 {
-    for (std::size_t bit = 0; bit < 8 * sound_.size(); ++bit) {
-        std::string file = sound_;
-        file[bit / 8] = static_cast<char>(file[bit / 8] ^ (1 << bit % 8));
-        ExpectRecovery(file);
-    }
+    ExpectRecoveryOfEach(support::FlippedBits(sound_));
     EXPECT_EQ(cases_, 8 * 338);
 }
 
 TEST_F(Damage, EveryByteSetToZeroOrAllOnesIsRecovered)
 {
-    for (std::size_t at = 0; at < sound_.size(); ++at) {
-        for (const char byte : {'\0', '\xff'}) {
-            std::string file = sound_;
-            file[at] = byte;
-            ExpectRecovery(file);
-        }
-    }
+    ExpectRecoveryOfEach(support::SetBytes(sound_));
     EXPECT_EQ(cases_, 2 * 338);
 }
 
 TEST_F(Damage, EveryCountIsRecovered)
 {
-    std::vector<std::uint64_t> counts = {std::uint64_t{1} << 63U, UINT64_MAX};
-    for (std::uint64_t count = 0; count <= 2 * chunks_.size(); ++count) {
-        counts.push_back(count);
-    }
-    for (const std::uint64_t count : counts) {
-        std::string file = sound_;
-        file.replace(8, 8, Word(count));
-        ExpectRecovery(file);
-        ExpectRecovery(file + std::string(100, '\0'));
-    }
+    ExpectRecoveryOfEach(support::WrongCounts(sound_, 2 * chunks_.size()));
     EXPECT_EQ(cases_, 26);
 }
 
@@ -230,8 +216,9 @@ TEST_F(TornOverwrite, KeepsEveryRecordThatIsWhole)
     const std::vector<DataChunk> newer = {ChunkOfSize(100, 60), ChunkOfSize(101, 57), ChunkOfSize(102, 73),
                                           ChunkOfSize(103, 40), ChunkOfSize(104, 80), ChunkOfSize(105, 60)};
     const std::string now = FileOf(newer);
-    for (std::size_t k = 0; k <= now.size(); ++k) {
-        const std::string file = now.substr(0, k) + (k < sound_.size() ? sound_.substr(k) : "");
+    const support::Files files = support::TornOverwrites(now, sound_);
+    for (std::size_t k = 0; k < files.size(); ++k) {
+        const std::string& file = files[k];
         const auto times = TimesKept(file, newer, chunks_);
         for (const std::uint64_t maxSize : {kUnbounded, std::uint64_t{file.size()}, std::uint64_t{file.size() + 500}}) {
             SCOPED_TRACE(testing::Message() << k << " bytes of the new file, bounded to " << maxSize);
