@@ -9,8 +9,28 @@ function(corvane_file_tool name)
     message(FATAL_ERROR "CLI11 is missing. On Debian: apt-get install libcli11-dev")
   endif()
   set(parts
-    Attr Cat Check CheckReport Commands Completion Findings Info Input Json JsonGrammar List Parser Reopening
-    Selection Survey Tables Terminal Times Utf8 Walk)
+    Attr
+    Cat
+    Check
+    CheckReport
+    Commands
+    Completion
+    Findings
+    Info
+    InfoReport
+    Input
+    Json
+    JsonGrammar
+    List
+    Parser
+    Reopening
+    Selection
+    Survey
+    Tables
+    Terminal
+    Times
+    Utf8
+    Walk)
   list(TRANSFORM parts PREPEND ${CORVANE_FILE_TOOL_DIR}/chunkfile/)
   list(TRANSFORM parts APPEND .cpp)
   add_library(${name}_parts STATIC ${parts} ${ARG_GLUE})

@@ -149,7 +149,7 @@ TEST_F(Prediction, HoldsForRandomDamages)
 {
     std::mt19937_64 random(14);
     support::Files files;
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 500; ++i) {
         std::string bytes(64, '\0');
         std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
         model::Choices choices(bytes);
@@ -183,6 +183,19 @@ TEST_F(Prediction, HoldsForEveryStateOfTheFormatPage)
     ExpectEachPredicted({sound_, sound_ + std::string(100, 'x'), sound_ + std::string(100, '\0'), sound_ + sound_,
                          FileOf(chunks_, 0), FileOf(chunks_, 3), std::string(500, '\0'), Word(2) + Word(0),
                          Word(2) + Word(3) + std::string(200, 'x'), twins, longer, highCount, newer, ""});
+}
+
+// The files of vectors/ show each state of the page.
+TEST_F(Prediction, HoldsForEveryVector)
+{
+    support::Files files;
+    for (const auto& entry : std::filesystem::directory_iterator(VECTORS_FOLDER)) {
+        if (entry.path().extension() == ".chunks") {
+            files.push_back(ReadFile(entry.path()));
+        }
+    }
+    ASSERT_FALSE(files.empty());
+    ExpectEachPredicted(files);
 }
 
 TEST_F(Prediction, HoldsForAFileThatMayNotBeWritten)

@@ -3,6 +3,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "chunkfile/Csv.h"
 #include "chunkfile/Json.h"
+#include "chunkfile/Plural.h"
 #include "chunkfile/TimeText.h"
 
 namespace Corvane::FileTool {
@@ -33,18 +34,17 @@ std::string FindingText(const Finding& finding)
 {
     std::string text = BytesText(finding.bytes);
     if (finding.record) {
-        text += " (record " + std::to_string(*finding.record) + ")";
+        text += ", record " + std::to_string(*finding.record);
     }
-    text += ": " + finding.text;
     if (!finding.time.empty()) {
         text += (finding.severity == Severity::Error ? ", after " : ", ") + finding.time;
     }
-    return text;
+    return text + ": " + finding.text;
 }
 
 std::string RunText(const RecordRun& run)
 {
-    std::string text = BytesText({run.begin, run.end}) + ": " + std::to_string(run.records) + " good";
+    std::string text = BytesText({run.begin, run.end}) + ": " + Number(run.records, "good record", "good records");
     return run.reason.empty() ? text : text + ", doubtful: " + run.reason;
 }
 
@@ -56,8 +56,8 @@ std::string ReopeningText(const Checked& checked)
         return "a reopening" + bound + " throws: " + Terminal::Escaped(reopening.refusal);
     }
     return "a reopening" + bound + " keeps " + std::to_string(reopening.records) + " of " +
-           std::to_string(checked.survey.count) + " records, with " + std::to_string(reopening.timePoints) +
-           " time points; an append then writes from byte " + std::to_string(reopening.position) + " on, over " +
+           Records(checked.survey.count) + " and " + Number(reopening.timePoints, "time point", "time points") +
+           "; an append then writes from byte " + std::to_string(reopening.position) + " on, over " +
            std::string(reopening.overwrites);
 }
 
@@ -69,7 +69,7 @@ void WriteTable(Terminal& terminal, const Checked& checked)
     for (const Finding& finding : checked.findings) {
         const std::string code = std::string(NameOf(finding.severity)) + " " + std::string(finding.code);
         line(terminal.Styled(StyleOf(finding.severity), code) + ": " + Terminal::Escaped(FindingText(finding)));
-        if (finding.code == "found-after" || finding.code == "older-records") {
+        if (finding.code == "found-after") {
             for (const RecordRun& run : checked.survey.runs) {
                 line("  " + RunText(run));
             }

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "Corvane/File/ChunkFileLayout.h"
+#include "chunkfile/Plural.h"
 #include "chunkfile/TimeText.h"
 
 namespace Corvane::FileTool {
@@ -13,16 +14,6 @@ using File::kHeaderSize;
 namespace {
 
 constexpr Range kVersionWord = {File::kVersionPosition, File::kChunkNumberPosition};
-
-std::string Number(std::uint64_t number, const char* one, const char* many)
-{
-    return std::to_string(number) + " " + (number == 1 ? one : many);
-}
-
-std::string Records(std::uint64_t number)
-{
-    return Number(number, "record", "records");
-}
 
 // Collects findings of one file.
 class Findings {
@@ -48,8 +39,7 @@ public:
                       "the header counts " + Records(survey_.count) + ", " + Number(good, "is", "are") + " there");
                 return;
             case Damage::CutRecord:
-                AtEnd("cut-record", size,
-                      "the file ends inside this record, after " + Number(size - position, "byte", "bytes"));
+                AtEnd("cut-record", size, "the file ends inside this record: it has " + Bytes(size - position));
                 return;
             case Damage::ZerosForRecord:
                 Bad("zeros-for-record", survey_.fill.other, "zeros, and other bytes after them");

@@ -16,6 +16,9 @@ namespace {
 // Fewer zeros than this at the place of a record are no sign that it was never written.
 constexpr std::uint64_t kTellingZeros = 16;
 
+// Fewer records on average in a part of the span would show the rhythm of the parts, not of the records.
+constexpr std::size_t kLeastOfAPart = 8;
+
 void AddSize(Sizes& sizes, std::uint64_t size)
 {
     sizes.least = std::min(sizes.least, size);
@@ -124,6 +127,7 @@ std::vector<std::uint64_t> OverTime(const HeldTimes& held, const TimeSpan& times
     if (!least || !most || *least == *most || parts == 0) {
         return numbers;
     }
+    parts = std::min<std::size_t>(parts, held.Size() / kLeastOfAPart + 1);
     numbers.resize(parts);
     const auto since = [&](std::int64_t time) {  // up to 2^64 - 1
         return static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(*least);

@@ -1,0 +1,248 @@
+#include "chunkfile/InfoReport.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+#include "Corvane/File/ChunkFileLayout.h"
+#include "chunkfile/Csv.h"
+#include "chunkfile/Glue.h"
+#include "chunkfile/Json.h"
+#include "chunkfile/Plural.h"
+#include "chunkfile/TimeText.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+// A name and what it says: lines of the table.
+using Line = std::pair<std::string, std::string>;
+constexpr std::size_t kNameWidth = 12;
+
+// Nanoseconds from the first to the last time, whatever their order in the file.
+std::optional<std::uint64_t> SpanOf(const TimeSpan& times)
+{
+    const auto least = times.least ? Glue::NanosecondsOf(*times.least) : std::nullopt;
+    const auto most = times.most ? Glue::NanosecondsOf(*times.most) : std::nullopt;
+    if (!least || !most) {
+        return {};
+    }
+    return static_cast<std::uint64_t>(*most) - static_cast<std::uint64_t>(*least);
+}
+
+// Records a second.
+std::optional<double> RateOf(const Survey& survey)
+{
+    const auto span = SpanOf(survey.times);
+    if (!span || *span == 0) {
+        return {};
+    }
+    return static_cast<double>(survey.end.records - 1) / (static_cast<double>(*span) * 1e-9);
+}
+
+std::string RateText(double rate)
+{
+    std::array<char, 32> text = {};
+    std::snprintf(text.data(), text.size(), "%.3g", rate);
+    return text.data();
+}
+
+std::uint64_t UsedBytes(const Survey& survey)
+{
+    return std::min(survey.size, survey.end.position);
+}
+
+std::string VersionText(const Survey& survey)
+{
+    const std::string number = std::to_string(survey.version);
+    if (survey.version == File::kFormatVersion) {
+        return number + ": can be reopened";
+    }
+    return number +
+           (survey.version == 0 ? ": written without maximum size; cannot be reopened" : ": cannot be reopened");
+}
+
+std::string OrderText(const TimeSpan& times, std::uint64_t records)
+{
+    if (times.descents != 0) {
+        return "do not ascend: " + Number(times.descents, "time is", "times are") + " before the one that precedes";
+    }
+    return times.distinct == records ? "ascend" : "ascend, some are equal";
+}
+
+std::string_view NameOfRest(const Survey& survey)
+{
+    if (survey.end.position >= survey.size) {
+        return "nothing";
+    }
+    if (survey.damage != Damage::None) {
+        return survey.damage == Damage::CountTooHigh ? "zeros" : "damage";
+    }
+    if (survey.fill.other == survey.size) {
+        return "zeros";
+    }
+    if (survey.fill.secondImage) {
+        return "second image";
+    }
+    return survey.numberOfRuns != 0 ? "older records" : "other bytes";
+}
+
+std::string RestText(const Survey& survey)
+{
+    const std::string name(NameOfRest(survey));
+    const std::uint64_t others = survey.found + survey.doubtful;
+    return name + (others == 0 ? "" : ", with " + Number(others, "good record", "good records"));
+}
+
+// The numbers as a row of bars, the highest for the largest number.
+std::string Bars(const std::vector<std::uint64_t>& numbers, bool utf8)
+{
+    constexpr std::array<std::string_view, 9> blocks = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    constexpr std::array<std::string_view, 9> letters = {" ", ".", ":", "-", "=", "+", "*", "%", "#"};
+    const std::uint64_t most = std::max<std::uint64_t>(*std::max_element(numbers.begin(), numbers.end()), 1);
+    std::string bars;
+    for (const std::uint64_t number : numbers) {
+        // The least number that is not zero gets a bar too.
+        const auto height = static_cast<std::size_t>((static_cast<double>(number) * 8 + static_cast<double>(most) - 1) /
+                                                     static_cast<double>(most));
+        bars += (utf8 ? blocks : letters)[std::min<std::size_t>(height, 8)];
+    }
+    return bars;
+}
+
+std::vector<Line> TimeLines(const Survey& survey, bool utf8)
+{
+    std::vector<Line> lines;
+    const TimeSpan& times = survey.times;
+    if (!times.first) {
+        return lines;
+    }
+    lines.emplace_back("first", TimeText(*times.first));
+    lines.emplace_back("last", TimeText(*times.last));
+    if (const auto span = SpanOf(times)) {
+        const auto rate = RateOf(survey);
+        lines.emplace_back("span", DurationText(*span) + (rate ? ", " + RateText(*rate) + " records a second" : ""));
+    }
+    lines.emplace_back("times", OrderText(times, survey.end.records));
+    if (!survey.overTime.empty()) {
+        lines.emplace_back("over time", Bars(survey.overTime, utf8));
+    }
+    return lines;
+}
+
+std::vector<Line> LinesOf(const Facts& facts, bool utf8)
+{
+    const Survey& survey = facts.survey;
+    std::vector<Line> lines = {{"version", VersionText(survey)},
+                               {"records", Number(survey.end.records, "is", "are") + " readable, " +
+                                               std::to_string(survey.count) + " counted"}};
+    for (Line& line : TimeLines(survey, utf8)) {
+        lines.push_back(std::move(line));
+    }
+    if (survey.end.records != 0) {
+        const Sizes& sizes = survey.sizes;
+        lines.emplace_back("sizes", std::to_string(sizes.least) + " to " + Bytes(sizes.most) + ", mean " +
+                                        std::to_string(sizes.sum / survey.end.records));
+    }
+    lines.emplace_back("space", Bytes(UsedBytes(survey)) + " used, " + std::to_string(survey.size - UsedBytes(survey)) +
+                                    " free, " + std::to_string(survey.allocated) + " allocated");
+    lines.emplace_back("after it", RestText(survey));
+    for (const auto& [name, number] : survey.fields) {
+        lines.emplace_back("field", Terminal::Escaped(name) + ": " + std::to_string(number));
+    }
+    return lines;
+}
+
+void WriteTable(Terminal& terminal, bool first, const Facts& facts)
+{
+    terminal.Write((first ? "" : "\n") + terminal.Styled(Terminal::Style::Bold, Terminal::Escaped(facts.file)) + "\n");
+    for (const auto& [name, text] : LinesOf(facts, terminal.Utf8())) {
+        const std::string padded = "  " + name + std::string(kNameWidth - name.size(), ' ');
+        terminal.Write(terminal.Styled(Terminal::Style::Dim, padded) + text + "\n");
+    }
+}
+
+void WriteJson(Terminal& terminal, const Facts& facts)
+{
+    const Survey& survey = facts.survey;
+    JsonDocument json;
+    json.Open('{').Member("schema", "chunkfile.info/1").Member("file", facts.file);
+    json.Member("version", std::to_string(survey.version)).Member("count", std::to_string(survey.count));
+    json.Member("reopens", survey.version == File::kFormatVersion).Member("records", survey.end.records);
+    if (survey.times.first) {
+        json.Member("first", TimeText(*survey.times.first)).Member("last", TimeText(*survey.times.last));
+        json.Member("descents", survey.times.descents).Member("timePoints", survey.times.distinct);
+    }
+    if (const auto span = SpanOf(survey.times)) {
+        json.Member("spanNanoseconds", std::to_string(*span));
+    }
+    if (survey.end.records != 0) {
+        json.Open('{', "sizes").Member("least", survey.sizes.least).Member("most", survey.sizes.most);
+        json.Member("sum", survey.sizes.sum).Close();
+    }
+    json.Member("size", survey.size).Member("used", UsedBytes(survey)).Member("allocated", survey.allocated);
+    json.Member("after", NameOfRest(survey)).Member("recordsAfter", survey.found + survey.doubtful);
+    if (facts.withFields) {
+        json.Open('[', "fields");
+        for (const auto& [name, number] : survey.fields) {
+            json.Open('{').Member("name", name).Member("records", number).Close();
+        }
+        json.Close();
+    }
+    json.Close();
+    terminal.Write(json.Line() + "\n");
+}
+
+void WriteCsv(Terminal& terminal, bool first, const Facts& facts)
+{
+    const Survey& survey = facts.survey;
+    const TimeSpan& times = survey.times;
+    const std::vector<Line> columns = {{"file", TextOrBase64(facts.file)},
+                                       {"version", std::to_string(survey.version)},
+                                       {"count", std::to_string(survey.count)},
+                                       {"records", std::to_string(survey.end.records)},
+                                       {"first", times.first ? TimeText(*times.first) : ""},
+                                       {"last", times.last ? TimeText(*times.last) : ""},
+                                       {"descents", std::to_string(times.descents)},
+                                       {"time_points", std::to_string(times.distinct)},
+                                       {"least", survey.end.records == 0 ? "" : std::to_string(survey.sizes.least)},
+                                       {"most", survey.end.records == 0 ? "" : std::to_string(survey.sizes.most)},
+                                       {"size", std::to_string(survey.size)},
+                                       {"used", std::to_string(UsedBytes(survey))},
+                                       {"allocated", std::to_string(survey.allocated)},
+                                       {"after", std::string(NameOfRest(survey))},
+                                       {"records_after", std::to_string(survey.found + survey.doubtful)}};
+    std::string heading;
+    std::string line;
+    for (const auto& [name, text] : columns) {
+        heading += (heading.empty() ? "" : ",") + name;
+        line += line.empty() ? "" : ",";
+        AppendCsv(line, text);
+    }
+    terminal.Write((first ? heading + "\r\n" : "") + line + "\r\n");
+}
+
+}  // namespace
+
+std::size_t BarsThatFit(const Terminal& terminal)
+{
+    constexpr std::size_t kMost = 100;
+    const std::uint64_t width = terminal.Width();
+    return std::clamp<std::size_t>(width, kNameWidth + 10, kMost + kNameWidth + 2) - kNameWidth - 2;
+}
+
+void WriteInfo(Terminal& terminal, Format format, bool first, const Facts& facts)
+{
+    switch (format) {
+        case Format::Json:
+            return WriteJson(terminal, facts);
+        case Format::Csv:
+            return WriteCsv(terminal, first, facts);
+        default:
+            return WriteTable(terminal, first, facts);
+    }
+}
+
+}  // namespace Corvane::FileTool
