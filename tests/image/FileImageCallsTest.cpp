@@ -29,8 +29,9 @@ void ExpectCall(const SystemCall& call, const std::string& name, const void* add
     EXPECT_EQ(call.size, size);
 }
 
-// The image reserved `size` bytes without access, and gave back what lies before and after them.
-void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64_t size)
+// The image reserved `size` bytes without access, and gave back what lies before and after them. If it has copied its
+// bytes, it gave back its former mapping of `formerSize` bytes too, as the last.
+void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64_t size, std::uint64_t formerSize = 0)
 {
     const SystemCall mapping = calls.Calls("mmap").back();
     EXPECT_EQ(mapping.size, size + kHugePage);
@@ -39,8 +40,13 @@ void ExpectMapping(const SystemCalls& calls, const FileImage& image, std::uint64
 
     const auto address = reinterpret_cast<std::uintptr_t>(image.Data());
     EXPECT_EQ(address % kHugePage, 0U);
+    auto unmapped = calls.Calls("munmap");
+    if (formerSize != 0) {
+        EXPECT_EQ(unmapped.back().size, formerSize);
+        unmapped.pop_back();
+    }
     std::uint64_t given = 0;
-    for (const SystemCall& call : calls.Calls("munmap")) {
+    for (const SystemCall& call : unmapped) {
         const auto at = reinterpret_cast<std::uintptr_t>(call.buffer);
         EXPECT_TRUE(at == static_cast<std::uintptr_t>(mapping.result) ? at + call.size == address
                                                                       : at == address + size);
@@ -164,6 +170,16 @@ TEST_F(FileImageCalls, GrowthDoublesUpToTheEndOfAHugePage)
     ExpectDestructorToUnmap(3 * kHugePage);
 }
 
+TEST_F(FileImageCalls, ImageOfOneHugePageLiesOnItAndMovesWithIt)
+{
+    image_->Cover(0, kHugePage);
+    EXPECT_EQ(calls_.Calls("madvise").at(0).flags, MADV_HUGEPAGE);
+    const unsigned char* const before = image_->Data();
+    calls_.Clear();
+    image_->Cover(kHugePage, 1);
+    ExpectCall(calls_.Calls("mremap").at(0), "mremap", before, 2 * kHugePage);
+}
+
 TEST_F(FileImageCalls, RefusedMappingIsNotTouched)
 {
     calls_.Fail("mmap", ENOMEM);
@@ -227,6 +243,36 @@ TEST_F(FileImageCalls, LargeImageGrowsTogetherWithItsTail)
     ExpectDestructorToUnmap(4 * kHugePage + kTail);
 }
 
+TEST_F(FileImageCalls, SmallImageGrowsTogetherWithItsTailByWholeSmallPages)
+{
+    image_ = std::make_unique<FileImage>(true);
+    image_->Cover(0, 100);
+    calls_.Clear();
+    image_->Cover(100, kPage);
+    ExpectMapping(calls_, *image_, 2 * kPage + kTail, kPage + kTail);
+    ExpectWritable(2 * kPage);
+    ExpectDestructorToUnmap(2 * kPage + kTail);
+}
+
+TEST_F(FileImageCalls, SmallImageMovesToTheHeapIfItsTailIsRefusedLater)
+{
+    image_ = std::make_unique<FileImage>(true);
+    image_->Cover(0, 100);
+    image_->Data()[99] = 7;
+    calls_.Clear();
+    calls_.Fail("mmap", ENOMEM);
+    image_->Cover(100, kPage);
+    EXPECT_EQ(image_->Data()[99], 7);
+    EXPECT_EQ(calls_.Names(), (Lines{"mmap", "munmap"}));  // refused, and the small mapping given back
+    EXPECT_EQ(calls_.Calls()[1].size, kPage + kTail);
+    calls_.Clear();
+    EXPECT_FALSE(image_->OpenTail());
+    image_->PopulateForReading(0);
+    image_->DropTail();
+    image_.reset();
+    EXPECT_EQ(calls_.Names(), Lines{});
+}
+
 TEST_F(FileImageCalls, ImageDoesWithoutATailThatIsRefused)
 {
     for (const std::uint64_t size : {std::uint64_t{100}, 2 * kHugePage}) {
@@ -237,8 +283,10 @@ TEST_F(FileImageCalls, ImageDoesWithoutATailThatIsRefused)
             image_->Cover(0, size);
             EXPECT_EQ(image_->Size(), size);
             EXPECT_EQ(calls_.Calls("mmap").size(), size < kHugePage ? 1U : 2U);
+            calls_.Clear();
             EXPECT_FALSE(image_->OpenTail());
             image_->DropTail();
+            EXPECT_EQ(calls_.Names(), Lines{});
         }
     }
 }

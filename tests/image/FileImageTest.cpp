@@ -1,6 +1,7 @@
 #include "Corvane/File/FileImage.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -51,6 +52,32 @@ TEST(FileImage, IsNeitherCopiedNorAssigned)
 {
     EXPECT_FALSE(std::is_copy_constructible_v<FileImage>);
     EXPECT_FALSE(std::is_copy_assignable_v<FileImage>);
+}
+
+TEST(FileImage, IsEmptyUntilItCoversAByte)
+{
+    FileImage image;
+    EXPECT_TRUE(image.Empty());
+    image.Cover(0, 1);
+    EXPECT_FALSE(image.Empty());
+    EXPECT_EQ(image.Data()[0], 0);
+}
+
+TEST(FileImage, SmallOneTakesWhatItCovers)
+{
+    FileImage image;
+    image.Cover(0, 10'000);
+    EXPECT_LT(::malloc_usable_size(image.Data()), 10'100U);
+}
+
+TEST(FileImage, ShrinkingDropsBytesAndNeverAddsAny)
+{
+    FileImage image;
+    image.Cover(0, 10);
+    image.Shrink(4);
+    EXPECT_EQ(image.Size(), 4U);
+    image.Shrink(5);
+    EXPECT_EQ(image.Size(), 4U);
 }
 
 TEST(FileImage, CoveringWhatIsThereChangesNothing)

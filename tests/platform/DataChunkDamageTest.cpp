@@ -318,4 +318,14 @@ TEST(SkippedFields, TruncatedRecordIsRefused)
     }
 }
 
+// Reading the empty field moves nothing, so it proves nothing about the skipped one.
+TEST(SkippedFields, TruncationBeforeAnEmptyFieldIsRefused)
+{
+    std::string bytes = Record({{"a", "first value"}, {"b", ""}}).Bytes();
+    bytes.pop_back();
+    const records::OpenFile file(bytes);
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"b"}), 0U);
+}
+
 }  // namespace

@@ -139,6 +139,23 @@ TEST(Reads, FieldsToSkipInAPipeGiveNoRecord)
     EXPECT_TRUE(chunk.Fields().empty());
 }
 
+// Without the seek, the first value would pass for the second.
+TEST(Reads, FieldToSkipInAPipeIsNotReadInPlaceOfAnother)
+{
+    const Pipe pipe(Record({{"a", "value"}, {"b", "value"}}).Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), {"b"}), 0U);
+}
+
+TEST(Reads, EmptyFieldsAreReadFromAPipeToo)
+{
+    const Record record({{"a", "value"}, {"b", ""}});
+    const Pipe pipe(record.Bytes());
+    DataChunk chunk;
+    EXPECT_EQ(chunk.ReadFrom(pipe.Get(), Both()), record.size);
+    EXPECT_EQ(*chunk.Get("b"), "");
+}
+
 TEST(Reads, EmptyFieldsAreSkippedInAPipeToo)
 {
     const Record record({{"a", "value"}, {"b", ""}});
@@ -162,6 +179,15 @@ TEST(Reads, SkippedFieldsAreNotRead)
     EXPECT_EQ(read, 40 + 3 * 17 + 12 + 1);  // head, directory, value, and the last byte, which must exist
 }
 
+TEST(Reads, RecordWhoseLastFieldIsReadTakesNoOtherRead)
+{
+    const OpenFile file(TheRecord().Bytes());
+    DataChunk chunk;
+    const SystemCalls calls;
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"b"}), TheRecord().size);
+    EXPECT_EQ(calls.Calls("read").size(), 3U);  // head, directory, value
+}
+
 TEST(Reads, TruncatedLongRecordTakesNoMemory)
 {
     Record record({});
@@ -175,12 +201,19 @@ TEST(Reads, TruncatedLongRecordTakesNoMemory)
     }
 }
 
+// Each step is as long as what has been read, so that a record's claim costs at most twice what the file holds.
 TEST(Reads, LongValuesAreReadInSteps)
 {
-    const Record record({{"a", std::string(1'000'000, 'x')}});
+    const Record record({{"a", std::string(300'000, 'x')}});
     const OpenFile file(record.Bytes());
     DataChunk chunk;
+    const SystemCalls calls;
     EXPECT_EQ(chunk.ReadFrom(file.Get()), record.size);
+    std::vector<std::uint64_t> sizes;
+    for (const auto& call : calls.Calls("read")) {
+        sizes.push_back(call.size);
+    }
+    EXPECT_EQ(sizes, (std::vector<std::uint64_t>{40, 65536, 65536, 131072, record.size - 40 - 262144}));
     EXPECT_EQ(*chunk.Get("a"), record.fields[0].value);
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -66,6 +67,14 @@ INSTANTIATE_TEST_SUITE_P(All, ReadingForm,
                          testing::Values(Form::kMemory, Form::kDescriptor, Form::kDescriptorWithNames),
                          testing::PrintToStringParamName());
 
+TEST(DataChunk, DefaultConstructedOneIsOf1970AndHasNoFields)
+{
+    const DataChunk chunk;
+    EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), 0);
+    EXPECT_EQ(chunk.GetSizeOnFile(), 40U);
+    EXPECT_TRUE(chunk.Fields().empty());
+}
+
 TEST(DataChunk, RecordHasTheDocumentedBytes)
 {
     EXPECT_EQ(Golden().GetSizeOnFile(), 85U);
@@ -87,6 +96,15 @@ TEST_P(ReadingForm, ChunkWithoutFieldsReadsBack)
     EXPECT_EQ(chunk.GetTimePoint().Nanoseconds(), -5);
     EXPECT_EQ(chunk.GetSizeOnFile(), 40U);
     EXPECT_TRUE(chunk.Fields().empty());
+}
+
+TEST_P(ReadingForm, FieldWithoutANameReadsBack)
+{
+    DataChunk written;
+    written.Set("", "value");
+    DataChunk read;
+    EXPECT_EQ(records::Read(GetParam(), read, BytesOf(written), {""}), 40U + 16U + 5U);
+    EXPECT_EQ(read.Fields(), written.Fields());
 }
 
 TEST_P(ReadingForm, EveryKindOfFieldReadsBack)
@@ -136,16 +154,38 @@ TEST(DataChunk, WithoutNamesOnlyTimeAndSizeAreLoaded)
     EXPECT_TRUE(chunk.Fields().empty());
 }
 
+// The text of the std::logic_error that the function throws, or "none".
+std::string ErrorOf(const std::function<void()>& function)
+{
+    try {
+        function();
+    } catch (const std::logic_error& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+void ExpectNeitherWrittenNorChanged(DataChunk& chunk)
+{
+    std::string bytes(85, '\0');
+    EXPECT_EQ(ErrorOf([&] { chunk.Write(reinterpret_cast<unsigned char*>(bytes.data())); }),
+              "a chunk with skipped fields has no record to write");
+    EXPECT_EQ(bytes, std::string(85, '\0'));
+    EXPECT_EQ(ErrorOf([&] { chunk.Set("speed", "13"); }), "a chunk with skipped fields cannot be changed");
+    EXPECT_EQ(*chunk.Get("speed"), "12.5");
+}
+
 TEST(DataChunk, ChunkWithSkippedFieldsIsNeitherWrittenNorChanged)
 {
     const OpenFile file(GoldenBytes());
     DataChunk chunk;
     chunk.ReadFrom(file.Get(), {"speed"});
-    std::string bytes(85, '\0');
-    EXPECT_THROW(chunk.Write(reinterpret_cast<unsigned char*>(bytes.data())), std::logic_error);
-    EXPECT_EQ(bytes, std::string(85, '\0'));
-    EXPECT_THROW(chunk.Set("speed", "13"), std::logic_error);
-    EXPECT_EQ(*chunk.Get("speed"), "12.5");
+    ExpectNeitherWrittenNorChanged(chunk);
+    DataChunk copy;
+    copy = chunk;
+    ExpectNeitherWrittenNorChanged(copy);
+    DataChunk moved = std::move(chunk);
+    ExpectNeitherWrittenNorChanged(moved);
 }
 
 TEST(DataChunk, EveryFormStopsAtTheRecordsEnd)
