@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -83,16 +84,17 @@ TEST_F(AppenderCalls, AppendMakesNoCall)
     EXPECT_EQ(calls.Names(), Lines{});
 }
 
-TEST_F(AppenderCalls, AppendAllocatesANodeForALateTimePointOnly)
+TEST_F(AppenderCalls, AppendAllocatesForABlockOfTimePointsOnly)
 {
     auto appender = NewFile(512);
-    const auto chunk = ChunkOfSize(2, 100);
-    const auto late = ChunkOfSize(1, 100);
+    const std::array chunks = {ChunkOfSize(3, 100), ChunkOfSize(1, 100), ChunkOfSize(2, 100)};
     const support::Allocations allocations;
-    EXPECT_TRUE(appender.Append(chunk));
+    EXPECT_TRUE(appender.Append(chunks[0]));
     EXPECT_EQ(allocations.Count(), 0U);
-    EXPECT_TRUE(appender.Append(late));
-    EXPECT_EQ(allocations.Count(), 1U);
+    EXPECT_TRUE(appender.Append(chunks[1]));
+    EXPECT_EQ(allocations.Count(), 2U);  // the first late one: its block, and the block's place
+    EXPECT_TRUE(appender.Append(chunks[2]));
+    EXPECT_EQ(allocations.Count(), 2U);
 }
 
 TEST_F(AppenderCalls, RefusalThatIsNotLoggedAllocatesNothing)

@@ -1,11 +1,13 @@
 // What GetTimePoints shows, whenever it is asked: the time points of the chunks in the image, each once.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <iterator>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <set>
 #include <tuple>
@@ -131,6 +133,28 @@ TEST_F(TimePoints, OfAnyNumberOfBlocksAreShownAndRefused)
     EXPECT_EQ(Shown(), all);
 }
 
+TEST_F(TimePoints, InRandomOrderAreShownAndRefused)
+{
+    Times all(2000);
+    std::iota(all.begin(), all.end(), 0);
+    Times shuffled = all;
+    std::shuffle(shuffled.begin(), shuffled.end(),
+                 std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
+    AppendAll(shuffled);
+    ExpectRefused(all);
+    EXPECT_EQ(Shown(), all);
+    ExpectRefused(all);
+}
+
+TEST_F(TimePoints, InDescendingOrderAreShownAndRefused)
+{
+    Times all(200);
+    std::iota(all.begin(), all.end(), 0);
+    AppendAll(Times(all.rbegin(), all.rend()));
+    ExpectRefused(all);
+    EXPECT_EQ(Shown(), all);
+}
+
 TEST_F(TimePoints, StayCompleteAfterTheyWereAskedFor)
 {
     AppendAll({10, 30});
@@ -204,6 +228,40 @@ TEST_F(TimePoints, SurviveEveryFailedAllocationWhileTheyAreCollected)
     EXPECT_EQ(Shown(), (Times{10, 15, 20, 30, 40}));
 }
 
+// The late points 0 to 630 fill a block. The next one after it starts another, the next one inside divides it.
+TEST_F(TimePoints, SurviveEveryFailureToDivideABlock)
+{
+    AppendAll({1000});
+    Times held;
+    for (std::int64_t time = 0; time <= 630; time += 10) {
+        held.push_back(time);
+    }
+    AppendAll(held);
+    for (const std::int64_t time : {995, 305}) {
+        int failures = 0;
+        for (bool appended = false; !appended;) {
+            TimePoint::onCopy = ThrowAt(failures);
+            try {
+                appended = Append(time);
+            } catch (const Thrown&) {
+                ++failures;
+                platform_.ClearScript();
+                ExpectRefused(held);
+            }
+        }
+        platform_.ClearScript();
+        EXPECT_GE(failures, time == 305 ? 65 : 2);
+    }
+    AppendAll({306, 635});
+    const auto append = [this] { EXPECT_TRUE(Append(304)); };
+    const auto expectUnchanged = [&] { ExpectRefused(held); };
+    EXPECT_GE(support::FailEveryAllocation(append, expectUnchanged), 1U);
+    held.insert(held.end(), {304, 305, 306, 635, 995, 1000});
+    ExpectRefused(held);
+    std::sort(held.begin(), held.end());
+    EXPECT_EQ(Shown(), held);
+}
+
 // Whatever is appended, asked and thrown, a set that inserts at once shows the same. Equal points differ in value, so
 // the comparison also tells which of them stayed.
 TEST_F(TimePoints, AreThoseOfASetThatIsAlwaysComplete)
@@ -217,9 +275,10 @@ TEST_F(TimePoints, AreThoseOfASetThatIsAlwaysComplete)
         std::int64_t latest = 0;
         const auto number = [&random](std::uint64_t end) { return static_cast<std::int64_t>(random() % end); };
         const auto width = static_cast<std::uint64_t>(1 + number(60));
-        for (std::int64_t step = 0; step < 200; ++step) {
-            latest = number(4) != 0 ? latest + number(width) : number(800);
-            const std::int64_t doing = number(40);
+        const auto often = static_cast<std::uint64_t>(1 + number(6));
+        for (std::int64_t step = 0; step < 500; ++step) {
+            latest = number(often) != 0 ? latest + number(width) : number(6000);
+            const std::int64_t doing = number(400);
             if (doing == 0) {
                 ASSERT_EQ(Shown().size(), model.size());
             } else if (doing < 4) {

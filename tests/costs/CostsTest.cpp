@@ -140,13 +140,43 @@ TEST_F(Costs, AppendInOrderAfterTheSetWasAskedForTakesThreeComparisonsOneCopyOne
     EXPECT_NEAR(asked.allocations, 1, 1e-6);
 }
 
-TEST_F(Costs, AppendInRandomOrderSearchesTheSetOnce)
+TEST_F(Costs, AppendInRandomOrderSearchesOnceAndCopiesABlock)
 {
     const Asked asked = Append(TimesInRandomOrder(), kFileSize);
     EXPECT_GT(asked.comparisons, std::log2(kChunks) - 2);
     EXPECT_LT(asked.comparisons, 1.2 * std::log2(kChunks) + 8);  // a second search would double them
+    EXPECT_LT(asked.copies, 65);
+    EXPECT_LT(asked.allocations, 1.1);
+}
+
+TEST_F(Costs, AppendInRandomOrderAfterTheSetWasAskedForSearchesItOnce)
+{
+    const Asked asked =
+        Append(TimesInRandomOrder(), kFileSize, [](const auto& file) { std::ignore = file.GetTimePoints(); });
+    EXPECT_GT(asked.comparisons, std::log2(kChunks) - 2);
+    EXPECT_LT(asked.comparisons, 1.2 * std::log2(kChunks) + 4);
     EXPECT_NEAR(asked.copies, 1, 1e-6);
-    EXPECT_NEAR(asked.allocations, 1, 0.01);
+    EXPECT_NEAR(asked.allocations, 1, 1e-6);
+}
+
+// A clock that was once far ahead makes every later chunk late.
+TEST_F(Costs, AppendInOrderBeforeAFarTimeCopiesNoBlocks)
+{
+    std::vector<std::int64_t> times = TimesInOrder();
+    times.insert(times.begin(), INT64_MAX);
+    const Asked asked = Append(times, kFileSize + kRecordSize);
+    EXPECT_LT(asked.copies, 1.1);
+    EXPECT_LT(asked.allocations, 0.1);
+}
+
+TEST_F(Costs, AppendInDescendingOrderCopiesABlock)
+{
+    std::vector<std::int64_t> times = TimesInOrder();
+    std::reverse(times.begin(), times.end());
+    const Asked asked = Append(times, kFileSize);
+    EXPECT_LT(asked.comparisons, std::log2(kChunks) + 8);
+    EXPECT_LT(asked.copies, 65);
+    EXPECT_LT(asked.allocations, 2.1);
 }
 
 TEST_F(Costs, AskingForTheSetTakesACopyAnAllocationAndTwoComparisonsForEachChunk)
@@ -229,6 +259,32 @@ TEST_F(Costs, MemoryIsTheImageAndLittleMore)
     ExpectPeak(64 * kMiB, 16 + 64 * kMiB, 68);
     ExpectPeak(64 * kMiB, kUnbounded, 68);
     ExpectPeak(kMiB, 64 * kMiB, 6);  // untouched pages take no memory
+}
+
+// Time points of 8 bytes; nobody asks for the set.
+TEST_F(Costs, TimePointsTakeNineBytesInOrderAndFourteenInAnyOther)
+{
+    if (support::kSanitized) {
+        GTEST_SKIP() << "sanitizers take memory of their own";
+    }
+    std::vector<std::int64_t> times(1'000'000);
+    std::iota(times.begin(), times.end(), 0);
+    const auto append = [&] {
+        auto file = NewFile(kMiB);
+        for (const std::int64_t time : times) {
+            ASSERT_TRUE(file.Append(DataChunk(time, 1)));
+        }
+    };
+    const auto expectPeak = [&](std::uint64_t mostBytesEach) {
+        const std::uint64_t most = times.size() * (mostBytesEach + 1) + kMiB / 2;  // the record has one byte
+        EXPECT_EQ(support::RunInChild([&] { EXPECT_LE(support::PeakGrowth(append), most); }), 0);
+    };
+    expectPeak(9);
+    std::reverse(times.begin(), times.end());
+    expectPeak(14);
+    std::shuffle(times.begin(), times.end(),
+                 std::mt19937_64(1));  // NOLINT(cert-msc51-cpp): the same in every run
+    expectPeak(14);
 }
 
 }  // namespace
