@@ -1,4 +1,7 @@
-"""What python/corvane_chunks.py finds in a file, in the form of vectors/NAME.json."""
+"""What python/corvane_chunks.py finds in a file, in the form of vectors/NAME.json, and what chunkfile says of it."""
+import json
+import subprocess
+
 from corvane_chunks import ChunkFile
 
 
@@ -45,3 +48,22 @@ def facts_by_reader(path, padded):
                         for record in file],
             "walk": walk_facts(file), "walk_of_load": walk_facts(file, ["load"]),
             "reopening": [reopening_facts(file, content, padded, max_size) for max_size in max_sizes]}
+
+
+def check_by_tool(program, paths):
+    """What `chunkfile check` says of each file."""
+    done = subprocess.run([program, "check", "--format", "json", *paths], capture_output=True, text=True)
+    checks = [json.loads(line) for line in done.stdout.splitlines()]
+    assert len(checks) == len(paths), done.stderr
+    return checks
+
+
+def tool_differs(facts, check):
+    """What a check says otherwise than the facts; None if it agrees."""
+    reopening, said = facts["reopening"][0], check["reopening"]
+    pairs = {"version": (facts["version"], check["version"]), "count": (facts["count"], check["count"]),
+             "records": (facts["walk"]["records"], check["records"]),
+             "accepted": ("refused" not in reopening, said["accepted"]),
+             "kept": (reopening.get("kept"), said.get("records")),
+             "next": (reopening.get("next"), said.get("position"))}
+    return next((f"{key}: {ours}, chunkfile: {tools}" for key, (ours, tools) in pairs.items() if ours != tools), None)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The files in vectors/: python/corvane_chunks.py finds in them what they say, and they show every state of the page.
 
-usage: PYTHONPATH=python python3 tests/python/vectors_test.py
+usage: PYTHONPATH=python python3 tests/python/vectors_test.py; CHUNKFILE names the tool
 """
 import json
 import os
@@ -10,7 +10,7 @@ import re
 import tempfile
 import unittest
 
-from facts import facts_by_reader
+from facts import check_by_tool, facts_by_reader, tool_differs
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 VECTORS = {path.stem: json.loads(path.read_text()) for path in sorted((TOP / "vectors").glob("*.json"))}
@@ -28,6 +28,16 @@ class Vectors(unittest.TestCase):
                 expected = {key: value for key, value in vector.items() if key in facts}
                 self.assertEqual(facts, expected, name)
         self.assertGreater(len(VECTORS), 80)
+
+    @unittest.skipUnless("CHUNKFILE" in os.environ, "CHUNKFILE does not name the tool")
+    def test_the_tool_finds_what_each_says(self):
+        paths = [TOP / "vectors" / f"{name}.chunks" for name in VECTORS]
+        for (name, vector), check in zip(VECTORS.items(), check_by_tool(os.environ["CHUNKFILE"], paths)):
+            findings = [f"{finding['code']} {finding['begin']}-{finding['end']}" for finding in check["findings"]]
+            after = check["after"]
+            self.assertEqual({"verdict": check["verdict"], "findings": findings, "found": after["found"],
+                              "doubtful": after["doubtful"]}, vector["check"], name)
+            self.assertIsNone(tool_differs(vector, check), name)
 
     def test_every_state_of_the_page_that_is_a_content_has_one(self):
         page = (TOP / "docs" / "format.md").read_text()

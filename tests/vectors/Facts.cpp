@@ -199,7 +199,7 @@ std::string JsonOf(const Facts& facts)
     return "  \"size\": " + std::to_string(facts.size) + ",\n  \"version\": \"" + std::to_string(facts.version) +
            "\",\n  \"count\": \"" + std::to_string(facts.count) + "\",\n  \"records\": " + JsonOf(facts.records) +
            ",\n  \"walk\": " + JsonOf(facts.walk) + ",\n  \"walk_of_load\": " + JsonOf(facts.walkOfLoad) +
-           ",\n  \"reopening\": " + JsonOf(facts.reopenings) + '\n';
+           ",\n  \"reopening\": " + JsonOf(facts.reopenings);
 }
 
 }  // namespace vectors

@@ -68,9 +68,31 @@ std::string Zeros(std::uint64_t size)
 using List = std::vector<Vector>;
 
 Vector& Add(List& list, const std::string& name, const std::string& state, const std::string& about,
-            const std::string& bytes, const Chunks& seen, const std::string& end)
+            const std::string& bytes, const Chunks& seen, const std::string& end,
+            const CheckFacts& check = {"sound", {}})
 {
-    return list.emplace_back(Vector{name, state, about, bytes, seen, end});
+    return list.emplace_back(Vector{name, state, about, bytes, seen, end, check});
+}
+
+CheckFacts SoundWith(const std::vector<std::string>& findings, std::uint64_t doubtful = 0)
+{
+    return {"sound", findings, 0, doubtful};
+}
+
+CheckFacts Damaged(const std::vector<std::string>& findings, std::uint64_t found = 0, std::uint64_t doubtful = 0)
+{
+    return {"damaged", findings, found, doubtful};
+}
+
+std::string Range(std::uint64_t begin, std::uint64_t end)
+{
+    return ' ' + std::to_string(begin) + '-' + std::to_string(end);
+}
+
+// A bad record, and good ones after it.
+std::vector<std::string> BadThenFound(std::uint64_t bad, std::uint64_t found, std::uint64_t end)
+{
+    return {"bad-record" + Range(bad, found), "found-after" + Range(found, end)};
 }
 
 void AddHeaders(List& list)
@@ -78,30 +100,37 @@ void AddHeaders(List& list)
     for (const std::uint64_t size : {0U, 1U, 8U, 9U, 15U}) {
         Add(list, "short_" + std::to_string(size), "Shorter than 16 bytes",
             "the first " + std::to_string(size) + " bytes of a file", Sound().substr(0, size), {},
-            size > 8 ? kEndOfFile : kAllRead);
+            size > 8 ? kEndOfFile : kAllRead, Damaged({"short-file" + Range(0, size)}));
     }
     Add(list, "header_only", "Layout", "no record and no fill", FileOf({}), {}, kAllRead);
-    Add(list, "header_and_fill", "Layout", "a bounded file without records", FileOf({}) + Zeros(100), {}, kAllRead);
-    Add(list, "zeros", "Zeros only", "256 zeros", Zeros(256), {}, kAllRead);
-    Add(list, "version_0", "Version 0: a new unbounded file", "", FileOf({kA, kB}, 0), {kA, kB}, kAllRead);
+    Add(list, "header_and_fill", "Layout", "a bounded file without records", FileOf({}) + Zeros(100), {}, kAllRead,
+        SoundWith({"fill-zero 16-116"}));
+    Add(list, "zeros", "Zeros only", "256 zeros", Zeros(256), {}, kAllRead,
+        SoundWith({"unbounded 0-8", "fill-zero 16-256"}));
+    Add(list, "version_0", "Version 0: a new unbounded file", "", FileOf({kA, kB}, 0), {kA, kB}, kAllRead,
+        SoundWith({"unbounded 0-8"}));
     Add(list, "version_0_refused_duplicate", "Version 0: a new unbounded file",
-        "zeros where a chunk was refused because its time point was there", FileOf({kA}, 0) + Zeros(87), {kA},
-        kAllRead);
+        "zeros where a chunk was refused because its time point was there", FileOf({kA}, 0) + Zeros(87), {kA}, kAllRead,
+        SoundWith({"unbounded 0-8", "fill-zero 103-190"}));
     for (const auto& [name, version] : {std::pair("1", std::uint64_t{1}), {"3", 3}, {"largest", UINT64_MAX}}) {
         Add(list, "version_" + std::string(name), "Any version but 0 and 2", "", FileOf({kA, kB, kC}, version),
-            {kA, kB, kC}, kAllRead);
+            {kA, kB, kC}, kAllRead, SoundWith({"other-version 0-8"}));
     }
 }
 
 void AddSound(List& list)
 {
-    Add(list, "example_of_the_page", "A file of two records", "", FileOf({kA, kB}) + Zeros(6), {kA, kB}, kAllRead);
+    Add(list, "example_of_the_page", "A file of two records", "", FileOf({kA, kB}) + Zeros(6), {kA, kB}, kAllRead,
+        SoundWith({"fill-zero 166-172"}));
     Add(list, "sound", "Sound", "ends with its last record", Sound(), {kA, kB, kC}, kAllRead);
-    Add(list, "sound_bounded", "Sound", "zeros up to the maximum size", Sound() + Zeros(252), {kA, kB, kC}, kAllRead);
-    Add(list, "foreign_fill", "Foreign bytes in the fill", "", Sound() + std::string(100, 'x'), {kA, kB, kC}, kAllRead);
-    Add(list, "equal_times", "Two records of one time point", "", FileOf({kA, kA, kB}), {kA, kA, kB}, kAllRead);
-    Add(list, "descending_times", "Records of the reference platform", "", FileOf({kC, kB, kA}), {kC, kB, kA},
-        kAllRead);
+    Add(list, "sound_bounded", "Sound", "zeros up to the maximum size", Sound() + Zeros(252), {kA, kB, kC}, kAllRead,
+        SoundWith({"fill-zero 260-512"}));
+    Add(list, "foreign_fill", "Foreign bytes in the fill", "", Sound() + std::string(100, 'x'), {kA, kB, kC}, kAllRead,
+        SoundWith({"fill-other 260-360"}));
+    Add(list, "equal_times", "Two records of one time point", "", FileOf({kA, kA, kB}), {kA, kA, kB}, kAllRead,
+        SoundWith({"equal-times 16-253"}));
+    Add(list, "descending_times", "Records of the reference platform", "", FileOf({kC, kB, kA}), {kC, kB, kA}, kAllRead,
+        SoundWith({"times-descend 110-173"}));
     Chunks chunks;
     for (const std::int64_t time :
          {INT64_MIN, INT64_MIN + 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1}, INT64_MAX}) {
@@ -163,37 +192,41 @@ void AddFields(List& list)
 void AddCounts(List& list)
 {
     const auto add = [&list](const std::string& name, const std::string& about, std::uint64_t count,
-                             const std::string& fill, const char* end) {
-        Add(list, name, "Count too high", about, With(Sound(), 8, Word(count)) + fill, {kA, kB, kC}, end);
+                             const std::string& fill, const char* end, const std::string& finding) {
+        Add(list, name, "Count too high", about, With(Sound(), 8, Word(count)) + fill, {kA, kB, kC}, end,
+            Damaged({finding + Range(kEnd, kEnd + fill.size())}));
     };
-    add("count_too_high", "no byte after the last record", 4, "", kEndOfFile);
-    add("count_largest", "no byte after the last record", UINT64_MAX, "", kEndOfFile);
-    add("count_too_high_in_zeros", "a walk meets the fill", 4, Zeros(100), kBadRecord);
-    add("count_too_high_in_39_zeros", "the fill is shorter than a head", 4, Zeros(39), kBadRecord);
-    add("count_too_high_in_foreign_bytes", "a walk meets the fill", 4, std::string(100, 'x'), kBadRecord);
-    Add(list, "count_too_low", "Count too low", "", With(Sound(), 8, Word(1)), {kA}, kAllRead);
-    Add(list, "count_zero", "Count too low", "", With(Sound(), 8, Word(0)), {}, kAllRead);
+    add("count_too_high", "no byte after the last record", 4, "", kEndOfFile, "count-too-high");
+    add("count_largest", "no byte after the last record", UINT64_MAX, "", kEndOfFile, "count-too-high");
+    add("count_too_high_in_zeros", "a walk meets the fill", 4, Zeros(100), kBadRecord, "count-too-high");
+    add("count_too_high_in_39_zeros", "the fill is shorter than a head", 4, Zeros(39), kBadRecord, "count-too-high");
+    add("count_too_high_in_foreign_bytes", "a walk meets the fill", 4, std::string(100, 'x'), kBadRecord, "bad-record");
+    Add(list, "count_too_low", "Count too low", "", With(Sound(), 8, Word(1)), {kA}, kAllRead,
+        SoundWith({"older-records 103-260"}, 2));
+    Add(list, "count_zero", "Count too low", "", With(Sound(), 8, Word(0)), {}, kAllRead,
+        SoundWith({"older-records 16-260"}, 3));
 }
 
 void AddTruncated(List& list)
 {
     const std::string inside = "Truncated inside a record";
     Add(list, "truncated_after_the_header", "Truncated between records", "", Sound().substr(0, kHeaderSize), {},
-        kEndOfFile);
+        kEndOfFile, Damaged({"count-too-high 16-16"}));
     Add(list, "truncated_between_records", "Truncated between records", "", Sound().substr(0, kThird), {kA, kB},
-        kEndOfFile);
+        kEndOfFile, Damaged({"count-too-high 166-166"}));
     for (const auto& [name, end] :
          {std::pair("mark", kThird + 1), std::pair("head", kThird + 39), std::pair("directory", kThird + 41),
           std::pair("values", kEnd - 14), std::pair("last_value", kEnd - 1)}) {
-        Add(list, "truncated_in_" + std::string(name), inside, "", Sound().substr(0, end), {kA, kB}, kBadRecord);
+        Add(list, "truncated_in_" + std::string(name), inside, "", Sound().substr(0, end), {kA, kB}, kBadRecord,
+            Damaged({"cut-record" + Range(kThird, end)}));
     }
     const DataChunk padded = Chunk(kTime + 1, {{"load", "1"}, {"padding", Zeros(20)}});
     const std::string file = FileOf({kA, padded});
     Add(list, "truncated_in_zeros", "Truncated inside zeros at a record's end", "a larger maximum size adds zeros",
-        file.substr(0, file.size() - 8), {kA}, kBadRecord)
+        file.substr(0, file.size() - 8), {kA}, kBadRecord, Damaged({"cut-record 103-199"}))
         .completed = padded.GetSizeOnFile();
     Add(list, "truncated_bounded", "New file truncated by a full disk", "the length is no record's end",
-        Sound().substr(0, 128), {kA}, kBadRecord);
+        Sound().substr(0, 128), {kA}, kBadRecord, Damaged({"cut-record 103-128"}));
 }
 
 // One bit of the second record flipped, or of the third.
@@ -206,18 +239,21 @@ void AddFlipped(List& list)
           std::pair("name_size", 40), std::pair("value_size", 44), std::pair("checksum_of_value", 48),
           std::pair("name", 56), std::pair("value", 60)}) {
         Add(list, "flipped_in_" + std::string(name), state, "the next record is whole",
-            Flipped(Sound(), kSecond + static_cast<std::uint64_t>(at)), {kA}, kBadRecord);
+            Flipped(Sound(), kSecond + static_cast<std::uint64_t>(at)), {kA}, kBadRecord,
+            Damaged(BadThenFound(kSecond, kThird, kEnd), 1));
     }
     Add(list, "flipped_in_value_not_asked_for", "Flipped bit in a field not asked for",
-        "a walk for the field load does not notice", Flipped(Sound(), kSecond - 1), {}, kBadRecord)
+        "a walk for the field load does not notice", Flipped(Sound(), kSecond - 1), {}, kBadRecord,
+        Damaged(BadThenFound(kHeaderSize, kSecond, kEnd), 2))
         .walkOfLoad = WalkFacts{3, kAllRead, kEnd};
     Add(list, "zeros_in_place_of_a_record", "Zeros in place of a record", "",
-        With(Sound(), kSecond, Zeros(kThird - kSecond)), {kA}, kBadRecord);
+        With(Sound(), kSecond, Zeros(kThird - kSecond)), {kA}, kBadRecord,
+        Damaged({"zeros-for-record 103-166", "found-after 166-260"}, 1));
     Add(list, "foreign_records", "Records of another chunk type", "", Word(2) + Word(3) + std::string(200, 'x'), {},
-        kBadRecord);
+        kBadRecord, {"unknown", {"unknown-records 16-216"}});
     const std::string nested = FileOf({Chunk(kTime, {{"load", Sound()}}), kB});
     Add(list, "flipped_around_a_file_in_a_value", state, "good records lie in the bad one's value",
-        Flipped(nested, kHeaderSize + 32), {}, kBadRecord);
+        Flipped(nested, kHeaderSize + 32), {}, kBadRecord, Damaged(BadThenFound(kHeaderSize, 92, 399), 0, 4));
 }
 
 void AddOverwritten(List& list)
@@ -228,21 +264,24 @@ void AddOverwritten(List& list)
     const std::string newer = FileOf({a, b, c});
     const std::string tail = Sound().substr(kSecond);
     Add(list, "older_tail", "End of an older, longer file in the fill", "older records begin right after",
-        FileOf({a}) + tail, {a}, kAllRead);
+        FileOf({a}) + tail, {a}, kAllRead, SoundWith({"older-records 103-260"}, 2));
     Add(list, "older_tail_count_too_high", "The same, and the count too high", "", With(FileOf({a}), 8, Word(3)) + tail,
         {a, kB, kC}, kAllRead);
     Add(list, "older_tail_inside_a_record", "The same, and the count too high", "no record begins right after",
-        With(FileOf({b}), 8, Word(3)) + Sound().substr(FileOf({b}).size()), {b}, kBadRecord);
+        With(FileOf({b}), 8, Word(3)) + Sound().substr(FileOf({b}).size()), {b}, kBadRecord,
+        Damaged(BadThenFound(79, kSecond, kEnd), 0, 2));
     const std::string image = FileOf({kA, kB}) + Zeros(34);
-    Add(list, "image_written_twice", "Image written twice", "", image + image, {kA, kB}, kAllRead);
+    Add(list, "image_written_twice", "Image written twice", "", image + image, {kA, kB}, kAllRead,
+        SoundWith({"second-image 200-400"}, 2));
     Add(list, "torn_inside_a_record", "Torn write, tear inside a record", "",
-        newer.substr(0, kSecond + 30) + Sound().substr(kSecond + 30), {a}, kBadRecord);
+        newer.substr(0, kSecond + 30) + Sound().substr(kSecond + 30), {a}, kBadRecord,
+        Damaged(BadThenFound(kSecond, kThird, kEnd), 1));
     Add(list, "torn_between_records", "Torn write, tear between records of both files", "",
         newer.substr(0, kSecond) + tail, {a, kB, kC}, kAllRead);
     Add(list, "torn_inside_a_low_count", "Torn write, tear inside the count", "258 over 3, after its first byte",
-        With(Sound(), 8, "\x02"), {kA, kB}, kAllRead);
+        With(Sound(), 8, "\x02"), {kA, kB}, kAllRead, SoundWith({"older-records 166-260"}, 1));
     Add(list, "torn_inside_a_high_count", "Torn write, tear inside the count", "5 over 3, after its first byte",
-        With(Sound(), 8, "\x05"), {kA, kB, kC}, kEndOfFile);
+        With(Sound(), 8, "\x05"), {kA, kB, kC}, kEndOfFile, Damaged({"count-too-high 260-260"}));
 }
 
 records::Record Changed(std::vector<Field> fields, const std::function<void(records::Record&)>& change)
@@ -273,21 +312,30 @@ void AddForged(List& list)
     using Record = records::Record;
     const Field x("x", "1");
     const Field y("y", "2");
-    const auto add = [&list](const std::string& name, const std::string& about, const Record& record) {
+    const auto add = [&list](const std::string& name, const std::string& about, const Record& record,
+                             std::uint64_t found = 1) {
+        const std::string bytes = record.Bytes();
+        const std::uint64_t next = kSecond + bytes.size();
         Add(list, "forged_" + name, "Records of the reference platform", about,
-            With(FileOf({kA, kB}), 8, Word(3)).insert(kSecond, record.Bytes()), {kA}, kBadRecord);
+            With(FileOf({kA, kB}), 8, Word(3)).insert(kSecond, bytes), {kA}, kBadRecord,
+            Damaged(BadThenFound(kSecond, next, next + kThird - kSecond), found, 1 - found));
     };
     add("mark", "CVC2", Changed({x}, [](Record& record) { record.mark += 0x01000000; }));
     add("size_0", "", Changed({x}, [](Record& record) { record.size = 0; }));
     add("size_39", "less than a head", Changed({}, [](Record& record) { record.size = 39; }));
     add("size_one_less", "less than head, directory and values", Changed({x}, [](Record& record) { --record.size; }));
-    add("size_one_more", "more than head, directory and values", Changed({x}, [](Record& record) { ++record.size; }));
+    add("size_one_more", "more than head, directory and values", Changed({x}, [](Record& record) { ++record.size; }),
+        0);  // its head announces a byte of the next record
     add("size_above_1_gib", "", Changed({x}, [](Record& record) { record.size = (1U << 30U) + 1; }));
     add("directory_one_less", "", Changed({x, y}, [](Record& record) { --record.directorySize; }));
     add("directory_one_more", "the first value's byte",
         Changed({x, y}, [](Record& record) { ++record.directorySize; }));
     add("directory_longer_than_record", "", Changed({x}, [](Record& record) { record.directorySize = record.size; }));
     add("number_of_fields_0", "", Changed({x}, [](Record& record) { record.fieldNumber = 0; }));
+    add("number_of_fields_one_less", "the last value is empty, so all sizes add up",
+        Changed({x, Field("y", "")}, [](Record& record) { --record.fieldNumber; }));
+    add("byte_after_the_last_entry", "all sizes add up",
+        Changed({Field("xy", "1")}, [](Record& record) { --record.fields[0].nameSize; }));
     add("number_of_fields_one_more", "", Changed({x}, [](Record& record) { ++record.fieldNumber; }));
     add("names_descend", "", Record({y, x}));
     add("names_descend_as_unsigned_bytes", "", Record({Field("\xff", "1"), x}));
@@ -306,7 +354,7 @@ void AddForged(List& list)
         FileOf({kA, kB}).insert(
             kSecond,
             Changed({WithSizes(4, 1U << 20U)}, [](Record& record) { record.size += (1U << 20U) - 1; }).Bytes()),
-        {kA}, kBadRecord);
+        {kA}, kBadRecord, Damaged({"cut-record 103-227", "found-after 164-227"}, 0, 1));
 }
 
 std::string RefusalOf(const Facts& facts, std::uint64_t maxSize)
@@ -364,10 +412,16 @@ Facts FactsByPage(const Vector& vector)
     return facts;
 }
 
-std::string JsonOf(const Vector& vector, const Facts& facts)
+std::string JsonOf(const Vector& vector)
 {
-    return "{\n  \"state\": \"" + vector.state + "\",\n  \"about\": \"" + vector.about + "\",\n" + JsonOf(facts) +
-           "}\n";
+    std::string findings;
+    for (const std::string& finding : vector.check.findings) {
+        findings += (findings.empty() ? "\"" : ", \"") + finding + '"';
+    }
+    return "{\n  \"state\": \"" + vector.state + "\",\n  \"about\": \"" + vector.about + "\",\n" +
+           JsonOf(FactsByPage(vector)) + ",\n  \"check\": {\"verdict\": \"" + vector.check.verdict +
+           "\", \"findings\": [" + findings + "], \"found\": " + std::to_string(vector.check.found) +
+           ", \"doubtful\": " + std::to_string(vector.check.doubtful) + "}\n}\n";
 }
 
 }  // namespace vectors

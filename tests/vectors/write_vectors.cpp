@@ -14,7 +14,7 @@ try {
     for (const vectors::Vector& vector : vectors::AllVectors()) {
         const std::string path = std::string(arguments[1]) + '/' + vector.name;
         support::WriteFile(path + ".chunks", vector.bytes);
-        support::WriteFile(path + ".json", vectors::JsonOf(vector, vectors::FactsByPage(vector)));
+        support::WriteFile(path + ".json", vectors::JsonOf(vector));
     }
 } catch (const std::exception& error) {
     std::cerr << "write_vectors: " << error.what() << '\n';

@@ -68,7 +68,8 @@ std::optional<std::uint64_t> AnnouncedSize(const unsigned char* bytes, std::size
     std::memcpy(&recordSize, bytes + kSizePosition, sizeof recordSize);
     std::memcpy(&checksum, bytes + kChecksumPosition, sizeof checksum);
     const bool intact = XXH3_64bits(bytes, kChecksumPosition) == checksum;
-    return intact && recordSize >= kHeadSize ? std::optional<std::uint64_t>(recordSize) : std::nullopt;
+    const bool possible = recordSize >= kHeadSize && recordSize <= DataChunk::kMaxSizeOnFile;
+    return intact && possible ? std::optional<std::uint64_t>(recordSize) : std::nullopt;
 }
 
 std::size_t HeadSize()
