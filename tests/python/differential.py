@@ -16,7 +16,7 @@ import tempfile
 import time
 
 from chunk_writer import entry, image, raw_record, record
-from facts import check_by_tool, facts_by_reader, tool_differs
+from facts import check_by_tool, facts_by_reader, list_by_tool, listed, tool_differs
 
 BATCH = 100  # files for each run of the library
 NAMES = [b"load", b"mem", b"", b"a", b"a\0", b"aa", b"\x7f", b"\x80", b"\xff", "grün".encode(), b"\x1b[0m"]
@@ -114,11 +114,13 @@ def facts_by_library(program, paths):
     return json.loads(subprocess.run([program, *paths], capture_output=True, check=True).stdout)
 
 
-def difference(facts, library, check):
+def difference(facts, library, check, records):
     """What differs first; None if nothing does."""
     for key, value in facts.items():
         if library[key] != value:
             return f"{key}: Python {value}, library {library[key]}"
+    if records != listed(facts):
+        return f"list: Python {listed(facts)}, chunkfile {records}"
     return tool_differs(facts, check)
 
 
@@ -132,7 +134,7 @@ def compare(folder, numbers, seed, programs):
     whole = 0
     for path, found, check in zip(paths, facts_by_library(library, paths), check_by_tool(tool, paths)):
         facts = facts_by_reader(path, os.path.join(folder, "padded"))
-        differs = difference(facts, found, check)
+        differs = difference(facts, found, check, list_by_tool(tool, path))
         if differs:
             kept = shutil.copy(path, f"differential-{seed}-{os.path.basename(path)}")
             sys.exit(f"differential: {kept}: {differs}")

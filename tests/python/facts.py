@@ -1,8 +1,9 @@
 """What python/corvane_chunks.py finds in a file, in the form of vectors/NAME.json, and what chunkfile says of it."""
+import base64
 import json
 import subprocess
 
-from corvane_chunks import ChunkFile
+from corvane_chunks import ChunkFile, time_text
 
 
 def hexadecimal(name):
@@ -56,6 +57,29 @@ def check_by_tool(program, paths):
     checks = [json.loads(line) for line in done.stdout.splitlines()]
     assert len(checks) == len(paths), done.stderr
     return checks
+
+
+def list_by_tool(program, path):
+    """What `chunkfile list` says of each record."""
+    done = subprocess.run([program, "list", "--format", "json", path], stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL)
+    records = [json.loads(line) for line in done.stdout.splitlines()]
+    return [{key: record[key] for key in ("position", "size", "time", "fields")} for record in records]
+
+
+def json_name(name):
+    """A field's name (bytes) as the tool writes it."""
+    try:
+        text = name.decode()
+    except UnicodeDecodeError:
+        text = "base64:"
+    return "base64:" + base64.b64encode(name).decode() if text.startswith("base64:") else text
+
+
+def listed(facts):
+    """What a list must say."""
+    return [{"position": record["position"], "size": record["size"], "time": time_text(int(record["time"])),
+             "fields": [json_name(bytes.fromhex(name)) for name in record["fields"]]} for record in facts["records"]]
 
 
 def tool_differs(facts, check):

@@ -10,7 +10,7 @@ import re
 import tempfile
 import unittest
 
-from facts import check_by_tool, facts_by_reader, tool_differs
+from facts import check_by_tool, facts_by_reader, list_by_tool, listed, tool_differs
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 VECTORS = {path.stem: json.loads(path.read_text()) for path in sorted((TOP / "vectors").glob("*.json"))}
@@ -32,7 +32,9 @@ class Vectors(unittest.TestCase):
     @unittest.skipUnless("CHUNKFILE" in os.environ, "CHUNKFILE does not name the tool")
     def test_the_tool_finds_what_each_says(self):
         paths = [TOP / "vectors" / f"{name}.chunks" for name in VECTORS]
-        for (name, vector), check in zip(VECTORS.items(), check_by_tool(os.environ["CHUNKFILE"], paths)):
+        checks = check_by_tool(os.environ["CHUNKFILE"], paths)
+        for (name, vector), path, check in zip(VECTORS.items(), paths, checks):
+            self.assertEqual(list_by_tool(os.environ["CHUNKFILE"], path), listed(vector), name)
             findings = [f"{finding['code']} {finding['begin']}-{finding['end']}" for finding in check["findings"]]
             after = check["after"]
             self.assertEqual({"verdict": check["verdict"], "findings": findings, "found": after["found"],
