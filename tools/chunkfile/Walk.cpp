@@ -186,7 +186,9 @@ Walk::Candidate Walk::ReadRun()
     if (step == Step::Unreadable && SkipUnreadable()) {
         candidate.next = scanner_.GetPosition();
     }
-    NoteAnnounced(run.end);
+    if (step == Step::End) {
+        NoteAnnounced(run.end);
+    }
     return candidate;
 }
 
