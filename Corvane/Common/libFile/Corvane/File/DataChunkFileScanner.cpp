@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -14,6 +15,7 @@
 
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/Descriptor.h"
+#include "Corvane/File/FileImage.h"
 #include "Corvane/File/Log.h"
 
 namespace Corvane::File {
@@ -24,6 +26,17 @@ namespace {
 
 constexpr std::uint64_t kMaxPosition = INT64_MAX;
 
+// Sizes of the window in bytes. A larger one leaves the processor's cache.
+constexpr std::uint64_t kFirstWindow = std::uint64_t{1} << 16U;
+constexpr std::uint64_t kFullWindow = std::uint64_t{1} << 18U;
+constexpr std::uint64_t kLongestWindow = std::uint64_t{1} << 23U;  // a longer record is read through the descriptor
+
+// Bytes that a search has after the one that it tries: twice the largest record, within these bounds.
+constexpr std::uint64_t kSearchedAhead = std::uint64_t{1} << 20U;
+constexpr std::uint64_t kMostSearchedAhead = std::uint64_t{1} << 31U;
+
+constexpr std::uint64_t kDecay = 16;  // the usual size becomes less by this part of it
+
 // Opens the file for reading and leaves its access time alone, if the system permits that.
 int OpenForReading(const std::string& filename)
 {
@@ -31,8 +44,114 @@ int OpenForReading(const std::string& filename)
     return fd == -1 && errno == EPERM ? ::open(filename.c_str(), O_RDONLY | O_CLOEXEC) : fd;
 }
 
+struct ReadResult {
+    std::uint64_t size = 0;  // bytes read
+    int error = 0;           // of the call after them; 0 if it met the end of the file, or was not needed
+};
+
+// Reads `size` bytes, or fewer at the end of the file or after an error.
+ReadResult ReadAt(int fd, unsigned char* bytes, std::uint64_t size, std::uint64_t position)
+{
+    ReadResult result;
+    const std::uint64_t most = position < kMaxPosition ? std::min(size, kMaxPosition - position) : 0;
+    while (result.size < most) {
+        const ssize_t count =
+            ::pread(fd, bytes + result.size, most - result.size, static_cast<off_t>(position + result.size));
+        if (count == -1 && errno != EINTR) {
+            result.error = errno;
+            break;
+        }
+        if (count == 0) {
+            break;
+        }
+        result.size += count == -1 ? 0 : static_cast<std::uint64_t>(count);
+    }
+    return result;
+}
+
+// A part of the file in memory, followed by the readable zeros of an image's tail. It lies at the end of the image, so
+// that the tail follows it directly. After a window that is shorter because the file ends, zeros are written over what
+// an earlier window left there.
+class Window {
+public:
+    // Loads up to `size` bytes of the file. Returns false if there can be no tail; the window is then empty for good.
+    bool Load(int fd, std::uint64_t size, std::uint64_t position);
+
+    // Whether the window has these bytes.
+    bool Holds(std::uint64_t position, std::uint64_t size) const
+    {
+        return position_ <= position && position - position_ <= size_ && size <= size_ - (position - position_);
+    }
+
+    void Empty() { size_ = 0; }
+    bool IsThere() const { return image_.has_value(); }
+    bool IsPossible() const { return !tailRefused_; }
+    bool IsFull() const { return isFull_; }  // else it ends with the file, or before an error
+    int Error() const { return error_; }
+    std::uint64_t Position() const { return position_; }
+    std::uint64_t Size() const { return size_; }
+    std::uint64_t End() const { return position_ + size_; }
+    const unsigned char* At(std::uint64_t position) const { return bytes_ + (position - position_); }
+
+private:
+    bool MakeRoom(std::uint64_t size);
+
+    std::optional<FileImage> image_;
+    bool tailRefused_ = false;
+    std::uint64_t dirty_ = 0;  // the image's bytes from here on are zero
+    const unsigned char* bytes_ = nullptr;
+    std::uint64_t position_ = 0;  // of the window's first byte in the file
+    std::uint64_t size_ = 0;
+    bool isFull_ = false;
+    int error_ = 0;
+};
+
+bool Window::Load(int fd, std::uint64_t size, std::uint64_t position)
+{
+    size_ = 0;
+    if (!MakeRoom(size)) {
+        return false;
+    }
+    const std::uint64_t begin = image_->Size() - size;
+    unsigned char* const bytes = image_->Data() + begin;
+    const ReadResult read = ReadAt(fd, bytes, size, position);
+    const std::uint64_t end = begin + read.size;
+    if (end < dirty_) {
+        std::memset(image_->Data() + end, 0, dirty_ - end);
+    }
+    dirty_ = end;
+    bytes_ = bytes;
+    position_ = position;
+    size_ = read.size;
+    isFull_ = read.size == size;
+    error_ = read.error;
+    return true;
+}
+
+// One image for all usual windows. Others get one for a power of two, so that growing records seldom need a new one.
+bool Window::MakeRoom(std::uint64_t size)
+{
+    const bool isTooLarge = IsThere() && image_->Size() > kLongestWindow && size <= kLongestWindow;
+    if (IsThere() && image_->Size() >= size && !isTooLarge) {
+        return true;
+    }
+    image_.reset();
+    dirty_ = 0;
+    const std::uint64_t room = size <= kLongestWindow ? std::bit_ceil(std::max(size, kFullWindow)) : size;
+    if (tailRefused_ || !image_.emplace().CoverWithTail(room)) {
+        image_.reset();
+        tailRefused_ = true;
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
+// Where a walk stands, and what it needs to go on.
+//
+// Its position is that of the present record; without one (recordSize_ is 0) the next record is tried there. Next is
+// short while the window has records: it stores where the record is and how long, and counts it.
 class DataChunkFileScanner::Walk {
 public:
     explicit Walk(std::string filename);
@@ -50,24 +169,44 @@ public:
     End WhyItEnded() const { return end_; }
 
 private:
-    [[noreturn]] void Fail(const std::string& step) const;
-    std::uint64_t Read(unsigned char* bytes, std::uint64_t size, std::uint64_t position) const;
-    bool HasByteAt(std::uint64_t position) const;
+    void Begin(std::uint64_t position, std::uint64_t records);
     bool Stop(End end);
+
+    bool ReadFromWindow();
+    bool NextFromFile(std::uint64_t lastSize);
+    bool ShowInWindow(std::uint64_t size);
     bool ReadThroughDescriptor();
-    bool BoundRecordsWithoutLength();
+    bool IsAllowedWithoutLength();
+
+    bool CanSearchWindow(std::uint64_t ahead) const;
+    bool SearchWindow(std::uint64_t ahead);
+    bool SearchThroughDescriptor();
+    bool Found();
+
+    void NoteSize(std::uint64_t recordSize);
+    std::uint64_t NextWindowSize(std::uint64_t lastSize);
+    bool HasByteAt(std::uint64_t position) const;
+    [[noreturn]] void FailToRead(std::uint64_t position, int error) const;
+    [[noreturn]] void Fail(const std::string& step, int error) const;
+
+    std::uint64_t position_ = kHeaderSize;
+    std::uint64_t recordSize_ = 0;
+    std::uint64_t numberRead_ = 0;
+    std::uint64_t limit_ = 0;       // of records: mostRecords_, or fewer because some have no length
+    std::uint64_t visibleEnd_ = 0;  // Next looks at the window up to this position
+    Window window_;
+    std::optional<DataChunk> chunk_;
+
+    std::uint64_t start_ = kHeaderSize;  // where the walk began
+    std::uint64_t mostRecords_ = 0;
+    std::uint64_t windowSize_ = kFirstWindow;  // to load next
+    std::uint64_t usualSize_ = 0;              // of the largest record; becomes less with each smaller one
+    std::uint64_t largestSize_ = 0;
+    End end_ = End::AllRead;
 
     std::string filename_;
     Descriptor file_;
     std::array<std::uint64_t, 2> header_ = {};
-    std::optional<DataChunk> chunk_;
-    std::uint64_t position_ = kHeaderSize;  // of the present record, or where the next one is tried
-    std::uint64_t recordSize_ = 0;          // of the present record, 0 if there is none
-    std::uint64_t start_ = kHeaderSize;     // where this walk began
-    std::uint64_t numberRead_ = 0;
-    std::uint64_t mostRecords_ = 0;
-    std::uint64_t limit_ = 0;  // mostRecords_, or fewer because some records have no length
-    End end_ = End::AllRead;
 };
 
 DataChunkFileScanner::Walk::Walk(std::string filename)
@@ -75,78 +214,165 @@ DataChunkFileScanner::Walk::Walk(std::string filename)
 {
     static_assert(sizeof header_ == kHeaderSize && kVersionPosition == 0);
     if (file_.Get() == -1) {
-        Fail("open");
+        Fail("open", errno);
     }
-    Read(reinterpret_cast<unsigned char*>(header_.data()), sizeof header_, 0);
-    GoTo(kHeaderSize, NumberOfChunks());
+    const ReadResult read = ReadAt(file_.Get(), reinterpret_cast<unsigned char*>(header_.data()), sizeof header_, 0);
+    if (read.error != 0) {
+        FailToRead(read.size, read.error);
+    }
+    Begin(kHeaderSize, NumberOfChunks());
 }
 
-// Reports the call that has just failed.
-void DataChunkFileScanner::Walk::Fail(const std::string& step) const
+void DataChunkFileScanner::Walk::FailToRead(std::uint64_t position, int error) const
 {
+    Fail(Join("read at byte ", position), error);
+}
+
+void DataChunkFileScanner::Walk::Fail(const std::string& step, int error) const
+{
+    errno = error;
     const std::string reason = SystemReason();
     throw std::runtime_error(Join("DataChunkFileScanner: file ", filename_, ": ", step, ": ", reason));
-}
-
-// Reads up to this size or the end of the file. Returns the bytes read.
-std::uint64_t DataChunkFileScanner::Walk::Read(unsigned char* bytes, std::uint64_t size, std::uint64_t position) const
-{
-    std::uint64_t have = 0;
-    while (have < size && position + have < kMaxPosition) {
-        const std::uint64_t wanted = std::min(size - have, kMaxPosition - position - have);
-        const ssize_t count = ::pread(file_.Get(), bytes + have, wanted, static_cast<off_t>(position + have));
-        if (count == -1 && errno != EINTR) {
-            const int error = errno;
-            const std::string step = Join("read at byte ", position + have);
-            errno = error;
-            Fail(step);
-        }
-        if (count == 0) {
-            break;
-        }
-        have += count == -1 ? 0 : static_cast<std::uint64_t>(count);
-    }
-    return have;
 }
 
 bool DataChunkFileScanner::Walk::HasByteAt(std::uint64_t position) const
 {
     unsigned char byte = 0;
-    return Read(&byte, sizeof byte, position) != 0;
+    const ReadResult read = ReadAt(file_.Get(), &byte, sizeof byte, position);
+    if (read.error != 0) {
+        FailToRead(position, read.error);
+    }
+    return read.size != 0;
 }
 
+void DataChunkFileScanner::Walk::Begin(std::uint64_t position, std::uint64_t records)
+{
+    chunk_.reset();
+    position_ = position;
+    recordSize_ = 0;
+    numberRead_ = 0;
+    limit_ = records;
+    visibleEnd_ = 0;
+    start_ = position;
+    mostRecords_ = records;
+}
+
+// Ends the walk for now. Nothing that is in the window is taken for the file's next bytes.
 bool DataChunkFileScanner::Walk::Stop(End end)
 {
     chunk_.reset();
+    visibleEnd_ = 0;
     end_ = end;
     return false;
 }
 
 void DataChunkFileScanner::Walk::GoTo(std::uint64_t position, std::uint64_t records)
 {
-    chunk_.reset();
-    position_ = start_ = position;
-    recordSize_ = 0;
-    numberRead_ = 0;
-    mostRecords_ = limit_ = records;
+    NoteSize(recordSize_);
+    windowSize_ = usualSize_ == 0 ? kFirstWindow : usualSize_;
+    window_.Empty();
+    Begin(position, records);
+}
+
+void DataChunkFileScanner::Walk::NoteSize(std::uint64_t recordSize)
+{
+    if (recordSize != 0) {
+        usualSize_ = std::max(recordSize, usualSize_ - usualSize_ / kDecay);
+        largestSize_ = std::max(largestSize_, recordSize);
+    }
 }
 
 bool DataChunkFileScanner::Walk::Next()
 {
-    position_ += std::exchange(recordSize_, 0);
+    const std::uint64_t lastSize = std::exchange(recordSize_, 0);
+    position_ += lastSize;
+    // In a full window, the rest is probably part of a record.
+    const bool mayBeWhole = position_ < visibleEnd_ && (visibleEnd_ - position_ >= lastSize || !window_.IsFull());
+    if (numberRead_ < limit_ && mayBeWhole && ReadFromWindow()) {
+        ++numberRead_;
+        return true;
+    }
+    return NextFromFile(lastSize);
+}
+
+bool DataChunkFileScanner::Walk::ReadFromWindow()
+{
+    chunk_.emplace();
+    if (chunk_->ReadFrom(window_.At(position_)) == 0) {
+        return false;
+    }
+    const std::uint64_t size = chunk_->GetSizeOnFile();
+    if (size > visibleEnd_ - position_ || (size == 0 && !IsAllowedWithoutLength())) {
+        return false;
+    }
+    recordSize_ = size;
+    return true;
+}
+
+// Reads the file for the next record: into the window, and if that does not suffice, through the descriptor.
+bool DataChunkFileScanner::Walk::NextFromFile(std::uint64_t lastSize)
+{
     if (numberRead_ == limit_) {
         return Stop(limit_ == mostRecords_ ? End::AllRead : End::BadRecord);
     }
-    if (!ReadThroughDescriptor()) {
+    NoteSize(lastSize);
+    bool isGood = false;
+    if (ShowInWindow(NextWindowSize(lastSize))) {
+        isGood = position_ < visibleEnd_ && ReadFromWindow();
+        // A window that has just been loaded up to the end of the file leaves no doubt.
+        if (!isGood && !window_.IsFull() && window_.Position() == position_) {
+            if (window_.Error() != 0) {
+                FailToRead(window_.End(), window_.Error());
+            }
+            return Stop(window_.Size() == 0 ? End::EndOfFile : End::BadRecord);
+        }
+    }
+    if (!isGood && !ReadThroughDescriptor()) {
         return Stop(HasByteAt(position_) ? End::BadRecord : End::EndOfFile);
     }
     ++numberRead_;
     return true;
 }
 
+// The window's size doubles while records are read in order, and is a whole number of records like the last one.
+std::uint64_t DataChunkFileScanner::Walk::NextWindowSize(std::uint64_t lastSize)
+{
+    const std::uint64_t size = windowSize_;
+    windowSize_ = std::min(2 * std::min(size, kFullWindow), kFullWindow);
+    return lastSize == 0 ? size : std::max(lastSize, size / lastSize * lastSize);
+}
+
+// Lets Next look at the window from its position on, and loads it if needed. Returns false if the next record is to be
+// read through the descriptor: the first of all, because a window costs more than reading one record; very long ones;
+// and all if there can be no window.
+bool DataChunkFileScanner::Walk::ShowInWindow(std::uint64_t size)
+{
+    const bool isWorthIt = size <= kLongestWindow && (window_.IsThere() || largestSize_ != 0);
+    if (!isWorthIt || !window_.IsPossible()) {
+        return false;
+    }
+    if (visibleEnd_ != 0 && window_.Holds(position_, size)) {
+        visibleEnd_ = position_ + size;
+        return true;
+    }
+    visibleEnd_ = 0;
+    if (!window_.Load(file_.Get(), size, position_)) {
+        return false;
+    }
+    visibleEnd_ = window_.End();
+    return true;
+}
+
 bool DataChunkFileScanner::Walk::ReadThroughDescriptor()
 {
-    if (position_ >= kMaxPosition || ::lseek64(file_.Get(), static_cast<off64_t>(position_), SEEK_SET) == -1) {
+    if (position_ >= kMaxPosition) {
+        return false;
+    }
+    if (::lseek64(file_.Get(), static_cast<off64_t>(position_), SEEK_SET) == -1) {
+        const int error = errno;
+        if (HasByteAt(position_)) {
+            Fail(Join("seek to byte ", position_), error);
+        }
         return false;
     }
     chunk_.emplace();
@@ -155,22 +381,19 @@ bool DataChunkFileScanner::Walk::ReadThroughDescriptor()
     }
     const std::uint64_t size = chunk_->GetSizeOnFile();
     const std::uint64_t last = std::max<std::uint64_t>(size, 1) - 1;
-    if (last >= kMaxPosition - position_ || !HasByteAt(position_ + last)) {
-        return false;
-    }
-    if (size == 0 && !BoundRecordsWithoutLength()) {
+    if (last >= kMaxPosition - position_ || !HasByteAt(position_ + last) || (size == 0 && !IsAllowedWithoutLength())) {
         return false;
     }
     recordSize_ = size;
     return true;
 }
 
-// As in a reopening, there are no more records than bytes. Returns whether one more is allowed.
-bool DataChunkFileScanner::Walk::BoundRecordsWithoutLength()
+// As in a reopening, there are no more records than bytes. This ends a walk over records without length.
+bool DataChunkFileScanner::Walk::IsAllowedWithoutLength()
 {
     struct stat status = {};
     if (::fstat(file_.Get(), &status) == -1) {
-        Fail("fstat");
+        Fail("fstat", errno);
     }
     const std::uint64_t fileSize = std::max(start_, static_cast<std::uint64_t>(status.st_size));
     limit_ = std::min(mostRecords_, fileSize - start_);
@@ -179,16 +402,66 @@ bool DataChunkFileScanner::Walk::BoundRecordsWithoutLength()
 
 bool DataChunkFileScanner::Walk::FindNext()
 {
-    position_ += std::exchange(recordSize_, 0);
-    GoTo(position_, UINT64_MAX);
-    for (; HasByteAt(position_); ++position_) {
-        if (ReadThroughDescriptor()) {
-            GoTo(position_, UINT64_MAX);
+    NoteSize(recordSize_);
+    Begin(position_ + recordSize_, UINT64_MAX);
+    const std::uint64_t ahead = std::clamp(2 * largestSize_, kSearchedAhead, kMostSearchedAhead);
+    for (;;) {
+        // A quarter more: then moving the window costs little beside trying its bytes.
+        if (!CanSearchWindow(ahead) && !window_.Load(file_.Get(), ahead + ahead / 4, position_)) {
+            return SearchThroughDescriptor();
+        }
+        if (position_ == window_.End()) {
+            break;
+        }
+        if (SearchWindow(ahead)) {
+            return Found();
+        }
+    }
+    if (window_.Error() != 0) {
+        FailToRead(position_, window_.Error());
+    }
+    return Stop(End::EndOfFile);
+}
+
+// Whether the window has enough bytes after the position, or all up to the end of the file.
+bool DataChunkFileScanner::Walk::CanSearchWindow(std::uint64_t ahead) const
+{
+    const bool endsWithFile = !window_.IsFull() && window_.Error() == 0;
+    return window_.Holds(position_, ahead) ||
+           (endsWithFile && window_.Holds(position_, 1) && !HasByteAt(window_.End()));
+}
+
+// Tries every byte that has enough bytes after it, or all up to the end of the file.
+bool DataChunkFileScanner::Walk::SearchWindow(std::uint64_t ahead)
+{
+    const std::uint64_t end = window_.IsFull() ? window_.End() - ahead + 1 : window_.End();
+    visibleEnd_ = window_.End();
+    for (; position_ < end; ++position_) {
+        if (ReadFromWindow()) {
             return true;
         }
     }
-    GoTo(position_, UINT64_MAX);
+    return false;
+}
+
+// Without a tail, memory cannot be parsed.
+bool DataChunkFileScanner::Walk::SearchThroughDescriptor()
+{
+    for (; HasByteAt(position_); ++position_) {
+        if (ReadThroughDescriptor()) {
+            return Found();
+        }
+    }
     return Stop(End::EndOfFile);
+}
+
+// Begins a walk at the record that was found. Next reads it again, from the window if it is there.
+bool DataChunkFileScanner::Walk::Found()
+{
+    const std::uint64_t visible = std::max(recordSize_, kFullWindow);
+    Begin(position_, UINT64_MAX);
+    visibleEnd_ = window_.Holds(position_, 1) ? std::min(window_.End(), position_ + visible) : 0;
+    return true;
 }
 
 DataChunkFileScanner::DataChunkFileScanner(std::string filename) : walk_(std::make_unique<Walk>(std::move(filename))) {}

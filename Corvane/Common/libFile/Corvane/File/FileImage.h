@@ -44,6 +44,10 @@ public:
     // std::bad_alloc if there is no memory.
     void Cover(std::uint64_t at, std::uint64_t size);
 
+    // The same for [0, size) of an empty image, with a readable tail directly after it: the size is rounded up to whole
+    // pages. Returns false if limits on address space or locked memory forbid it; the image is then of no use.
+    bool CoverWithTail(std::uint64_t size) noexcept;
+
     // Drops the bytes from `size` on. The caller has left them zero.
     void Shrink(std::uint64_t size) noexcept { size_ = std::min(size_, size); }
 
@@ -113,6 +117,15 @@ inline void FileImage::Reserve(std::uint64_t size)
     } else if (!MoveToMapping(mapping, 0)) {
         throw std::bad_alloc();
     }
+}
+
+inline bool FileImage::CoverWithTail(std::uint64_t size) noexcept
+{
+    if (!MoveToMapping(RoundUp(size, kPageSize), kTailSize)) {
+        return false;
+    }
+    size_ = capacity_;
+    return OpenTail();
 }
 
 // calloc leaves fresh pages untouched, because it knows that they are zero; new[] would clear them.
