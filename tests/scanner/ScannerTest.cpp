@@ -3,7 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <numeric>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <type_traits>
 
@@ -82,6 +86,53 @@ protected:
 TEST_F(Scanner, WalkGivesEveryChunkWithItsPosition)
 {
     ExpectWalk(Chunks({100, 40, 200}));
+}
+
+TEST_F(Scanner, WalkCrossesWindows)
+{
+    ExpectWalk(Chunks(std::vector<std::uint64_t>(20'000, 64)));
+}
+
+TEST_F(Scanner, RecordsOfEverySizeAreRead)
+{
+    ExpectWalk(
+        Chunks({40, 70'000, 57, 300'000, 300'001, 1 << 20, 64, 2 << 20, 9 << 20, 9 << 20, 40, 5000, 200'000, 64}));
+}
+
+// Sizes around those of the windows, in an order that repeats every time.
+TEST_F(Scanner, RecordsThatJustFitAWindowAreRead)
+{
+    std::vector<std::uint64_t> sizes;
+    for (const std::uint64_t size : {1U << 16U, 1U << 17U, 1U << 18U}) {
+        for (const int more : {-1, 0, 1}) {
+            sizes.insert(sizes.end(), 3, size + static_cast<std::uint64_t>(std::int64_t{more}));
+            sizes.push_back(40);
+        }
+    }
+    ExpectWalk(Chunks(sizes));
+}
+
+TEST_F(Scanner, RecordsInRandomOrderOfPositionsAreRead)
+{
+    std::mt19937_64 random(1);  // NOLINT(cert-msc51-cpp): the same in every run
+    std::vector<std::uint64_t> sizes;
+    for (int i = 0; i < 300; ++i) {
+        sizes.push_back(57 + random() % (i % 50 == 0 ? 600'000 : 3000));
+    }
+    const auto chunks = Chunks(sizes);
+    Put(FileOf(chunks));
+    DataChunkFileScanner scanner(path_);
+    for (int i = 0; i < 1000; ++i) {
+        const std::size_t first = random() % chunks.size();
+        const std::size_t last = std::min<std::size_t>(chunks.size(), first + 1 + random() % 3);
+        std::uint64_t position =
+            std::accumulate(sizes.begin(), sizes.begin() + static_cast<std::ptrdiff_t>(first), std::uint64_t{16});
+        scanner.GoTo(position);
+        for (std::size_t at = first; at < last; ++at) {
+            ExpectNext(scanner, chunks[at], position);
+            position += chunks[at].GetSizeOnFile();
+        }
+    }
 }
 
 TEST_F(Scanner, HeaderIsThatOfTheFile)
@@ -247,6 +298,122 @@ TEST_F(Scanner, WalkGoesOnWhenTheFileHasGrown)
     Put(file);
     ExpectNext(scanner, chunks[2], 173);
     ExpectEnd(scanner, End::EndOfFile, 248);
+}
+
+TEST_F(Scanner, SearchFindsARecordAfterManyOtherBytes)
+{
+    const auto chunks = Chunks({100, 5000, 100});
+    const std::string records = FileOf(chunks).substr(16);
+    for (const std::size_t gap : {1U << 20U, (1U << 20U) + (1U << 18U), 3'000'000U}) {
+        Put(FileOf({}) + std::string(gap, 'x') + records);
+        DataChunkFileScanner scanner(path_);
+        ASSERT_TRUE(scanner.FindNext());
+        ExpectNext(scanner, chunks[0], 16 + gap);
+        ExpectNext(scanner, chunks[1], 116 + gap);
+        ExpectNext(scanner, chunks[2], 5116 + gap);
+        ExpectEnd(scanner, End::EndOfFile, 5216 + gap);
+    }
+}
+
+// Beyond 1 MiB, twice the largest record so far.
+TEST_F(Scanner, SearchFindsRecordsTwiceAsLongAsTheLargestSoFar)
+{
+    constexpr std::uint64_t kLarge = 3 << 20U;
+    const auto chunks = Chunks({kLarge / 2, 100, kLarge, 57});
+    std::string file = FileOf(chunks) + std::string(4 << 20U, '\0');
+    const std::uint64_t third = 16 + kLarge / 2 + 100;
+    file[16 + kLarge / 2] = 'x';
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    ExpectEnd(scanner, End::BadRecord, 16 + kLarge / 2);
+    ASSERT_TRUE(scanner.FindNext());
+    ExpectNext(scanner, chunks[2], third);
+    ExpectNext(scanner, chunks[3], third + kLarge);
+}
+
+TEST_F(Scanner, EveryDamagedRecordIsSkipped)
+{
+    const auto chunks = Chunks(std::vector<std::uint64_t>(5000, 100));
+    std::string file = FileOf(chunks);
+    for (std::size_t i = 0; i < chunks.size(); i += 2) {
+        file[16 + 100 * i] = 'x';
+    }
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    for (std::size_t i = 0; i < chunks.size(); i += 2) {
+        ExpectEnd(scanner, End::BadRecord, 16 + 100 * i);
+        ASSERT_TRUE(scanner.FindNext());
+        ExpectNext(scanner, chunks[i + 1], 116 + 100 * i);
+    }
+    EXPECT_FALSE(scanner.FindNext());
+}
+
+TEST_F(Scanner, SearchFindsWhatTheFileHasGrownBy)
+{
+    const auto chunks = Chunks({100, 57});
+    const std::string file = FileOf(chunks);
+    Put(file.substr(0, 150));
+    DataChunkFileScanner scanner(path_);
+    ExpectNext(scanner, chunks[0], 16);
+    ExpectEnd(scanner, End::BadRecord, 116);
+    Put(file);
+    ASSERT_TRUE(scanner.FindNext());
+    ExpectNext(scanner, chunks[1], 116);
+}
+
+// Between two calls, another program truncates the file. The window may still have old records.
+TEST_F(Scanner, FileThatIsTruncatedMeanwhileEndsTheWalk)
+{
+    const auto chunks = Chunks(std::vector<std::uint64_t>(10'000, 100));
+    for (const std::uint64_t records : {0U, 1U, 2U, 1000U, 9999U}) {
+        Put(FileOf(chunks));
+        DataChunkFileScanner scanner(path_);
+        for (std::uint64_t i = 0; i < records; ++i) {
+            ASSERT_TRUE(scanner.Next());
+        }
+        std::filesystem::resize_file(path_, 16 + 50);
+        std::uint64_t more = 0;
+        while (scanner.Next()) {
+            ++more;
+        }
+        EXPECT_LE(more, (std::uint64_t{1} << 18U) / 100);
+        EXPECT_EQ(scanner.GetPosition(), 16 + 100 * (records + more));
+        EXPECT_EQ(scanner.GetEnd(), records + more == chunks.size() ? End::AllRead
+                                    : records + more == 0           ? End::BadRecord
+                                                                    : End::EndOfFile);
+    }
+}
+
+TEST_F(Scanner, JumpReadsTheFileAnew)
+{
+    const auto chunks = Chunks({100, 100, 100});
+    Put(FileOf(chunks));
+    DataChunkFileScanner scanner(path_);
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_TRUE(scanner.Next());
+    const auto rewritten = ChunkOfSize(77, 100);
+    Put(FileOf({rewritten, rewritten, rewritten}));
+    scanner.GoTo(116);
+    ExpectNext(scanner, rewritten, 116);
+}
+
+// The part that a window has of a larger one before it must not show.
+TEST_F(Scanner, BytesOfAnEarlierWindowDoNotCompleteARecord)
+{
+    const auto chunks = Chunks(std::vector<std::uint64_t>(3000, 100));
+    const std::string file = FileOf(chunks);
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    for (int i = 0; i < 2000; ++i) {
+        ASSERT_TRUE(scanner.Next());
+    }
+    for (const std::uint64_t cut : {1U, 50U, 99U}) {
+        Put(file.substr(0, 116 + cut));
+        scanner.GoTo(116);
+        ExpectEnd(scanner, End::BadRecord, 116);
+        EXPECT_FALSE(scanner.FindNext());
+    }
 }
 
 TEST_F(Scanner, ChunkIsOnlyThereAfterARecord)

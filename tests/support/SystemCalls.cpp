@@ -101,8 +101,11 @@ SystemCalls::Action ShortenTo(std::uint64_t size)
 {
     return [size](const SystemCall& call) {
         const std::uint64_t count = std::min(size, call.size);
-        return call.name == "write" ? ::write(call.fd, call.buffer, count)
-                                    : ::read(call.fd, const_cast<void*>(call.buffer), count);
+        if (call.name == "write") {
+            return ::write(call.fd, call.buffer, count);
+        }
+        void* const buffer = const_cast<void*>(call.buffer);
+        return call.name == "pread" ? ::pread(call.fd, buffer, count, call.offset) : ::read(call.fd, buffer, count);
     };
 }
 

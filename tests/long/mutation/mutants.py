@@ -39,7 +39,7 @@ APPENDER = ["appender_test", "appender_exceptions_test", "appender_collaborators
             "limits_test", "reopen_memory_test", "system_faults_test"]
 READER = ["reader_test", "reader_calls_test", "reader_exceptions_test", "format_states_test", "random_lives_test",
           "limits_test", "system_faults_test"]
-SCANNER = ["scanner_test"]
+SCANNER = ["scanner_calls_test", "scanner_test", "scanner_collaborators_test"]
 ATTRIBUTES = ["attributes_failures_test", "attributes_races_test", "attributes_test", "system_faults_test"]
 PROGRAMS = {
     "DataChunkFileAppender.cpp": APPENDER,

@@ -184,7 +184,7 @@ private:
     bool Found();
 
     void NoteSize(std::uint64_t recordSize);
-    std::uint64_t NextWindowSize(std::uint64_t lastSize);
+    std::uint64_t NextWindowSize(std::uint64_t lastSize) const;
     bool HasByteAt(std::uint64_t position) const;
     [[noreturn]] void FailToRead(std::uint64_t position, int error) const;
     [[noreturn]] void Fail(const std::string& step, int error) const;
@@ -334,12 +334,10 @@ bool DataChunkFileScanner::Walk::NextFromFile(std::uint64_t lastSize)
     return true;
 }
 
-// The window's size doubles while records are read in order, and is a whole number of records like the last one.
-std::uint64_t DataChunkFileScanner::Walk::NextWindowSize(std::uint64_t lastSize)
+// A whole number of records like the last one, so that nothing is read twice if all are alike.
+std::uint64_t DataChunkFileScanner::Walk::NextWindowSize(std::uint64_t lastSize) const
 {
-    const std::uint64_t size = windowSize_;
-    windowSize_ = std::min(2 * std::min(size, kFullWindow), kFullWindow);
-    return lastSize == 0 ? size : std::max(lastSize, size / lastSize * lastSize);
+    return lastSize == 0 ? windowSize_ : std::max(lastSize, windowSize_ / lastSize * lastSize);
 }
 
 // Lets Next look at the window from its position on, and loads it if needed. Returns false if the next record is to be
@@ -356,6 +354,7 @@ bool DataChunkFileScanner::Walk::ShowInWindow(std::uint64_t size)
         return true;
     }
     visibleEnd_ = 0;
+    windowSize_ = std::min(2 * std::min(windowSize_, kFullWindow), kFullWindow);
     if (!window_.Load(file_.Get(), size, position_)) {
         return false;
     }
