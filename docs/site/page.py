@@ -3,7 +3,7 @@
 
 The pages are written for a code host. Doxygen 1.9 numbers their headings, so here each gets the name that the code host
 gives it, and links to sections use it. A broken one is then an error, as is a missing picture. A link to an example
-leads to its page; a link to any other source becomes text, because sources are not on the site.
+leads to its page; a link to any other source, or to the vectors, becomes text, because they are not on the site.
 """
 import re
 import sys
@@ -13,7 +13,7 @@ HEADING = re.compile(r"^(##+ )(.*)")
 LINK_TO_SECTION = re.compile(r"\]\((?:[\w./-]*?(\w+)\.md)?#([\w-]+)\)")
 PICTURE = re.compile(r"!\[([^]]*)\]\([\w./-]*?([\w-]+\.svg)\)")
 LINK_TO_EXAMPLE = re.compile(r"\]\((?:\.\./)?examples/(\w+)\.cpp\)")
-LINK_TO_SOURCE = re.compile(r"\[([^][]+)\]\([\w./-]+\.(?:h|cpp|py)\)")
+LINK_TO_SOURCE = re.compile(r"\[([^][]+)\]\([\w./-]+(?:\.h|\.cpp|\.py|vectors/README\.md)\)")
 
 
 def named(heading, page):

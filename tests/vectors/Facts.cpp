@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <iomanip>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -82,15 +81,17 @@ std::string ReasonOf(const std::string& error)
     throw std::runtime_error(error);
 }
 
-// The number that follows this text in a line.
-std::optional<std::uint64_t> NumberAfter(const support::Lines& lines, const std::string& text)
+// The number that follows the first of these texts that a line has.
+std::uint64_t NumberAfter(const std::vector<std::string>& texts, const support::Lines& lines)
 {
-    for (const std::string& line : lines) {
-        if (const std::size_t at = line.find(text); at != std::string::npos) {
-            return std::stoull(line.substr(at + text.size()));
+    for (const std::string& text : texts) {
+        for (const std::string& line : lines) {
+            if (const std::size_t at = line.find(text); at != std::string::npos) {
+                return std::stoull(line.substr(at + text.size()));
+            }
         }
     }
-    return std::nullopt;
+    throw std::logic_error("no line says " + texts.front());
 }
 
 // A chunk that a bounded image refuses and an unbounded one accepts. No file holds its time point.
@@ -115,9 +116,9 @@ ReopeningFacts FactsOfReopening(const std::string& path, std::uint64_t maxSize)
         return facts;
     }
     const support::Lines lines = log.Lines();
-    facts.kept = NumberAfter(lines, "40 Chunk ").value_or(NumberAfter(lines, ": we discovered ").value());
-    facts.next = accepted ? support::ReadFile(path).find(support::RecordOf(chunk))
-                          : NumberAfter(lines, "Current file size ").value();
+    facts.kept = NumberAfter({"40 Chunk ", ": we discovered "}, lines);
+    facts.next =
+        accepted ? support::ReadFile(path).find(support::RecordOf(chunk)) : NumberAfter({"Current file size "}, lines);
     return facts;
 }
 
