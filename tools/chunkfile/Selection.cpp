@@ -54,6 +54,7 @@ public:
         to_ = to ? std::optional(to->In(ends.first, ends.last)) : std::nullopt;
     }
 
+    // Whether the record of this index and later ones cannot be taken.
     bool IsOver(std::uint64_t index) const { return taken_ >= options_.limit || index >= options_.index.end; }
 
     bool Takes(const FoundRecord& record)
@@ -86,15 +87,15 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
 {
     Selection selection(options, input, terminal);
     const auto visit = [&](const FoundRecord& record) {
-        if (selection.IsOver(record.index)) {
-            return false;
-        }
         terminal.Progress(input.Name(), record.position, input.Size());
         if (selection.Takes(record)) {
             print(record);
         }
-        return true;
+        return !selection.IsOver(record.index + 1);
     };
+    if (selection.IsOver(0)) {
+        return Exit::Fine;
+    }
     Exit code = Exit::Fine;
     Walk walk(input, options.scan);
     const WalkEnd end = walk.Counted(visit);

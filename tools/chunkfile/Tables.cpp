@@ -98,9 +98,9 @@ constexpr std::array<CommandRow, 5> kCommands = {{
 constexpr std::array<OptionRow, 15> kOptions = {{
     {kInfo, "--fields", nullptr, "Also the names of fields, and how often each comes", Set<&Options::countFields>},
     {kCat, "--fields", "A,B", "Only these fields, in this order; \\, is a comma in a name", TakeFields},
-    {kBoth, "--from", "T", "From this time on: RFC 3339, @seconds, +10s from the first or -10s from the last record",
+    {kBoth, "--from", "T", "From T on: RFC 3339, @seconds, +10s from the first, -10s from the last",
      [](Options& options, const std::string& text) { return TakeTime(options.from, text); }},
-    {kBoth, "--to", "T", "Up to this time, which is left out",
+    {kBoth, "--to", "T", "Up to T, which is left out",
      [](Options& options, const std::string& text) { return TakeTime(options.to, text); }},
     {kBoth, "--index", "A:B", "Records A to B - 1, counted from 0; A or B can be left out", TakeIndex},
     {kBoth, "--limit", "N", "At most N records of each file",
