@@ -164,7 +164,10 @@ inline const std::set<Time::TimePoint>& TimePoints::Complete()
 {
     if (sequence_) {
         auto next = set_.cbegin();
-        const auto add = [&](const Time::TimePoint& timePoint) { next = std::next(set_.insert(next, timePoint)); };
+        const auto add = [&](const Time::TimePoint& timePoint) {
+            const auto at = set_.insert(next, timePoint);
+            next = next == set_.cend() ? next : std::next(at);  // at the end, std::next would climb to the root
+        };
         for (const auto& [first, block] : late_) {
             std::for_each(block.begin(), block.end(), add);
         }
