@@ -8,6 +8,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileReader.h"
 #include "Files.h"
+#include "Goals.h"
 #include "Workloads.h"
 #include "harness/ChildProcess.h"
 #include "harness/Inputs.h"
@@ -60,7 +61,7 @@ std::uint64_t ReadDirectly(const std::string& path, const std::vector<std::uint6
     return sum;
 }
 
-Workload Reading(const Options& options, bool random, std::uint64_t recordSize, double goal)
+Workload Reading(const Options& options, bool random, std::uint64_t recordSize)
 {
     const std::string path = options.folder + "/read.chunks";
     const std::uint64_t count = options.bytes / recordSize;
@@ -80,15 +81,15 @@ Workload Reading(const Options& options, bool random, std::uint64_t recordSize, 
                 {"ours", [=] { return ReadThrough(path, *positions, *chunk); }}};
     };
     const std::string what = (random ? "read at random, " : "read in order, ") + SizeText(recordSize);
-    return {"W6", what, reads * recordSize, reads, Goal{"limit", goal}, makeContenders, {}};
+    return {"W6", what, reads * recordSize, reads, goals::kRead, makeContenders, {}};
 }
 
 }  // namespace
 
 std::vector<Workload> ReadingWorkloads(const Options& options)
 {
-    return {Reading(options, false, 64, 1.02), Reading(options, false, 1024, 1.08), Reading(options, true, 64, 1.04),
-            Reading(options, true, 1024, 1.04)};
+    return {Reading(options, false, 64), Reading(options, false, 1024), Reading(options, true, 64),
+            Reading(options, true, 1024)};
 }
 
 }  // namespace bench

@@ -1,7 +1,9 @@
+#include <functional>
 #include <memory>
 
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Files.h"
+#include "Goals.h"
 #include "Workloads.h"
 
 namespace bench {
@@ -11,26 +13,34 @@ using Corvane::Pellin::DataChunk;
 
 namespace {
 
-constexpr std::uint64_t kCalls = 10'000'000;
+constexpr std::uint64_t kCalls = 1'000'000;
 
-// Appends a chunk that a file of 16 chunks with the times 0 to 15 refuses.
+// Appends `refused` again and again to a file of 16 chunks with the times 0 to 15.
+template <typename Appender>
+std::function<std::uint64_t()> Refuser(const std::string& path, const std::shared_ptr<const DataChunk>& refused)
+{
+    const auto file = std::make_shared<Appender>(path, false, 4096);
+    DataChunk chunk(64);
+    AppendAll(*file, chunk, TimesInOrder(16));
+    return [=] {
+        std::uint64_t accepted = 0;
+        for (std::uint64_t i = 0; i < kCalls; ++i) {
+            accepted += file->Append(*refused) ? 1U : 0U;
+        }
+        return accepted;
+    };
+}
+
 Workload Refusal(const Options& options, const std::string& what, std::int64_t time, std::uint64_t recordSize)
 {
     const auto makeContenders = [=]() -> std::vector<Contender> {
-        const auto file = std::make_shared<DataChunkFileAppender>(options.folder + "/refusing.chunks", false, 4096);
-        DataChunk chunk(64);
-        AppendAll(*file, chunk, TimesInOrder(16));
         const auto refused = std::make_shared<DataChunk>(recordSize);
         refused->SetTime(time);
-        return {{"ours", [=] {
-                     std::uint64_t accepted = 0;
-                     for (std::uint64_t i = 0; i < kCalls; ++i) {
-                         accepted += file->Append(*refused) ? 1U : 0U;
-                     }
-                     return accepted;
-                 }}};
+        const std::string path = options.folder + "/refusing.chunks";
+        return {{"straightforward", Refuser<StraightforwardAppender>(path, refused)},
+                {"ours", Refuser<DataChunkFileAppender>(path, refused)}};
     };
-    return {"W9", "refused: " + what, 0, kCalls, Goal{"ns", 15}, makeContenders, {}};
+    return {"W9", "refused: " + what, 0, kCalls, goals::kRefusal, makeContenders, {}, options.seconds / 4};
 }
 
 }  // namespace

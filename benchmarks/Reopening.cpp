@@ -7,6 +7,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Files.h"
+#include "Goals.h"
 #include "Workloads.h"
 #include "harness/Inputs.h"
 
@@ -70,7 +71,7 @@ std::uint64_t ReopenDirectly(const Task& task, WarmBuffer& buffer)
     return good;
 }
 
-Workload Reopening(const Options& options, bool bounded, std::uint64_t recordSize, double goal)
+Workload Reopening(const Options& options, bool bounded, std::uint64_t recordSize, const Goal& goal)
 {
     const std::uint64_t count = options.bytes / recordSize;
     const std::uint64_t fileSize = kHeaderSize + count * recordSize;
@@ -89,7 +90,7 @@ Workload Reopening(const Options& options, bool bounded, std::uint64_t recordSiz
                 {"straightforward", [=] { return ReopenThrough<StraightforwardAppender>(task); }, prepare}};
     };
     const std::string what = std::string(bounded ? "reopen bounded, " : "reopen unbounded, ") + SizeText(recordSize);
-    return {"W5", what, 2 * fileSize, count, Goal{"limit", goal}, makeContenders, task.path, 0, 4 * fileSize};
+    return {"W5", what, 2 * fileSize, count, goal, makeContenders, task.path, 0, 4 * fileSize};
 }
 
 }  // namespace
@@ -98,9 +99,9 @@ std::vector<Workload> ReopeningWorkloads(const Options& options)
 {
     std::vector<Workload> workloads;
     for (const bool bounded : {true, false}) {
-        workloads.push_back(Reopening(options, bounded, 64, 3.0));
-        workloads.push_back(Reopening(options, bounded, 1024, 1.25));
-        workloads.push_back(Reopening(options, bounded, 65536, 1.17));
+        workloads.push_back(Reopening(options, bounded, 64, goals::kReopenSmallest));
+        workloads.push_back(Reopening(options, bounded, 1024, goals::kReopen));
+        workloads.push_back(Reopening(options, bounded, 65536, goals::kReopen));
     }
     return workloads;
 }

@@ -4,6 +4,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Files.h"
+#include "Goals.h"
 #include "Workloads.h"
 
 namespace bench {
@@ -70,10 +71,10 @@ std::vector<Contender> Writers(const Folder& folder)
 
 std::vector<Workload> SmallFileWorkloads(const Options& options)
 {
-    const Folder folder = {options.folder + "/small", options.quick ? 500U : 10'000U};
+    const Folder folder = {options.folder + "/small", options.quick ? 500U : 1'000U};
     const std::string what = std::to_string(folder.files) + " new files of 16 KiB";
     const auto makeContenders = [=] { return Writers(folder); };
-    return {{"W8", what, folder.files * kFileSize, folder.files, Goal{"limit", 1.02}, makeContenders, folder.File(0)}};
+    return {{"W8", what, folder.files * kFileSize, folder.files, goals::kSmallFiles, makeContenders, folder.File(0)}};
 }
 
 }  // namespace bench

@@ -11,12 +11,14 @@ namespace bench {
 std::vector<Workload> WritingWorkloads(const Options& options);
 std::vector<Workload> ReopeningWorkloads(const Options& options);
 std::vector<Workload> ReadingWorkloads(const Options& options);
+std::vector<Workload> TimePointWorkloads(const Options& options);
+std::vector<Workload> ScanningWorkloads(const Options& options);
 std::vector<Workload> AttributeWorkloads(const Options& options);
 std::vector<Workload> SmallFileWorkloads(const Options& options);
 std::vector<Workload> RefusalWorkloads(const Options& options);
 
-// Measures time and memory of each chunk of 64 bytes in files of 10^3 to 10^7 chunks. Returns false if an append to the
-// largest file costs a quarter more than an append to a file of 10^4 chunks.
+// Measures time and memory of each chunk of 64 bytes in files of 10^3 to 10^7 chunks. Returns false if a
+// goal was missed.
 bool MeasureGrowth(const Options& options);
 
 }  // namespace bench

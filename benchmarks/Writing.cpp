@@ -4,6 +4,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Files.h"
+#include "Goals.h"
 #include "Workloads.h"
 #include "harness/Inputs.h"
 
@@ -74,17 +75,17 @@ std::vector<Workload> WritingWorkloads(const Options& options)
     const Kind random = {"W4", "bounded, random order", true, Order::kRandom, 1};
     constexpr std::uint64_t kKiB = 1024;
     return {
-        Writing(options, bounded, 64, {"limit", 3.3}),
-        Writing(options, bounded, kKiB, {"limit", 1.40}),
-        Writing(options, bounded, 64 * kKiB, {"limit", 1.20}),
-        Writing(options, bounded, kKiB * kKiB, {"limit", 1.25}),
-        Writing(options, unbounded, 64, {"limit", 3.4}),
-        Writing(options, unbounded, kKiB, {"limit", 1.40}),
-        Writing(options, unbounded, 64 * kKiB, {"limit", 1.20}),
-        Writing(options, unbounded, kKiB * kKiB, {"limit", 1.25}),
-        Writing(options, sparse, kKiB, {"limit", 1.7}),
-        Writing(options, random, 64, {"straightforward", 1.0}),
-        Writing(options, random, kKiB, {"limit", 2.7}),
+        Writing(options, bounded, 64, goals::kWriteSmallest),
+        Writing(options, bounded, kKiB, goals::kWriteSmall),
+        Writing(options, bounded, 64 * kKiB, goals::kWriteBounded),
+        Writing(options, bounded, kKiB * kKiB, goals::kWriteBounded),
+        Writing(options, unbounded, 64, goals::kWriteSmallest),
+        Writing(options, unbounded, kKiB, goals::kWriteSmall),
+        Writing(options, unbounded, 64 * kKiB, goals::kWriteUnbounded),
+        Writing(options, unbounded, kKiB * kKiB, goals::kWriteUnbounded),
+        Writing(options, sparse, kKiB, goals::kWriteSparse),
+        Writing(options, random, 64, goals::kWriteRandom),
+        Writing(options, random, kKiB, goals::kWriteRandom),
     };
 }
 

@@ -39,15 +39,14 @@ Spread NanosecondsEach(const Workload& workload, const Result& result)
 
 std::optional<Judged> Judge(const Workload& workload, const std::vector<Result>& results)
 {
-    const auto find = [&](const std::string& name) {
+    const auto find = [&](std::string_view name) {
         return std::find_if(results.begin(), results.end(), [&](const Result& result) { return result.name == name; });
     };
     if (!workload.goal) {
         return {};
     }
     const Goal& goal = *workload.goal;
-    const Result& ours = *find("ours");
-    const Spread value = goal.against == "ns" ? NanosecondsEach(workload, ours) : Ratio(ours, *find(goal.against));
+    const Spread value = Ratio(*find("ours"), *find(goal.against));
     return Judged{goal, value, Verdict(value, goal.atMost)};
 }
 
@@ -67,9 +66,8 @@ void PrintLine(const Workload& workload, const Result& result, const Result& bas
 
 void PrintVerdict(const Judged& judged)
 {
-    const std::string unit = judged.goal.against == "ns" ? "ns" : "x " + judged.goal.against;
-    std::printf("  %.2f (%.2f-%.2f) %s, goal %.2f: %s", judged.value.median, judged.value.low, judged.value.high,
-                unit.c_str(), judged.goal.atMost, judged.verdict);
+    std::printf("  %.2f (%.2f-%.2f) x %s, goal %.2f: %s", judged.value.median, judged.value.low, judged.value.high,
+                std::string(judged.goal.against).c_str(), judged.goal.atMost, judged.verdict);
 }
 
 std::string Json(const std::map<std::string, std::uint64_t>& calls)
@@ -104,9 +102,13 @@ Fields FieldsOf(const Workload& workload, const Result& result, const Result& ba
 
 Fields FieldsOf(const Judged& judged)
 {
-    return {{"goal_against", Quoted(judged.goal.against)}, {"goal", Number(judged.goal.atMost)},
-            {"value", Number(judged.value.median)},        {"value_low", Number(judged.value.low)},
-            {"value_high", Number(judged.value.high)},     {"verdict", Quoted(judged.verdict)}};
+    return {{"goal_against", Quoted(judged.goal.against)},
+            {"goal", Number(judged.goal.atMost)},
+            {"goal_reason", Quoted(judged.goal.reason)},
+            {"value", Number(judged.value.median)},
+            {"value_low", Number(judged.value.low)},
+            {"value_high", Number(judged.value.high)},
+            {"verdict", Quoted(judged.verdict)}};
 }
 
 }  // namespace

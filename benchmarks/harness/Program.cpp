@@ -13,7 +13,7 @@ namespace bench {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: bench [--quick] [--processor-time] [--mib N] [--seconds N] [--folder DIR] [--results FILE] [W1 ... W9 "
+    "usage: bench [--quick] [--processor-time] [--mib N] [--seconds N] [--folder DIR] [--results FILE] [W1 ... W11 "
     "growth]\n";
 
 // A folder that is removed with its content when it goes out of scope.

@@ -58,9 +58,9 @@ void SaveResult(const Options& options, const std::vector<std::pair<std::string,
     std::ofstream(options.results, std::ios::app) << line.str() << "}\n";
 }
 
-std::string Quoted(const std::string& text)
+std::string Quoted(std::string_view text)
 {
-    return '"' + text + '"';
+    return '"' + std::string(text) + '"';
 }
 
 std::string Number(double value)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -10,7 +11,7 @@ namespace bench {
 
 // Appends one JSON object as a line to the results, if they have a file. Values are JSON already.
 void SaveResult(const Options& options, const std::vector<std::pair<std::string, std::string>>& fields);
-std::string Quoted(const std::string& text);
+std::string Quoted(std::string_view text);
 std::string Number(double value);
 
 // Saves the machine that measures: processor, memory, kernel, file system, clock.

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace bench {
@@ -16,10 +17,11 @@ struct Contender {
     std::function<void()> prepare = [] {};  // before every run, not timed
 };
 
-// The most that our time may be.
+// The most that our time may be, as a multiple of another contender's time.
 struct Goal {
-    std::string against;  // a contender's name: the ratio of the times; "ns": nanoseconds an operation
+    std::string_view against;  // that contender's name
     double atMost;
+    std::string_view reason;  // why it holds on any machine
 };
 
 // One piece of work and its contenders. They are made only for the measurement, because their buffers are large.

@@ -3,6 +3,7 @@
 #include "Corvane/File/ChunkFileLayout.h"
 #include "Corvane/File/DataChunkFileAppender.h"
 #include "Corvane/File/DataChunkFileReader.h"
+#include "Corvane/File/DataChunkFileScanner.h"
 #include "Store.h"
 
 namespace bench {
@@ -11,6 +12,11 @@ using Corvane::File::kHeaderSize;
 using Corvane::Pellin::DataChunk;
 
 namespace {
+
+std::uint64_t SumOfChunk(const DataChunk& chunk)
+{
+    return SumOf(static_cast<std::uint64_t>(chunk.Time()), chunk.Payload().size());
+}
 
 std::uint64_t Write(const std::string& path, const Data& data, std::uint64_t first, std::uint64_t last)
 {
@@ -31,7 +37,7 @@ std::uint64_t ReadAll(const std::string& path, const Data& /*data*/)
     std::uint64_t sum = 0;
     std::uint64_t position = kHeaderSize;
     for (std::uint64_t i = 0; i < file.GetNumberOfChunks() && file.GetChunk(chunk, position) != 0; ++i) {
-        sum += SumOf(static_cast<std::uint64_t>(chunk.Time()), chunk.Payload().size());
+        sum += SumOfChunk(chunk);
         position += chunk.GetSizeOnFile();
     }
     return sum;
@@ -45,7 +51,29 @@ std::uint64_t ReadAt(const std::string& path, const Data& data, const std::vecto
     std::uint64_t sum = 0;
     for (const std::uint64_t time : times) {
         Demand(file.GetChunk(chunk, kHeaderSize + time * data.recordSize) != 0, "ours");
-        sum += SumOf(static_cast<std::uint64_t>(chunk.Time()), chunk.Payload().size());
+        sum += SumOfChunk(chunk);
+    }
+    return sum;
+}
+
+std::uint64_t ScanAll(const std::string& path, const Data& /*data*/)
+{
+    Corvane::File::DataChunkFileScanner file(path);
+    std::uint64_t sum = 0;
+    while (file.Next()) {
+        sum += SumOfChunk(file.GetChunk());
+    }
+    return sum;
+}
+
+std::uint64_t ScanAt(const std::string& path, const Data& data, const std::vector<std::uint64_t>& times)
+{
+    Corvane::File::DataChunkFileScanner file(path);
+    std::uint64_t sum = 0;
+    for (const std::uint64_t time : times) {
+        file.GoTo(kHeaderSize + time * data.recordSize, 1);
+        Demand(file.Next(), "our scanner");
+        sum += SumOfChunk(file.GetChunk());
     }
     return sum;
 }
@@ -55,6 +83,11 @@ std::uint64_t ReadAt(const std::string& path, const Data& data, const std::vecto
 Store Ours()
 {
     return {"ours", Write, ReadAll, ReadAt};
+}
+
+Store OurScanner()
+{
+    return {"our scanner", Write, ScanAll, ScanAt};
 }
 
 }  // namespace bench

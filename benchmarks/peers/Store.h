@@ -35,6 +35,7 @@ inline std::uint64_t SumOf(std::uint64_t time, std::uint64_t payloadSize)
 void Demand(bool good, const char* peer);
 
 Store Ours();
+Store OurScanner();  // reads what the appender has written
 std::vector<Store> StdioStores();
 std::vector<Store> LmdbStores();
 Store LevelDbStore();

@@ -14,9 +14,13 @@ namespace bench {
 
 namespace {
 
-std::vector<Store> AllStores()
+// The scanner only reads.
+std::vector<Store> AllStores(bool reading)
 {
     std::vector<Store> stores = {Ours()};
+    if (reading) {
+        stores.push_back(OurScanner());
+    }
     for (const auto& more :
          {StdioStores(), LmdbStores(), {SqliteStore(), Hdf5Store(), LevelDbStore(), RocksDbStore()}}) {
         stores.insert(stores.end(), more.begin(), more.end());
@@ -27,11 +31,11 @@ std::vector<Store> AllStores()
 // Uses one store; returns what all stores must agree on.
 using Use = std::function<std::uint64_t(const Store&, const std::string& path)>;
 
-// Work on one store: `prepare` makes what it needs, once or before each run.
+// Work on one store: `prepare` makes what it needs, once for reading, else before each run.
 struct Work {
     std::string what;
     Use prepare;
-    bool prepareEachTime;
+    bool reads;
     Use run;
 };
 
@@ -39,17 +43,17 @@ Workload OnAllStores(const Options& options, const Data& data, const Work& work,
 {
     const auto makeContenders = [=] {
         std::vector<Contender> contenders;
-        for (const Store& store : AllStores()) {
+        for (const Store& store : AllStores(work.reads)) {
             const std::string path = options.folder + "/" + store.name;
             const auto prepare = [=] {
                 std::filesystem::remove_all(path);
                 work.prepare(store, path);
             };
             contenders.push_back({store.name, [=] { return work.run(store, path); }});
-            if (work.prepareEachTime) {
-                contenders.back().prepare = prepare;
-            } else {
+            if (work.reads) {
                 prepare();
+            } else {
+                contenders.back().prepare = prepare;
             }
         }
         return contenders;
@@ -79,13 +83,13 @@ std::vector<Workload> StoreWorkloads(const Options& options, std::uint64_t recor
     const auto writeHalf = [=](const Store& store, const std::string& path) {
         return store.write(path, data, 0, half);
     };
-    const Work write = {"write", nothing, true, writeAll};
-    const Work append = {"reopen half, append half", writeHalf, true, [=](const Store& store, const std::string& path) {
-                             return store.write(path, data, half, all);
-                         }};
-    const Work readAll = {"read in order", writeAll, false,
+    const Work write = {"write", nothing, false, writeAll};
+    const Work append = {
+        "reopen half, append half", writeHalf, false,
+        [=](const Store& store, const std::string& path) { return store.write(path, data, half, all); }};
+    const Work readAll = {"read in order", writeAll, true,
                           [=](const Store& store, const std::string& path) { return store.readAll(path, data); }};
-    const Work readAt = {"read at random", writeAll, false,
+    const Work readAt = {"read at random", writeAll, true,
                          [=](const Store& store, const std::string& path) { return store.readAt(path, data, *times); }};
     return {OnAllStores(options, data, write, all), OnAllStores(options, data, append, all - half),
             OnAllStores(options, data, readAll, all), OnAllStores(options, data, readAt, times->size())};
@@ -96,7 +100,7 @@ Workload SmallStores(const Options& options)
     const Data data = {1024, 16, std::string(1024 - 16, 'p')};
     const std::uint64_t stores = options.quick ? 10 : 50;
     const Use folder = [](const Store&, const std::string& path) { return std::filesystem::create_directory(path); };
-    const Work work = {std::to_string(stores) + " stores of 16", folder, true,
+    const Work work = {std::to_string(stores) + " stores of 16", folder, false,
                        [=](const Store& store, const std::string& path) {
                            std::uint64_t accepted = 0;
                            for (std::uint64_t i = 0; i < stores; ++i) {
@@ -130,6 +134,9 @@ void MeasurePeers(Options options)
         for (const Workload& workload : StoreWorkloads(options, recordSize)) {
             Measure(workload, options);
         }
+    }
+    for (const std::uint64_t recordSize : {1U << 16U, 1U << 20U}) {
+        Measure(StoreWorkloads(options, recordSize)[2], options);  // large records are only read in order
     }
     Measure(SmallStores(options), options);
     for (const Workload& workload : AttributePeerWorkloads(options)) {
