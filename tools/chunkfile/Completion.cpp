@@ -25,10 +25,10 @@ constexpr const char* kBegin =
 _chunkfile() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
     [ "$COMP_CWORD" -gt 1 ] || command=
-    case $command:$before in
+    [[ $word == -* ]] || case $command:$before in
 )";
 
-constexpr const char* kMiddle = R"(        *) [[ $word == -* || -z $command ]] || words=: ;;
+constexpr const char* kMiddle = R"(        *) [ -z "$command" ] || words=: ;;  # files
     esac
     [ -n "$words" ] || case $command in
 )";

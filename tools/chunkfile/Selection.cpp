@@ -87,7 +87,9 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
 {
     Selection selection(options, input, terminal);
     const auto visit = [&](const FoundRecord& record) {
-        terminal.Progress(input.Name(), record.position, input.Size());
+        if (!terminal.IsTerminal() || selection.Taken() == 0) {  // lines on a terminal are progress enough
+            terminal.Progress(input.Name(), record.position, input.Size());
+        }
         if (selection.Takes(record)) {
             print(record);
         }

@@ -1,0 +1,151 @@
+"""The manual page: its samples are what the tool prints, and its options are those of help and completion.
+
+usage: manual_test.py [update]   update writes what the tool prints into the page, and the completion into its file
+"""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import chunk_writer
+
+TOOLS = os.environ["TOOLS"]  # the folder of the page and the completion
+PAGE = os.path.join(TOOLS, "chunkfile.1")
+COMPLETION = os.path.join(TOOLS, "chunkfile.bash")
+PROGRAM = os.environ["CHUNKFILE"]
+COMMANDS = ("info", "list", "cat", "check", "attr")
+
+SAMPLE = re.compile(r"(^\.Bd -literal -offset indent\n)(.*?)(^\.Ed$)", re.MULTILINE | re.DOTALL)
+HELP_OPTION = re.compile(r"^  ((?:-\w,)?--[\w-]+)(?: ([A-Z][A-Z,:]*|\w+\|\S+))? +\S", re.MULTILINE)
+PAGE_OPTION = re.compile(r"^\.It Fl (?:(\w) , )?-([\w-]+)(?: Ar (\S+))?$", re.MULTILINE)
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def printed(*arguments):
+    return subprocess.run([PROGRAM, *arguments], check=True, capture_output=True, text=True).stdout
+
+
+def write_samples(folder):
+    second, begin = 10**9, 1795249800 * 10**9  # 2026-11-21T08:30:00Z
+    records = [chunk_writer.record(begin + i * second, {b"load": b"0.%d" % (50 + 7 * i), b"host": b"alpha"})
+               for i in range(4)]
+    image = chunk_writer.image(records)
+    sound = bytearray(image.ljust(4096, b"\0"))
+    damaged = bytearray(sound)
+    damaged[16 + len(records[0]) + 50] ^= 0xFF
+    for name, data in (("a.chunks", sound), ("damaged.chunks", damaged)):
+        with open(os.path.join(folder, name), "wb") as file:
+            file.write(data)
+
+
+def output_of(command, folder):
+    """What a shell shows of the command, as lines of the page."""
+    done = subprocess.run(["bash", "-c", command], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          check=False, text=True,
+                          env={**os.environ, "LC_ALL": "C", "PATH": f"{folder}/bin:{os.environ['PATH']}"})
+    shown = done.stdout.replace("\r\n", "\n").replace("\\", "\\e")
+    return re.sub(r"^(?=\.)", r"\\&", shown, flags=re.MULTILINE)
+
+
+def page_with_samples():
+    """The page with what its commands print now."""
+    with tempfile.TemporaryDirectory() as folder:
+        write_samples(folder)
+        os.mkdir(os.path.join(folder, "bin"))
+        os.symlink(os.path.abspath(PROGRAM), os.path.join(folder, "bin", "chunkfile"))
+
+        def run(sample):
+            commands = [line for line in sample[2].splitlines() if line.startswith("$ ")]
+            shown = "".join(f"{line}\n" + output_of(line[2:].replace("\\e", "\\"), folder) for line in commands)
+            return sample[1] + shown + sample[3]
+        return SAMPLE.sub(run, read(PAGE))
+
+
+def options_of_help(command):
+    return {(names, argument) for names, argument in HELP_OPTION.findall(printed(command, "--help"))}
+
+
+def options_of_page(section):
+    """Those of the section with this heading."""
+    text = read(PAGE)
+    begin = text.index(f"\n.Ss {section}\n")
+    end = re.compile(r"^\.S[sh] ", re.MULTILINE).search(text, begin + 5).start()
+    return {(f"-{short},--{name}" if short else f"--{name}", argument)
+            for short, name, argument in PAGE_OPTION.findall(text[begin:end])}
+
+
+class Manual(unittest.TestCase):
+    maxDiff = None
+
+    def test_samples_are_what_the_tool_prints(self):
+        self.assertTrue(SAMPLE.search(read(PAGE)))
+        self.assertEqual(page_with_samples(), read(PAGE))
+
+    def test_options_are_those_of_help(self):
+        for command in COMMANDS:
+            with self.subTest(command):
+                common = options_of_page("Options of all commands")
+                self.assertEqual(options_of_page(f"chunkfile {command}") | common, options_of_help(command))
+
+    @unittest.skipUnless(shutil.which("mandoc"), "no mandoc here")
+    def test_page_is_clean(self):
+        done = subprocess.run(["mandoc", "-T", "lint", PAGE], capture_output=True, check=False, text=True)
+        self.assertEqual((done.returncode, done.stdout), (0, ""))
+
+
+class Completion(unittest.TestCase):
+    def completed(self, *words):
+        """What bash offers after these words, the last of which is being typed."""
+        script = f"source {COMPLETION}; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _chunkfile; echo \"${{COMPREPLY[*]}}\""
+        done = subprocess.run(["bash", "-c", script, "bash", "chunkfile", *words], cwd=TOOLS, check=True,
+                              capture_output=True, text=True)
+        self.assertEqual(done.stderr, "")
+        return set(done.stdout.split())
+
+    def test_file_is_made_of_the_tables(self):
+        self.assertEqual(read(COMPLETION), printed("--bash-completion"))
+
+    def test_commands_are_those_of_help(self):
+        listed = re.findall(r"^  (\w+) {5,}\S", printed("--help"), re.MULTILINE)
+        self.assertEqual(listed, list(COMMANDS))
+        self.assertEqual(self.completed(""), {*COMMANDS, "--help", "--version"})
+        self.assertEqual(self.completed("c"), {"cat", "check"})
+
+    def test_options_are_those_of_help(self):
+        for command in COMMANDS:
+            names = {name for names, _ in options_of_help(command) for name in names.split(",")}
+            self.assertEqual(self.completed(command, "-"), names - {"-h"}, command)
+
+    def test_choices_are_those_of_help(self):
+        for command in COMMANDS:
+            for names, argument in options_of_help(command):
+                if "|" in argument:
+                    self.assertEqual(self.completed(command, names, ""), set(argument.split("|")), (command, names))
+
+    def test_files_and_actions(self):
+        self.assertIn("chunkfile.1", self.completed("cat", "chunk"))
+        self.assertIn("chunkfile.1", self.completed("cat", "--limit", "5", "chunk"))
+        self.assertEqual(self.completed("attr", ""), {"list", "get", "set", "remove"})
+        self.assertIn("chunkfile.1", self.completed("attr", "list", "chunk"))
+
+
+def update():
+    page = page_with_samples()
+    with open(PAGE, "w", encoding="utf-8") as file:
+        file.write(page)
+    with open(COMPLETION, "w", encoding="utf-8") as file:
+        file.write(printed("--bash-completion"))
+
+
+if __name__ == "__main__":
+    if sys.argv[1:] == ["update"]:
+        update()
+    else:
+        unittest.main()

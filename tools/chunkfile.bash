@@ -1,0 +1,33 @@
+# Completion of chunkfile for bash, made of the parser's tables: chunkfile --bash-completion
+
+_chunkfile() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
+    [ "$COMP_CWORD" -gt 1 ] || command=
+    [[ $word == -* ]] || case $command:$before in
+        info:--format) words='table json csv' ;;
+        info:--color) words='auto always never' ;;
+        list:--format) words='table json csv' ;;
+        list:--color) words='auto always never' ;;
+        cat:--format) words='ndjson csv raw' ;;
+        cat:--color) words='auto always never' ;;
+        check:--format) words='table json csv' ;;
+        check:--color) words='auto always never' ;;
+        attr:--color) words='auto always never' ;;
+        attr:attr) words='list get set remove' ;;
+        *) [ -z "$command" ] || words=: ;;  # files
+    esac
+    [ -n "$words" ] || case $command in
+        info) words='--fields --format --color -q --quiet -v --verbose --help' ;;
+        list) words='--from --to --index --limit --scan --format --color -q --quiet -v --verbose --help' ;;
+        cat) words='--fields --from --to --index --limit --scan --strings --format --color -q --quiet -v --verbose --help' ;;
+        check) words='--max-size --strict --format --color -q --quiet -v --verbose --help' ;;
+        attr) words='--color -q --quiet -v --verbose --help' ;;
+        *) words='info list cat check attr --help --version' ;;
+    esac
+    if [ "$words" = : ]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+    else
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
+    fi
+}
+complete -o filenames -F _chunkfile chunkfile
