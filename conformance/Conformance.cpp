@@ -305,6 +305,25 @@ Problem CheckZeros()
     return CheckDamaged(bytes, memory.First());
 }
 
+// Searching a file after damage tries every byte, inside records too.
+Problem CheckInside(const DataChunk& chunk)
+{
+    Bytes bytes = RecordOf(chunk);
+    const std::size_t size = bytes.size();
+    bytes.insert(bytes.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
+    bytes.resize(2 * size + kPageSize, 0);
+    const Memory memory(bytes.size(), kTail);
+    std::copy(bytes.begin(), bytes.end(), memory.First());
+    for (std::size_t at = 1; at < size; ++at) {
+        const Bytes rest(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end());
+        const Problem problem = CheckAgreement(rest, memory.First() + at);
+        if (!problem.empty()) {
+            return Join("from byte ", at, " on: ", problem);
+        }
+    }
+    return {};
+}
+
 using CheckBytes = Problem(const Bytes& bytes, const unsigned char* inMemory);
 
 // Checks the record with each of its bytes changed to other values, one at a time. Zeros follow it.
@@ -531,6 +550,12 @@ TEST(Conformance, MemoryAndDescriptorAgreeOnAWholeRecord)
         return CheckEveryChunk(
             [](const DataChunk& chunk) { return CheckEveryChange(chunk, kPageSize, CheckAgreement); });
     });
+}
+
+TEST(Conformance, BytesInsideARecordAreRefusedOrHarmless)
+{
+    ExpectKept("bytes inside a record are refused, or memory and descriptor agree",
+               [] { return CheckEveryChunk(CheckInside); });
 }
 
 TEST(Conformance, ZeroBytesAreRefusedOrHarmless)

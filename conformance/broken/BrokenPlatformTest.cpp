@@ -80,6 +80,8 @@ INSTANTIATE_TEST_SUITE_P(
         Breach{"names", "RecordReadsBackFromADescriptorWithNames", "a record reads back from a descriptor with names"},
         Breach{"agree", "MemoryAndDescriptorAgreeOnAWholeRecord",
                "memory and descriptor agree on every record that is whole"},
+        Breach{"inside", "BytesInsideARecordAreRefusedOrHarmless",
+               "bytes inside a record are refused, or memory and descriptor agree"},
         Breach{"zeros", "ZeroBytesAreRefusedOrHarmless", "zero bytes are refused, or at least never crash"},
         Breach{"damage", "DamagedBytesAreRefusedOrHarmless",
                "every damaged byte is refused, or at least never crashes"},

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Corvane/File/DataChunkFileReader.h"
+#include "Corvane/File/DataChunkFileScanner.h"
 #include "support/Allocations.h"
 #include "support/ChunkFileTest.h"
 #include "support/Files.h"
@@ -249,6 +250,69 @@ TEST_F(Costs, FetchingAChunkTakesOneSeek)
     const support::SystemCalls calls;
     EXPECT_NE(file.GetChunk(chunk, 16), 0U);
     EXPECT_EQ(calls.Names(), (Lines{"lseek64", "read"}));  // the read is the chunk's own
+}
+
+// Ten calls for the first record and the window, two while the window is short, one for the end of the file. Each
+// further one reads 256 KiB.
+TEST_F(Costs, ScanningReadsManyRecordsWithOneCallAndAllocatesNothing)
+{
+    CallsOfReopening(kChunks);
+    Corvane::File::DataChunkFileScanner file(path_);
+    const support::SystemCalls calls;
+    const support::Allocations allocations;
+    std::uint64_t count = 0;
+    while (file.Next()) {
+        ++count;
+    }
+    EXPECT_EQ(count, kChunks);
+    EXPECT_EQ(allocations.Count(), 0U);
+    EXPECT_LE(calls.Calls().size(), 10 + 3 + kFileSize / (kMiB / 4));
+}
+
+TEST_F(Costs, JumpingTakesOneCallOfTheRecordsSize)
+{
+    CallsOfReopening(100);
+    Corvane::File::DataChunkFileScanner file(path_);
+    for (const std::uint64_t i : {50U, 20U}) {  // the first through the descriptor, then the window is made
+        file.GoTo(16 + i * kRecordSize);
+        EXPECT_TRUE(file.Next());
+    }
+    const support::SystemCalls calls;
+    file.GoTo(16 + 70 * kRecordSize);
+    EXPECT_TRUE(file.Next());
+    ASSERT_EQ(calls.Names(), Lines{"pread"});
+    EXPECT_EQ(calls.Calls()[0].size, kRecordSize);
+}
+
+TEST_F(Costs, ScanningTakesLittleMemoryWhateverTheFilesSize)
+{
+    if (support::kSanitized) {
+        GTEST_SKIP() << "sanitizers take memory of their own";
+    }
+    Fill(64 * kMiB, kUnbounded);
+    const int result = support::RunInChild([this] {
+        const auto walk = [this] {
+            Corvane::File::DataChunkFileScanner file(path_);
+            while (file.Next()) {
+            }
+            EXPECT_EQ(file.GetNumberRead(), 64 * kMiB / 65536);
+        };
+        EXPECT_LE(support::PeakGrowth(walk), kMiB);
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(Costs, SearchingTakesItsWindowsMemory)
+{
+    if (support::kSanitized) {
+        GTEST_SKIP() << "sanitizers take memory of their own";
+    }
+    support::WriteFile(path_, std::string(8 * kMiB, 'x'));
+    const int result = support::RunInChild([this] {
+        const auto search = [this] { EXPECT_FALSE(Corvane::File::DataChunkFileScanner(path_).FindNext()); };
+        EXPECT_LE(support::PeakGrowth(search), 3 * kMiB);
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(Costs, MemoryIsTheImageAndLittleMore)

@@ -37,6 +37,7 @@ const std::map<std::string, std::vector<int>>& Errors()
         {"open", {EACCES, EPERM,   ENOENT, EMFILE, ENFILE,  ENOSPC, EDQUOT,    EROFS,        EINTR, ELOOP,
                   EISDIR, ENOTDIR, ENOMEM, EIO,    ETXTBSY, ENXIO,  EOVERFLOW, ENAMETOOLONG, EBUSY, ESTALE}},
         {"read", {EIO, EINTR, EAGAIN, EBADF, EISDIR, EINVAL, ENOMEM, ESTALE, ETIMEDOUT}},
+        {"pread", {EIO, EINTR, EAGAIN, EBADF, EISDIR, EINVAL, ENOMEM, ESTALE, ETIMEDOUT}},
         {"write", {ENOSPC, EIO, EDQUOT, EFBIG, EINTR, EAGAIN, EBADF, EINVAL, EPERM, EPIPE, ENOMEM, ESTALE, EROFS}},
         {"lseek64", {EINVAL, ESPIPE, EBADF, EOVERFLOW, ENXIO}},
         {"close", {EIO, EINTR, ENOSPC, EDQUOT, EBADF}},
@@ -56,14 +57,15 @@ const std::map<std::string, std::vector<int>>& Errors()
     return errors;
 }
 
-// The call fails. As on Linux, close() closes the descriptor anyway. A signal interrupts a read at most four times
+// The call fails. As on Linux, close() closes the descriptor anyway. A signal interrupts reads at most four times
 // in a row. A mapping that munmap() refused goes into unmapLater.
 SystemCalls::Action FailWith(int error, std::map<void*, std::uint64_t>& unmapLater)
 {
     constexpr int kSignals = 5;
     const auto signals = std::make_shared<int>(0);
     return [error, &unmapLater, signals](const SystemCall& call) -> std::optional<std::int64_t> {
-        if (error == EINTR && call.name == "read" && ++*signals % kSignals == 0) {
+        const bool reads = call.name == "read" || call.name == "pread";
+        if (error == EINTR && reads && ++*signals % kSignals == 0) {
             return std::nullopt;
         }
         if (call.name == "close") {
@@ -129,6 +131,9 @@ std::int64_t Shortened(const SystemCall& call, std::uint64_t size)
     void* const buffer = const_cast<void*>(call.buffer);
     if (call.name == "read") {
         return ::read(call.fd, buffer, size);
+    }
+    if (call.name == "pread") {
+        return ::pread(call.fd, buffer, size, call.offset);
     }
     if (call.name == "write") {
         return ::write(call.fd, buffer, size);
@@ -257,7 +262,7 @@ void Matrix::ShortenSystemCalls()
     std::map<std::string, std::uint64_t> index;
     for (const SystemCall& call : calls_) {
         const std::uint64_t nth = index[call.name]++;
-        const bool transfers = call.name == "read" || call.name == "write";
+        const bool transfers = call.name == "read" || call.name == "pread" || call.name == "write";
         if (call.result == 0 || !(transfers || IsAttributeQuery(call))) {
             continue;
         }

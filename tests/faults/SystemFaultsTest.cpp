@@ -10,6 +10,7 @@
 #include "faults/AttributeScenario.h"
 #include "faults/Matrix.h"
 #include "faults/ReaderScenario.h"
+#include "faults/ScannerScenario.h"
 #include "support/Allocations.h"
 #include "support/Chunks.h"
 #include "support/LogCapture.h"
@@ -48,7 +49,8 @@ void PrintTo(const Named& named, std::ostream* stream)
 
 std::vector<Named> Scenarios()
 {
-    std::vector<Named> scenarios = {{"ReadAll", [] { return std::make_unique<ReaderScenario>(); }}};
+    std::vector<Named> scenarios = {{"ReadAll", [] { return std::make_unique<ReaderScenario>(); }},
+                                    {"ScanAll", [] { return std::make_unique<ScannerScenario>(); }}};
     for (const AppenderSetup& setup : AppenderSetups()) {
         scenarios.push_back({setup.name, [setup] { return std::make_unique<AppenderScenario>(setup); }});
     }

@@ -17,6 +17,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Corvane/File/DataChunkFileScanner.h"
 #include "ReferenceRecord.h"
 #include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
@@ -269,6 +270,26 @@ TEST_P(ScarceMemory, ReopensEachFileWithItsGoodChunksAndLeavesItUnchanged)
                                         : Lines{NotGood(file.good, file.count, file.count - 1 - file.good)});
         });
         EXPECT_TRUE(ReadFile(path_) == file.bytes);
+    }
+}
+
+// A walk is never bounded: the file's size is all that counts.
+TEST_P(ScarceMemory, ScansEachFileUpToItsDamageAndSearchesOn)
+{
+    for (const File& file : FilesToReopen()) {
+        SCOPED_TRACE(file.name);
+        WriteFile(file.bytes);
+        InChild([&] {
+            Suffer(GetParam().scarce, cgroup_);
+            Corvane::File::DataChunkFileScanner scanner(path_);
+            while (scanner.Next()) {
+            }
+            EXPECT_EQ(scanner.GetNumberRead(), file.good);
+            scanner.GoTo(16);
+            const bool isSearched = file.count > 1;  // a long claim would cost its length at each byte before
+            EXPECT_EQ(isSearched && scanner.FindNext(), isSearched);
+            EXPECT_EQ(isSearched && scanner.Next(), isSearched);
+        });
     }
 }
 

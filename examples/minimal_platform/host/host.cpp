@@ -2,6 +2,7 @@
 #include <Corvane/File/ChunkFileLayout.h>
 #include <Corvane/File/DataChunkFileAppender.h>
 #include <Corvane/File/DataChunkFileReader.h>
+#include <Corvane/File/DataChunkFileScanner.h>
 #include <Corvane/File/ExtendedAttributes.h>
 #include <tarn/cv/logging/LoggingManager.h>
 
@@ -12,6 +13,7 @@
 
 using Corvane::File::DataChunkFileAppender;
 using Corvane::File::DataChunkFileReader;
+using Corvane::File::DataChunkFileScanner;
 using Corvane::File::ExtendedAttributes;
 using Corvane::Pellin::DataChunk;
 using tarn::cv::logging::LoggingManager;
@@ -41,6 +43,17 @@ void Read(const std::string& file)
         }
         std::cout << whole.GetTimePoint() << ": " << whole.Text() << head.Text() << '\n';
         position += whole.GetSizeOnFile();
+    }
+}
+
+void Scan(const std::string& file)
+{
+    std::cout << "scan\n";
+    DataChunkFileScanner scanner(file);
+    while (scanner.Next() || (scanner.GetEnd() == DataChunkFileScanner::End::BadRecord && scanner.FindNext())) {
+        if (scanner.GetNumberRead() != 0) {
+            std::cout << scanner.GetPosition() << ": " << scanner.GetChunk().Text() << '\n';
+        }
     }
 }
 
@@ -75,12 +88,14 @@ void RunAll(const std::string& file)
     LoggingManager::SetLevel(10);
     Read(file);
     Damage(file);
+    Scan(file);
     Reopen(file, 4);
     LoggingManager::SetLevel(40);
     Tag(file);
     LoggingManager::SwitchOff();
     Reopen(file, 5);
     Read(file);
+    Scan(file);
 }
 
 }  // namespace

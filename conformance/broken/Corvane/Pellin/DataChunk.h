@@ -79,6 +79,7 @@ private:
     };
     static constexpr std::uint64_t kHeadSize = sizeof(Head);
     static constexpr std::uint64_t kLongest = 1024;
+    static constexpr std::uint64_t kInside = 0x6262626262626262U;  // "bbbbbbbb", where the bytes of a record are
 
     static std::uint64_t ChecksumOf(const Head& head)
     {
@@ -88,6 +89,9 @@ private:
     static bool IsGood(const Head& head, const unsigned char* bytes)
     {
         if (broken::Has("crash") && head.size > kHeadSize + kLongest) {
+            std::abort();
+        }
+        if (broken::Has("inside") && head.checksum == kInside) {
             std::abort();
         }
         if (broken::Has("zeros") && head.checksum == 0 && head.size == 0) {
