@@ -226,7 +226,7 @@ def main():
             print_table(file, arguments.field)
             return 0 if file.stop.end is End.ALL_READ else 1
     except OSError as error:
-        print(f"{arguments.file}: {error.strerror}", file=sys.stderr)
+        print(f"{arguments.file}: {error.strerror or error}", file=sys.stderr)
         return 2
 
 

@@ -304,6 +304,11 @@ class Program(FileCase):
     def test_a_missing_file_is_status_2(self):
         self.assertEqual(self.run_main(), (2, [f"{self.path}: No such file or directory"]))
 
+    def test_a_pipe_is_status_2(self):
+        os.mkfifo(self.path)
+        self.addCleanup(os.close, os.open(self.path, os.O_RDWR))  # otherwise the program's open waits
+        self.assertEqual(self.run_main(), (2, [f"{self.path}: File or stream is not seekable."]))
+
     def test_only_the_fields_asked_for_are_printed(self):
         self.file(image([C]))
         self.assertTrue(self.run_main("--field", "mem")[1][2].endswith("Z  mem=71 %"))

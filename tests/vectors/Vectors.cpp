@@ -37,16 +37,28 @@ DataChunk Chunk(std::int64_t time, std::initializer_list<std::pair<std::string, 
 }
 
 // The records of most files, and where they begin: the first two are the page's example.
-const DataChunk kA = Chunk(kTime, {{"load", "0.42"}, {"mem", "71 %"}});
-const DataChunk kB = Chunk(kTime + kTenMilliseconds, {{"load", "0.5"}});
-const DataChunk kC = Chunk(kTime + 2 * kTenMilliseconds, {{"load", "0.61"}, {"note", "calibrated"}});
+DataChunk A()
+{
+    return Chunk(kTime, {{"load", "0.42"}, {"mem", "71 %"}});
+}
+
+DataChunk B()
+{
+    return Chunk(kTime + kTenMilliseconds, {{"load", "0.5"}});
+}
+
+DataChunk C()
+{
+    return Chunk(kTime + 2 * kTenMilliseconds, {{"load", "0.61"}, {"note", "calibrated"}});
+}
+
 constexpr std::uint64_t kSecond = 103;
 constexpr std::uint64_t kThird = 166;
 constexpr std::uint64_t kEnd = 260;
 
 std::string Sound()
 {
-    return FileOf({kA, kB, kC});
+    return FileOf({A(), B(), C()});
 }
 
 std::string With(std::string file, std::uint64_t at, const std::string& bytes)
@@ -107,30 +119,30 @@ void AddHeaders(List& list)
         SoundWith({"fill-zero 16-116"}));
     Add(list, "zeros", "Zeros only", "256 zeros", Zeros(256), {}, kAllRead,
         SoundWith({"unbounded 0-8", "fill-zero 16-256"}));
-    Add(list, "version_0", "Version 0: a new unbounded file", "", FileOf({kA, kB}, 0), {kA, kB}, kAllRead,
+    Add(list, "version_0", "Version 0: a new unbounded file", "", FileOf({A(), B()}, 0), {A(), B()}, kAllRead,
         SoundWith({"unbounded 0-8"}));
     Add(list, "version_0_refused_duplicate", "Version 0: a new unbounded file",
-        "zeros where a chunk was refused because its time point was there", FileOf({kA}, 0) + Zeros(87), {kA}, kAllRead,
-        SoundWith({"unbounded 0-8", "fill-zero 103-190"}));
+        "zeros where a chunk was refused because its time point was there", FileOf({A()}, 0) + Zeros(87), {A()},
+        kAllRead, SoundWith({"unbounded 0-8", "fill-zero 103-190"}));
     for (const auto& [name, version] : {std::pair("1", std::uint64_t{1}), {"3", 3}, {"largest", UINT64_MAX}}) {
-        Add(list, "version_" + std::string(name), "Any version but 0 and 2", "", FileOf({kA, kB, kC}, version),
-            {kA, kB, kC}, kAllRead, SoundWith({"other-version 0-8"}));
+        Add(list, "version_" + std::string(name), "Any version but 0 and 2", "", FileOf({A(), B(), C()}, version),
+            {A(), B(), C()}, kAllRead, SoundWith({"other-version 0-8"}));
     }
 }
 
 void AddSound(List& list)
 {
-    Add(list, "example_of_the_page", "A file of two records", "", FileOf({kA, kB}) + Zeros(6), {kA, kB}, kAllRead,
+    Add(list, "example_of_the_page", "A file of two records", "", FileOf({A(), B()}) + Zeros(6), {A(), B()}, kAllRead,
         SoundWith({"fill-zero 166-172"}));
-    Add(list, "sound", "Sound", "ends with its last record", Sound(), {kA, kB, kC}, kAllRead);
-    Add(list, "sound_bounded", "Sound", "zeros up to the maximum size", Sound() + Zeros(252), {kA, kB, kC}, kAllRead,
+    Add(list, "sound", "Sound", "ends with its last record", Sound(), {A(), B(), C()}, kAllRead);
+    Add(list, "sound_bounded", "Sound", "zeros up to the maximum size", Sound() + Zeros(252), {A(), B(), C()}, kAllRead,
         SoundWith({"fill-zero 260-512"}));
-    Add(list, "foreign_fill", "Foreign bytes in the fill", "", Sound() + std::string(100, 'x'), {kA, kB, kC}, kAllRead,
-        SoundWith({"fill-other 260-360"}));
-    Add(list, "equal_times", "Two records of one time point", "", FileOf({kA, kA, kB}), {kA, kA, kB}, kAllRead,
+    Add(list, "foreign_fill", "Foreign bytes in the fill", "", Sound() + std::string(100, 'x'), {A(), B(), C()},
+        kAllRead, SoundWith({"fill-other 260-360"}));
+    Add(list, "equal_times", "Two records of one time point", "", FileOf({A(), A(), B()}), {A(), A(), B()}, kAllRead,
         SoundWith({"equal-times 16-253"}));
-    Add(list, "descending_times", "Records of the reference platform", "", FileOf({kC, kB, kA}), {kC, kB, kA}, kAllRead,
-        SoundWith({"times-descend 110-173"}));
+    Add(list, "descending_times", "Records of the reference platform", "", FileOf({C(), B(), A()}), {C(), B(), A()},
+        kAllRead, SoundWith({"times-descend 110-173"}));
     Chunks chunks;
     for (const std::int64_t time :
          {INT64_MIN, INT64_MIN + 1, std::int64_t{-1}, std::int64_t{0}, std::int64_t{1}, INT64_MAX}) {
@@ -183,17 +195,17 @@ void AddFields(List& list)
                        {"lines", "a\nb\r\n"},
                        {"csv", "a,\"b\";c"},
                        {"escape", "\x1b[31mred"}})});
-    add("many_fields", "300 fields", {ManyFields(), kB});
-    add("large_value", "20,000 bytes", {Chunk(kTime, {{"load", AllBytes(20'000)}}), kB});
-    add("long_name", "1,000 bytes", {Chunk(kTime, {{std::string(1000, 'n'), "v"}}), kB});
-    add("file_in_a_value", "a whole chunk file", {Chunk(kTime, {{"load", Sound()}}), kB});
+    add("many_fields", "300 fields", {ManyFields(), B()});
+    add("large_value", "20,000 bytes", {Chunk(kTime, {{"load", AllBytes(20'000)}}), B()});
+    add("long_name", "1,000 bytes", {Chunk(kTime, {{std::string(1000, 'n'), "v"}}), B()});
+    add("file_in_a_value", "a whole chunk file", {Chunk(kTime, {{"load", Sound()}}), B()});
 }
 
 void AddCounts(List& list)
 {
     const auto add = [&list](const std::string& name, const std::string& about, std::uint64_t count,
                              const std::string& fill, const char* end, const std::string& finding) {
-        Add(list, name, "Count too high", about, With(Sound(), 8, Word(count)) + fill, {kA, kB, kC}, end,
+        Add(list, name, "Count too high", about, With(Sound(), 8, Word(count)) + fill, {A(), B(), C()}, end,
             Damaged({finding + Range(kEnd, kEnd + fill.size())}));
     };
     add("count_too_high", "no byte after the last record", 4, "", kEndOfFile, "count-too-high");
@@ -201,7 +213,7 @@ void AddCounts(List& list)
     add("count_too_high_in_zeros", "a walk meets the fill", 4, Zeros(100), kBadRecord, "count-too-high");
     add("count_too_high_in_39_zeros", "the fill is shorter than a head", 4, Zeros(39), kBadRecord, "count-too-high");
     add("count_too_high_in_foreign_bytes", "a walk meets the fill", 4, std::string(100, 'x'), kBadRecord, "bad-record");
-    Add(list, "count_too_low", "Count too low", "", With(Sound(), 8, Word(1)), {kA}, kAllRead,
+    Add(list, "count_too_low", "Count too low", "", With(Sound(), 8, Word(1)), {A()}, kAllRead,
         SoundWith({"older-records 103-260"}, 2));
     Add(list, "count_zero", "Count too low", "", With(Sound(), 8, Word(0)), {}, kAllRead,
         SoundWith({"older-records 16-260"}, 3));
@@ -212,21 +224,21 @@ void AddTruncated(List& list)
     const std::string inside = "Truncated inside a record";
     Add(list, "truncated_after_the_header", "Truncated between records", "", Sound().substr(0, kHeaderSize), {},
         kEndOfFile, Damaged({"count-too-high 16-16"}));
-    Add(list, "truncated_between_records", "Truncated between records", "", Sound().substr(0, kThird), {kA, kB},
+    Add(list, "truncated_between_records", "Truncated between records", "", Sound().substr(0, kThird), {A(), B()},
         kEndOfFile, Damaged({"count-too-high 166-166"}));
     for (const auto& [name, end] :
          {std::pair("mark", kThird + 1), std::pair("head", kThird + 39), std::pair("directory", kThird + 41),
           std::pair("values", kEnd - 14), std::pair("last_value", kEnd - 1)}) {
-        Add(list, "truncated_in_" + std::string(name), inside, "", Sound().substr(0, end), {kA, kB}, kBadRecord,
+        Add(list, "truncated_in_" + std::string(name), inside, "", Sound().substr(0, end), {A(), B()}, kBadRecord,
             Damaged({"cut-record" + Range(kThird, end)}));
     }
     const DataChunk padded = Chunk(kTime + 1, {{"load", "1"}, {"padding", Zeros(20)}});
-    const std::string file = FileOf({kA, padded});
+    const std::string file = FileOf({A(), padded});
     Add(list, "truncated_in_zeros", "Truncated inside zeros at a record's end", "a larger maximum size adds zeros",
-        file.substr(0, file.size() - 8), {kA}, kBadRecord, Damaged({"cut-record 103-199"}))
+        file.substr(0, file.size() - 8), {A()}, kBadRecord, Damaged({"cut-record 103-199"}))
         .completed = padded.GetSizeOnFile();
     Add(list, "truncated_bounded", "New file truncated by a full disk", "the length is no record's end",
-        Sound().substr(0, 128), {kA}, kBadRecord, Damaged({"cut-record 103-128"}));
+        Sound().substr(0, 128), {A()}, kBadRecord, Damaged({"cut-record 103-128"}));
 }
 
 // One bit of the second record flipped, or of the third.
@@ -239,7 +251,7 @@ void AddFlipped(List& list)
           std::pair("name_size", 40), std::pair("value_size", 44), std::pair("checksum_of_value", 48),
           std::pair("name", 56), std::pair("value", 60)}) {
         Add(list, "flipped_in_" + std::string(name), state, "the next record is whole",
-            Flipped(Sound(), kSecond + static_cast<std::uint64_t>(at)), {kA}, kBadRecord,
+            Flipped(Sound(), kSecond + static_cast<std::uint64_t>(at)), {A()}, kBadRecord,
             Damaged(BadThenFound(kSecond, kThird, kEnd), 1));
     }
     Add(list, "flipped_in_value_not_asked_for", "Flipped bit in a field not asked for",
@@ -247,11 +259,11 @@ void AddFlipped(List& list)
         Damaged(BadThenFound(kHeaderSize, kSecond, kEnd), 2))
         .walkOfLoad = WalkFacts{3, kAllRead, kEnd};
     Add(list, "zeros_in_place_of_a_record", "Zeros in place of a record", "",
-        With(Sound(), kSecond, Zeros(kThird - kSecond)), {kA}, kBadRecord,
+        With(Sound(), kSecond, Zeros(kThird - kSecond)), {A()}, kBadRecord,
         Damaged({"zeros-for-record 103-166", "found-after 166-260"}, 1));
     Add(list, "foreign_records", "Records of another chunk type", "", Word(2) + Word(3) + std::string(200, 'x'), {},
         kBadRecord, {"unknown", {"unknown-records 16-216"}});
-    const std::string nested = FileOf({Chunk(kTime, {{"load", Sound()}}), kB});
+    const std::string nested = FileOf({Chunk(kTime, {{"load", Sound()}}), B()});
     Add(list, "flipped_around_a_file_in_a_value", state, "good records lie in the bad one's value",
         Flipped(nested, kHeaderSize + 32), {}, kBadRecord, Damaged(BadThenFound(kHeaderSize, 92, 399), 0, 4));
 }
@@ -266,22 +278,22 @@ void AddOverwritten(List& list)
     Add(list, "older_tail", "End of an older, longer file in the fill", "older records begin right after",
         FileOf({a}) + tail, {a}, kAllRead, SoundWith({"older-records 103-260"}, 2));
     Add(list, "older_tail_count_too_high", "The same, and the count too high", "", With(FileOf({a}), 8, Word(3)) + tail,
-        {a, kB, kC}, kAllRead);
+        {a, B(), C()}, kAllRead);
     Add(list, "older_tail_inside_a_record", "The same, and the count too high", "no record begins right after",
         With(FileOf({b}), 8, Word(3)) + Sound().substr(FileOf({b}).size()), {b}, kBadRecord,
         Damaged(BadThenFound(79, kSecond, kEnd), 0, 2));
-    const std::string image = FileOf({kA, kB}) + Zeros(34);
-    Add(list, "image_written_twice", "Image written twice", "", image + image, {kA, kB}, kAllRead,
+    const std::string image = FileOf({A(), B()}) + Zeros(34);
+    Add(list, "image_written_twice", "Image written twice", "", image + image, {A(), B()}, kAllRead,
         SoundWith({"second-image 200-400"}, 2));
     Add(list, "torn_inside_a_record", "Torn write, tear inside a record", "",
         newer.substr(0, kSecond + 30) + Sound().substr(kSecond + 30), {a}, kBadRecord,
         Damaged(BadThenFound(kSecond, kThird, kEnd), 1));
     Add(list, "torn_between_records", "Torn write, tear between records of both files", "",
-        newer.substr(0, kSecond) + tail, {a, kB, kC}, kAllRead);
+        newer.substr(0, kSecond) + tail, {a, B(), C()}, kAllRead);
     Add(list, "torn_inside_a_low_count", "Torn write, tear inside the count", "258 over 3, after its first byte",
-        With(Sound(), 8, "\x02"), {kA, kB}, kAllRead, SoundWith({"older-records 166-260"}, 1));
+        With(Sound(), 8, "\x02"), {A(), B()}, kAllRead, SoundWith({"older-records 166-260"}, 1));
     Add(list, "torn_inside_a_high_count", "Torn write, tear inside the count", "5 over 3, after its first byte",
-        With(Sound(), 8, "\x05"), {kA, kB, kC}, kEndOfFile, Damaged({"count-too-high 260-260"}));
+        With(Sound(), 8, "\x05"), {A(), B(), C()}, kEndOfFile, Damaged({"count-too-high 260-260"}));
 }
 
 records::Record Changed(std::vector<Field> fields, const std::function<void(records::Record&)>& change)
@@ -317,7 +329,7 @@ void AddForged(List& list)
         const std::string bytes = record.Bytes();
         const std::uint64_t next = kSecond + bytes.size();
         Add(list, "forged_" + name, "Records of the reference platform", about,
-            With(FileOf({kA, kB}), 8, Word(3)).insert(kSecond, bytes), {kA}, kBadRecord,
+            With(FileOf({A(), B()}), 8, Word(3)).insert(kSecond, bytes), {A()}, kBadRecord,
             Damaged(BadThenFound(kSecond, next, next + kThird - kSecond), found, 1 - found));
     };
     add("mark", "CVC2", Changed({x}, [](Record& record) { record.mark += 0x01000000; }));
@@ -351,10 +363,10 @@ void AddForged(List& list)
     add("checksum_of_empty_directory", "0 in place of 2d06800538d394c2",
         Changed({}, [](Record& record) { record.directoryChecksum = 0; }));
     Add(list, "record_longer_than_the_file", "Record longer than the rest of the file", "its sizes add up",
-        FileOf({kA, kB}).insert(
-            kSecond,
-            Changed({WithSizes(4, 1U << 20U)}, [](Record& record) { record.size += (1U << 20U) - 1; }).Bytes()),
-        {kA}, kBadRecord, Damaged({"cut-record 103-227", "found-after 164-227"}, 0, 1));
+        FileOf({A(), B()})
+            .insert(kSecond,
+                    Changed({WithSizes(4, 1U << 20U)}, [](Record& record) { record.size += (1U << 20U) - 1; }).Bytes()),
+        {A()}, kBadRecord, Damaged({"cut-record 103-227", "found-after 164-227"}, 0, 1));
 }
 
 std::string RefusalOf(const Facts& facts, std::uint64_t maxSize)
