@@ -3,8 +3,8 @@
 
 usage: report.py [--check]
 
---check writes nothing: it fails if the page differs from the results, or has a figure in its own words. It needs no
-matplotlib.
+--check writes nothing and needs no matplotlib. It fails if the page differs from the results, or if the page or the
+README has a figure of its own.
 """
 import itertools
 import json
@@ -239,7 +239,7 @@ def growth_table(rows):
              for row in rows if row["workload"] == "growth-goal"]
     return table(["Chunks of 64 B", "append, ns", "in all, ns", "memory, B", "straightforward: append, ns",
                   "straightforward: memory, B"], lines) + "\n\n" + table(
-        ["Goal", "value (quartiles)", "Goal at most", "Verdict"], goals)
+        ["Chunks of 64 B in order", "Value (quartiles)", "Goal at most", "Verdict"], goals)
 
 
 def by_stores(rows):
@@ -285,13 +285,14 @@ def renewed(page, limits, peers):
 
 
 def own_figures(page):
-    """Measured figures outside the places that are written from the results: numbers with a unit of time or ratio."""
-    prose = re.sub(r"<!-- ([\w ]+) begin -->.*?<!-- \1 end -->", "", page, flags=re.DOTALL)
+    """Figures of time and ratios outside code and the places that are written from the results."""
+    prose = re.sub(r"<!-- ([\w ]+) begin -->.*?<!-- \1 end -->|```.*?```", "", page, flags=re.DOTALL)
     return re.findall(r"\d[\d.,]*\s*(?:ns|µs|ms|%|times|×)|× \d[\d.,]*", prose)
 
 
 def check(page, limits, peers):
-    findings = [f"{PAGE.name}: a figure that no result gives: {figure}" for figure in own_figures(page)]
+    findings = [f"{file.name}: a figure that no result gives: {figure}"
+                for file in (PAGE, TOP / "README.md") for figure in own_figures(file.read_text())]
     if renewed(page, limits, peers) != page:
         findings.append(f"{PAGE.name}: differs from benchmarks/results: run benchmarks/report.py")
     print(*findings, f"{len(findings)} findings", sep="\n")
