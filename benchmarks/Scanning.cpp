@@ -117,10 +117,10 @@ std::uint64_t WalkWithScanner(const Records& records)
 std::uint64_t FetchWithReader(const Records& records)
 {
     DataChunkFileReader file(records.path);
-    DataChunk chunk;
     std::uint64_t sum = 0;
     const std::uint64_t count = records.Reads();
     for (std::uint64_t i = 0; i < count; ++i) {
+        DataChunk chunk;  // a new one for each record, as the scanner makes it
         file.GetChunk(chunk, records.positions[i]);
         sum += SumOf(chunk);
     }
