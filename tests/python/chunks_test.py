@@ -13,7 +13,7 @@ import tempfile
 import tracemalloc
 import unittest
 
-from chunk_writer import entry, image, raw_record, record
+from chunk_writer import checksum, entry, image, raw_record, record
 from corvane_chunks import BadRecord, ChunkFile, End, Stop, shown, time_text
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
@@ -74,6 +74,11 @@ class SoundFiles(FileCase):
         first = record(1800000000000000000, {b"mem": b"71 %", b"load": b"0.42"})
         second = record(1800000000010000000, {b"load": b"0.5"})
         self.assertEqual(image([first, second], fill=bytes(6)), example_of_the_page())
+
+    def test_the_page_states_the_checksum_of_no_bytes(self):
+        page = (TOP / "docs" / "format.md").read_text()
+        number = checksum(b"")
+        self.assertIn(f"`{number:016x}`, stored as `{number.to_bytes(8, 'little').hex(' ')}`", page)
 
     def test_a_file_without_records_has_a_header(self):
         self.expect(image([]), [], End.ALL_READ, 16)

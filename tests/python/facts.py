@@ -51,9 +51,10 @@ def facts_by_reader(path, padded):
             "reopening": [reopening_facts(file, content, padded, max_size) for max_size in max_sizes]}
 
 
-def check_by_tool(program, paths):
-    """What `chunkfile check` says of each file."""
-    done = subprocess.run([program, "check", "--format", "json", *paths], capture_output=True, text=True)
+def check_by_tool(program, paths, max_size=0):
+    """What `chunkfile check` says of each file, and of reopening it with this maximum size."""
+    sized = ["--max-size", str(max_size)] if max_size else []
+    done = subprocess.run([program, "check", "--format", "json", *sized, *paths], capture_output=True, text=True)
     checks = [json.loads(line) for line in done.stdout.splitlines()]
     assert len(checks) == len(paths), done.stderr
     return checks
@@ -84,7 +85,8 @@ def listed(facts):
 
 def tool_differs(facts, check):
     """What a check says otherwise than the facts; None if it agrees."""
-    reopening, said = facts["reopening"][0], check["reopening"]
+    said = check["reopening"]
+    reopening = next(fact for fact in facts["reopening"] if fact["max_size"] == said["maxSize"])
     pairs = {"version": (facts["version"], check["version"]), "count": (facts["count"], check["count"]),
              "records": (facts["walk"]["records"], check["records"]),
              "accepted": ("refused" not in reopening, said["accepted"]),
