@@ -13,27 +13,51 @@ namespace Corvane::FileTool {
 /// Time points of records. It takes little more memory than the time points themselves, where these can be moved.
 class HeldTimes {
 public:
+    /// Add the times in the order of the records, those of the header's count first.
     void Add(const Time::TimePoint& timePoint)
     {
-        const bool later = times_.empty() || times_.back() < timePoint;
-        ascends_ = ascends_ && later;
-        ordered_ = ordered_ && (later || !(timePoint < times_.back()));
+        if (!times_.empty() && !(times_.back() < timePoint)) {
+            ascends_ = false;
+            const bool before = timePoint < times_.back();
+            descents_ += before ? 1 : 0;
+            ordered_ = ordered_ && !before;
+        }
         times_.push_back(timePoint);
     }
 
     std::uint64_t Size() const { return times_.size(); }
-    bool Ascends() const { return ascends_; }                          ///< each later than the one before
-    const std::deque<Time::TimePoint>& All() const { return times_; }  ///< in any order
+    const std::deque<Time::TimePoint>& All() const
+    {
+        return times_;
+    }  ///< in the order of Add until the others are called
+
+    /// How often a time was before the one added last.
+    std::uint64_t Descents() const { return descents_; }
 
     /// The number of time points of which none equals another.
     std::uint64_t Distinct()
     {
+        if (ascends_) {
+            return times_.size();
+        }
         Sort();
-        std::uint64_t distinct = times_.empty() ? 0 : 1;
+        std::uint64_t distinct = 1;
         for (std::uint64_t i = 1; i < times_.size(); ++i) {
             distinct += At(i - 1) < At(i) ? 1 : 0;
         }
         return distinct;
+    }
+
+    /// The earliest and the latest. There must be one.
+    const Time::TimePoint& Least()
+    {
+        Sort();
+        return At(0);
+    }
+    const Time::TimePoint& Most()
+    {
+        Sort();
+        return At(times_.size() - 1);
     }
 
     bool Contains(const Time::TimePoint& timePoint)
@@ -72,6 +96,7 @@ private:
 
     std::deque<Time::TimePoint> times_;
     std::vector<std::uint64_t> order_;  // empty: as they lie
+    std::uint64_t descents_ = 0;
     bool ascends_ = true;
     bool ordered_ = true;  // as they lie
 };

@@ -45,13 +45,18 @@ std::optional<double> RateOf(const Survey& survey)
 std::string RateText(double rate)
 {
     std::array<char, 32> text = {};
-    std::snprintf(text.data(), text.size(), "%.3g", rate);
+    std::snprintf(text.data(), text.size(), rate >= 100 ? "%.0f" : "%.3g", rate);
     return text.data();
 }
 
 std::uint64_t UsedBytes(const Survey& survey)
 {
     return std::min(survey.size, survey.end.position);
+}
+
+std::uint64_t BytesOfRecords(const Survey& survey)
+{
+    return survey.end.position - File::kHeaderSize;
 }
 
 std::string VersionText(const Survey& survey)
@@ -144,7 +149,7 @@ std::vector<Line> LinesOf(const Facts& facts, bool utf8)
     if (survey.end.records != 0) {
         const Sizes& sizes = survey.sizes;
         lines.emplace_back("sizes", std::to_string(sizes.least) + " to " + Bytes(sizes.most) + ", mean " +
-                                        std::to_string(sizes.sum / survey.end.records));
+                                        std::to_string(BytesOfRecords(survey) / survey.end.records));
     }
     lines.emplace_back("space", Bytes(UsedBytes(survey)) + " used, " + std::to_string(survey.size - UsedBytes(survey)) +
                                     " free, " + std::to_string(survey.allocated) + " allocated");
@@ -180,7 +185,7 @@ void WriteJson(Terminal& terminal, const Facts& facts)
     }
     if (survey.end.records != 0) {
         json.Open('{', "sizes").Member("least", survey.sizes.least).Member("most", survey.sizes.most);
-        json.Member("sum", survey.sizes.sum).Close();
+        json.Member("sum", BytesOfRecords(survey)).Close();
     }
     json.Member("size", survey.size).Member("used", UsedBytes(survey)).Member("allocated", survey.allocated);
     json.Member("after", NameOfRest(survey)).Member("recordsAfter", survey.found + survey.doubtful);

@@ -19,34 +19,8 @@ constexpr std::uint64_t kTellingZeros = 16;
 // Fewer records on average in a part of the span would show the rhythm of the parts, not of the records.
 constexpr std::size_t kLeastOfAPart = 8;
 
-void AddSize(Sizes& sizes, std::uint64_t size)
-{
-    sizes.least = std::min(sizes.least, size);
-    sizes.most = std::max(sizes.most, size);
-    sizes.sum += size;
-}
-
-void AddTime(TimeSpan& times, const FoundRecord& record)
-{
-    const Time::TimePoint time = record.chunk.GetTimePoint();
-    if (!times.first) {
-        times.first.emplace(time);
-        times.least.emplace(time);
-        times.most.emplace(time);
-    } else if (time < *times.last) {
-        if (times.descents++ == 0) {
-            const Range bytes = {record.position, record.position + record.chunk.GetSizeOnFile()};
-            times.firstDescent.emplace(Descent{record.index, bytes, time});
-        }
-    }
-    times.last.emplace(time);
-    if (time < *times.least) {
-        times.least.emplace(time);
-    }
-    if (*times.most < time) {
-        times.most.emplace(time);
-    }
-}
+// Records between two reports of progress.
+constexpr std::uint64_t kProgressStep = 256;
 
 void AddFields(std::map<std::string, std::uint64_t>& fields, const DataChunk& chunk)
 {
@@ -122,22 +96,64 @@ std::optional<RecordRun> SecondImage(const Input& input, const Survey& survey)
 std::vector<std::uint64_t> OverTime(const HeldTimes& held, const TimeSpan& times, std::size_t parts)
 {
     std::vector<std::uint64_t> numbers;
-    const auto least = times.least ? Glue::NanosecondsOf(*times.least) : std::nullopt;
-    const auto most = times.most ? Glue::NanosecondsOf(*times.most) : std::nullopt;
-    if (!least || !most || *least == *most || parts == 0) {
+    const auto least = Glue::NanosecondsOf(*times.least);
+    const auto most = Glue::NanosecondsOf(*times.most);
+    if (parts == 0 || !least.has_value() || least == most) {
         return numbers;
     }
+    const std::int64_t from = least.value_or(0);
     parts = std::min<std::size_t>(parts, held.Size() / kLeastOfAPart + 1);
     numbers.resize(parts);
     const auto since = [&](std::int64_t time) {  // up to 2^64 - 1
-        return static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(*least);
+        return static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(from);
     };
-    const double span = static_cast<double>(since(*most));
+    const double span = static_cast<double>(since(most.value_or(from)));
     for (const auto& timePoint : held.All()) {
-        const double share = static_cast<double>(since(Glue::NanosecondsOf(timePoint).value_or(*least))) / span;
+        const double share = static_cast<double>(since(Glue::NanosecondsOf(timePoint).value_or(from))) / span;
         ++numbers[std::min(parts - 1, static_cast<std::size_t>(share * static_cast<double>(parts)))];
     }
     return numbers;
+}
+
+void NoteFirstDescent(const FoundRecord& record, TimeSpan& times)
+{
+    const Range bytes = {record.position, record.position + record.chunk.GetSizeOnFile()};
+    times.firstDescent.emplace(Descent{record.index, bytes, record.chunk.GetTimePoint()});
+}
+
+void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
+{
+    const HeldTimes& held = walk.Times();
+    survey.end = walk.Counted([&](const FoundRecord& record) {
+        const std::uint64_t size = record.chunk.GetSizeOnFile();
+        survey.sizes.least = std::min(survey.sizes.least, size);
+        survey.sizes.most = std::max(survey.sizes.most, size);
+        if (held.Descents() != 0 && !survey.times.firstDescent) {
+            NoteFirstDescent(record, survey.times);
+        }
+        if (options.countFields) {
+            AddFields(survey.fields, record.chunk);
+        }
+        if (options.progress && record.index % kProgressStep == 0) {
+            options.progress(record.position);
+        }
+        return true;
+    });
+}
+
+void SurveyTimes(HeldTimes& held, std::size_t parts, Survey& survey)
+{
+    if (held.Size() == 0) {
+        return;
+    }
+    TimeSpan& times = survey.times;
+    times.first.emplace(held.All().front());
+    times.last.emplace(held.All().back());
+    times.descents = held.Descents();
+    times.distinct = held.Distinct();
+    times.least.emplace(held.Least());
+    times.most.emplace(held.Most());
+    survey.overTime = OverTime(held, times, parts);
 }
 
 void SurveyAfterEnd(Walk& walk, const Input& input, Survey& survey)
@@ -163,21 +179,10 @@ Survey SurveyOf(const Input& input, const SurveyOptions& options)
     Walk walk(input, /* judging = */ true);
     survey.version = walk.Version();
     survey.count = walk.Count();
-    survey.end = walk.Counted([&](const FoundRecord& record) {
-        AddSize(survey.sizes, record.chunk.GetSizeOnFile());
-        AddTime(survey.times, record);
-        if (options.countFields) {
-            AddFields(survey.fields, record.chunk);
-        }
-        if (options.progress) {
-            options.progress(record.position);
-        }
-        return true;
-    });
+    SurveyRecords(walk, options, survey);
     survey.damage = survey.size < kHeaderSize ? Damage::ShortFile : DamageOf(input, survey.end);
     survey.fill = {survey.end.position, input.SkipZeros(survey.end.position), {}};
-    survey.times.distinct = walk.Times().Distinct();
-    survey.overTime = OverTime(walk.Times(), survey.times, options.parts);
+    SurveyTimes(walk.Times(), options.parts, survey);
     if (survey.damage != Damage::ShortFile) {
         SurveyAfterEnd(walk, input, survey);
     }

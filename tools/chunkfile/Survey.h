@@ -35,7 +35,6 @@ struct Descent {
 struct Sizes {
     std::uint64_t least = UINT64_MAX;
     std::uint64_t most = 0;
-    std::uint64_t sum = 0;
 };
 
 /// The time points of the counted records.

@@ -57,13 +57,16 @@ WalkEnd Walk::Counted(const Visit& visit)
     for (; step == Step::Record; step = Next()) {
         const auto& chunk = scanner_.GetChunk();
         if (judging_) {
-            Accept(chunk.GetTimePoint());
+            times_.Add(chunk.GetTimePoint());
         }
         if (visit && !visit({chunk, scanner_.GetPosition(), end_.records, Standing::Counted})) {
             end_.kind = WalkEnd::Kind::Stopped;
             return end_;
         }
         ++end_.records;
+    }
+    if (times_.Size() != 0) {
+        last_.emplace(times_.All().back());
     }
     end_.position = scanner_.GetPosition();
     if (step == Step::Unreadable) {
