@@ -15,6 +15,7 @@ namespace {
 
 using Corvane::Time::TimePoint;
 using records::Field;
+using records::Record;
 using support::DataChunk;
 using support::FileOf;
 using support::Word;
@@ -296,9 +297,9 @@ void AddOverwritten(List& list)
         With(Sound(), 8, "\x05"), {A(), B(), C()}, kEndOfFile, Damaged({"count-too-high 260-260"}));
 }
 
-records::Record Changed(std::vector<Field> fields, const std::function<void(records::Record&)>& change)
+Record Changed(std::vector<Field> fields, const std::function<void(Record&)>& change)
 {
-    records::Record record(std::move(fields));
+    Record record(std::move(fields));
     change(record);
     return record;
 }
@@ -318,50 +319,72 @@ Field WithChecksum(std::uint64_t checksum)
     return field;
 }
 
-// Records that no chunk writes. All their checksums are right, but one.
-void AddForged(List& list)
+// A record that no chunk writes, between good ones. All its checksums are right, unless it is about one. The tool counts
+// the record after it as found, or else as doubtful.
+void AddForged(List& list, const std::string& name, const std::string& about, const Record& record,
+               std::uint64_t found = 1)
 {
-    using Record = records::Record;
-    const Field x("x", "1");
-    const Field y("y", "2");
-    const auto add = [&list](const std::string& name, const std::string& about, const Record& record,
-                             std::uint64_t found = 1) {
-        const std::string bytes = record.Bytes();
-        const std::uint64_t next = kSecond + bytes.size();
-        Add(list, "forged_" + name, "Records of the reference platform", about,
-            With(FileOf({A(), B()}), 8, Word(3)).insert(kSecond, bytes), {A()}, kBadRecord,
-            Damaged(BadThenFound(kSecond, next, next + kThird - kSecond), found, 1 - found));
-    };
-    add("mark", "CVC2", Changed({x}, [](Record& record) { record.mark += 0x01000000; }));
-    add("size_0", "", Changed({x}, [](Record& record) { record.size = 0; }));
-    add("size_39", "less than a head", Changed({}, [](Record& record) { record.size = 39; }));
-    add("size_one_less", "less than head, directory and values", Changed({x}, [](Record& record) { --record.size; }));
-    add("size_one_more", "more than head, directory and values", Changed({x}, [](Record& record) { ++record.size; }),
-        0);  // its head announces a byte of the next record
-    add("size_above_1_gib", "", Changed({x}, [](Record& record) { record.size = (1U << 30U) + 1; }));
-    add("directory_one_less", "", Changed({x, y}, [](Record& record) { --record.directorySize; }));
-    add("directory_one_more", "the first value's byte",
-        Changed({x, y}, [](Record& record) { ++record.directorySize; }));
-    add("directory_longer_than_record", "", Changed({x}, [](Record& record) { record.directorySize = record.size; }));
-    add("number_of_fields_0", "", Changed({x}, [](Record& record) { record.fieldNumber = 0; }));
-    add("number_of_fields_one_less", "the last value is empty, so all sizes add up",
-        Changed({x, Field("y", "")}, [](Record& record) { --record.fieldNumber; }));
-    add("byte_after_the_last_entry", "all sizes add up",
-        Changed({Field("xy", "1")}, [](Record& record) { --record.fields[0].nameSize; }));
-    add("number_of_fields_one_more", "", Changed({x}, [](Record& record) { ++record.fieldNumber; }));
-    add("names_descend", "", Record({y, x}));
-    add("names_descend_as_unsigned_bytes", "", Record({Field("\xff", "1"), x}));
-    add("names_equal", "", Record({x, x}));
-    add("empty_names_equal", "", Record({Field("", "1"), Field("", "2")}));
-    add("name_longer_than_directory", "", Record({WithSizes(5, 1)}));
-    add("name_size_largest", "", Record({WithSizes(UINT32_MAX, 1)}));
-    add("value_longer_than_record", "", Record({WithSizes(4, 2)}));
-    add("value_size_largest", "", Record({WithSizes(4, UINT32_MAX)}));
-    add("value_sizes_wrap", "they add up only modulo 4 GiB",
+    const std::string bytes = record.Bytes();
+    const std::uint64_t next = kSecond + bytes.size();
+    Add(list, "forged_" + name, "Records of the reference platform", about,
+        With(FileOf({A(), B()}), 8, Word(3)).insert(kSecond, bytes), {A()}, kBadRecord,
+        Damaged(BadThenFound(kSecond, next, next + kThird - kSecond), found, 1 - found));
+}
+
+Field X()
+{
+    return {"x", "1"};
+}
+
+Field Y()
+{
+    return {"y", "2"};
+}
+
+void AddForgedHeads(List& list)
+{
+    AddForged(list, "mark", "CVC2", Changed({X()}, [](Record& record) { record.mark += 0x01000000; }));
+    AddForged(list, "size_0", "", Changed({X()}, [](Record& record) { record.size = 0; }));
+    AddForged(list, "size_39", "less than a head", Changed({}, [](Record& record) { record.size = 39; }));
+    AddForged(list, "size_one_less", "less than head, directory and values",
+              Changed({X()}, [](Record& record) { --record.size; }));
+    AddForged(list, "size_one_more", "more than head, directory and values",
+              Changed({X()}, [](Record& record) { ++record.size; }),
+              0);  // its head announces a byte of the next record
+    AddForged(list, "size_above_1_gib", "", Changed({X()}, [](Record& record) { record.size = (1U << 30U) + 1; }));
+    AddForged(list, "directory_one_less", "", Changed({X(), Y()}, [](Record& record) { --record.directorySize; }));
+    AddForged(list, "directory_one_more", "the first value's byte",
+              Changed({X(), Y()}, [](Record& record) { ++record.directorySize; }));
+    AddForged(list, "directory_longer_than_record", "",
+              Changed({X()}, [](Record& record) { record.directorySize = record.size; }));
+    AddForged(list, "checksum_of_empty_directory", "0 in place of 2d06800538d394c2",
+              Changed({}, [](Record& record) { record.directoryChecksum = 0; }));
+}
+
+void AddForgedDirectories(List& list)
+{
+    AddForged(list, "number_of_fields_0", "", Changed({X()}, [](Record& record) { record.fieldNumber = 0; }));
+    AddForged(list, "number_of_fields_one_less", "the last value is empty, so all sizes add up",
+              Changed({X(), Field("y", "")}, [](Record& record) { --record.fieldNumber; }));
+    AddForged(list, "number_of_fields_one_more", "", Changed({X()}, [](Record& record) { ++record.fieldNumber; }));
+    AddForged(list, "byte_after_the_last_entry", "all sizes add up",
+              Changed({Field("xy", "1")}, [](Record& record) { --record.fields[0].nameSize; }));
+    AddForged(list, "names_descend", "", Record({Y(), X()}));
+    AddForged(list, "names_descend_as_unsigned_bytes", "", Record({Field("\xff", "1"), X()}));
+    AddForged(list, "names_equal", "", Record({X(), X()}));
+    AddForged(list, "empty_names_equal", "", Record({Field("", "1"), Field("", "2")}));
+    AddForged(list, "name_longer_than_directory", "", Record({WithSizes(5, 1)}));
+    AddForged(list, "name_size_largest", "", Record({WithSizes(UINT32_MAX, 1)}));
+}
+
+void AddForgedValues(List& list)
+{
+    AddForged(list, "value_longer_than_record", "", Record({WithSizes(4, 2)}));
+    AddForged(list, "value_size_largest", "", Record({WithSizes(4, UINT32_MAX)}));
+    AddForged(
+        list, "value_sizes_wrap", "they add up only modulo 4 GiB",
         Changed({WithSizes(4, UINT32_MAX), WithSizes(4, 3)}, [](Record& record) { record.fields[1].name = "mem "; }));
-    add("checksum_of_empty_value", "0 in place of 2d06800538d394c2", Record({WithChecksum(0)}));
-    add("checksum_of_empty_directory", "0 in place of 2d06800538d394c2",
-        Changed({}, [](Record& record) { record.directoryChecksum = 0; }));
+    AddForged(list, "checksum_of_empty_value", "0 in place of 2d06800538d394c2", Record({WithChecksum(0)}));
     Add(list, "record_longer_than_the_file", "Record longer than the rest of the file", "its sizes add up",
         FileOf({A(), B()})
             .insert(kSecond,
@@ -396,8 +419,8 @@ ReopeningFacts ReopeningByPage(const Vector& vector, const Facts& facts, std::ui
 List AllVectors()
 {
     List list;
-    for (const auto add :
-         {AddHeaders, AddSound, AddFields, AddCounts, AddTruncated, AddFlipped, AddOverwritten, AddForged}) {
+    for (const auto add : {AddHeaders, AddSound, AddFields, AddCounts, AddTruncated, AddFlipped, AddOverwritten,
+                           AddForgedHeads, AddForgedDirectories, AddForgedValues}) {
         add(list);
     }
     return list;
