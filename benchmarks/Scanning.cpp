@@ -169,13 +169,13 @@ Workload InOrder(const Options& options, std::uint64_t recordSize, const Goal& g
     return {"W10", "scan in order, " + SizeText(recordSize), count * recordSize, count, goal, makeContenders, {}};
 }
 
-// Sizes whose logarithms are equally distributed from 64 B to 16 KiB.
-std::vector<std::uint64_t> MixedSizes(std::uint64_t bytes)
+// Sizes from 64 B on, equally distributed in their logarithms over this many powers of two.
+std::vector<std::uint64_t> MixedSizes(std::uint64_t bytes, std::uint64_t powers)
 {
     std::mt19937_64 numbers(1);  // NOLINT(cert-msc51-cpp): repeatable
     std::vector<std::uint64_t> sizes;
     for (std::uint64_t sum = 0; sum < bytes; sum += sizes.back()) {
-        sizes.push_back((std::uint64_t{64} << numbers() % 8) + numbers() % 64);
+        sizes.push_back((std::uint64_t{64} << numbers() % powers) + numbers() % 64);
     }
     return sizes;
 }
@@ -298,7 +298,8 @@ std::vector<Workload> ScanningWorkloads(const Options& options)
             InOrder(options, 64 * kKiB, goals::kScan),
             InOrder(options, kWindow, goals::kScanLarge),
             AtRandom(options, SizeText(kKiB), equal, goals::kScanAtRandom),
-            AtRandom(options, "64 B to 8 KiB", MixedSizes(options.bytes), goals::kScanMixed),
+            AtRandom(options, "64 B to 1 KiB", MixedSizes(options.bytes / 2, 4), goals::kScanMixed),
+            AtRandom(options, "64 B to 8 KiB", MixedSizes(options.bytes, 7), goals::kScanWidelyMixed),
             OneRecord(options),
             Finding(options)};
 }
