@@ -35,7 +35,7 @@ constexpr std::uint64_t kLongestWindow = std::uint64_t{1} << 23U;  // a longer r
 constexpr std::uint64_t kSearchedAhead = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kMostSearchedAhead = std::uint64_t{1} << 31U;
 
-constexpr std::uint64_t kDecay = 16;  // the usual size becomes less by this part of it
+constexpr std::uint64_t kDecay = 256;  // the usual size becomes less by this part of it
 
 // Opens the file for reading and leaves its access time alone, if the system permits that.
 int OpenForReading(const std::string& filename)
