@@ -17,9 +17,9 @@ struct RecordFacts {
 
 // How a walk ends.
 struct WalkFacts {
-    std::uint64_t records;
+    std::uint64_t records = 0;
     std::string end;  // "all read", "bad record" or "end of file"
-    std::uint64_t position;
+    std::uint64_t position = 0;
 };
 
 // What a reopening does.
