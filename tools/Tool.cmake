@@ -25,6 +25,7 @@ function(corvane_file_tool name)
     Parser
     Reopening
     Selection
+    Spool
     Survey
     Tables
     Terminal

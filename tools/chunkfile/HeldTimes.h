@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <numeric>
 #include <type_traits>
 #include <vector>
 
@@ -72,25 +73,26 @@ public:
     }
 
 private:
-    // Time points need only be copied and compared. Those that cannot be moved are ordered by their numbers.
-    static constexpr bool kMovable = std::is_swappable_v<Time::TimePoint>;
-
     const Time::TimePoint& At(std::uint64_t i) const { return order_.empty() ? times_[i] : times_[order_[i]]; }
 
     void Sort()
     {
-        if (ordered_ || order_.size() == times_.size()) {
-            return;
+        if (!ordered_ && order_.size() != times_.size()) {
+            SortOf(times_);
         }
-        if constexpr (kMovable) {
-            std::sort(times_.begin(), times_.end());
+    }
+
+    // Time points need only be copied and compared. Those that cannot be moved are ordered by their numbers.
+    template <typename Points>
+    void SortOf(Points& points)
+    {
+        if constexpr (std::is_swappable_v<typename Points::value_type>) {
+            std::sort(points.begin(), points.end());
             ordered_ = true;
         } else {
-            order_.resize(times_.size());
-            for (std::uint64_t i = 0; i < order_.size(); ++i) {
-                order_[i] = i;
-            }
-            std::sort(order_.begin(), order_.end(), [this](auto a, auto b) { return times_[a] < times_[b]; });
+            order_.resize(points.size());
+            std::iota(order_.begin(), order_.end(), std::uint64_t{0});
+            std::sort(order_.begin(), order_.end(), [&](auto a, auto b) { return points[a] < points[b]; });
         }
     }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -17,8 +18,7 @@ namespace Corvane::FileTool {
 
 namespace {
 
-// A name and what it says: lines of the table.
-using Line = std::pair<std::string, std::string>;
+using Line = std::pair<std::string, std::string>;  // a name and what it says
 constexpr std::size_t kNameWidth = 12;
 
 // Nanoseconds from the first to the last time, whatever their order in the file.
@@ -32,7 +32,6 @@ std::optional<std::uint64_t> SpanOf(const TimeSpan& times)
     return static_cast<std::uint64_t>(*most) - static_cast<std::uint64_t>(*least);
 }
 
-// Records a second.
 std::optional<double> RateOf(const Survey& survey)
 {
     const auto span = SpanOf(survey.times);
@@ -101,7 +100,7 @@ std::string RestText(const Survey& survey)
     return name + (others == 0 ? "" : ", with " + Number(others, "good record", "good records"));
 }
 
-// The numbers as a row of bars, the highest for the largest number.
+// A row of bars, the highest for the largest number.
 std::string Bars(const std::vector<std::uint64_t>& numbers, bool utf8)
 {
     constexpr std::array<std::string_view, 9> blocks = {" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
@@ -109,7 +108,6 @@ std::string Bars(const std::vector<std::uint64_t>& numbers, bool utf8)
     const std::uint64_t most = std::max<std::uint64_t>(*std::max_element(numbers.begin(), numbers.end()), 1);
     std::string bars;
     for (const std::uint64_t number : numbers) {
-        // The least number that is not zero gets a bar too.
         const auto height = static_cast<std::size_t>((static_cast<double>(number) * 8 + static_cast<double>(most) - 1) /
                                                      static_cast<double>(most));
         bars += (utf8 ? blocks : letters)[std::min<std::size_t>(height, 8)];
@@ -143,9 +141,7 @@ std::vector<Line> LinesOf(const Facts& facts, bool utf8)
     std::vector<Line> lines = {{"version", VersionText(survey)},
                                {"records", Number(survey.end.records, "is", "are") + " readable, " +
                                                std::to_string(survey.count) + " counted"}};
-    for (Line& line : TimeLines(survey, utf8)) {
-        lines.push_back(std::move(line));
-    }
+    std::ranges::move(TimeLines(survey, utf8), std::back_inserter(lines));
     if (survey.end.records != 0) {
         const Sizes& sizes = survey.sizes;
         lines.emplace_back("sizes", std::to_string(sizes.least) + " to " + Bytes(sizes.most) + ", mean " +

@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "chunkfile/Spool.h"
 
 namespace Corvane::FileTool {
 
@@ -18,72 +19,11 @@ namespace {
 
 constexpr std::uint64_t kPage = 4096;
 
-[[noreturn]] void Fail()
-{
-    throw std::runtime_error(std::strerror(errno));
-}
-
-int Retried(auto call)
-{
-    auto result = call();
-    while (result == -1 && errno == EINTR) {
-        result = call();
-    }
-    return static_cast<int>(result);
-}
-
-// A file without a name in TMPDIR or /tmp. It is gone when it is closed.
-int UnnamedFile()
-{
-    const char* const folder = ::getenv("TMPDIR");
-    std::string path = folder != nullptr && *folder != '\0' ? folder : "/tmp";
-    const int unnamed = ::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (unnamed != -1) {
-        return unnamed;
-    }
-    path += "/chunkfile-XXXXXX";  // some file systems have no O_TMPFILE
-    const int fd = ::mkostemp(path.data(), O_CLOEXEC);
-    if (fd == -1) {
-        Fail();
-    }
-    ::unlink(path.c_str());
-    return fd;
-}
-
-void WriteAll(int fd, const unsigned char* bytes, std::size_t size)
-{
-    while (size != 0) {
-        const int count = Retried([&] { return ::write(fd, bytes, size); });
-        if (count == -1) {
-            Fail();
-        }
-        bytes += count;
-        size -= static_cast<std::size_t>(count);
-    }
-}
-
-// Copies the rest of `from` to an unnamed file.
-int Spooled(int from)
-{
-    const int fd = UnnamedFile();
-    std::array<unsigned char, 65536> bytes = {};
-    for (;;) {
-        const int count = Retried([&] { return ::read(from, bytes.data(), bytes.size()); });
-        if (count == -1) {
-            Fail();
-        }
-        if (count == 0) {
-            return fd;
-        }
-        WriteAll(fd, bytes.data(), static_cast<std::size_t>(count));
-    }
-}
-
 struct stat StatusOf(int fd)
 {
     struct stat status = {};
     if (::fstat(fd, &status) == -1) {
-        Fail();
+        ThrowReason();
     }
     return status;
 }
@@ -110,37 +50,36 @@ bool StatesNoLength(int fd)
 Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path), path_(path)
 {
     if (path == "-") {
-        BecomeSpooled(Spooled(STDIN_FILENO));
+        Spool(STDIN_FILENO);
         return;
     }
     if (::stat(path.c_str(), &status_) == -1) {
-        Fail();
+        ThrowReason();
     }
     RefuseIrregular(status_);
     constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
-    fd_ = ::open(path.c_str(), flags | O_NOATIME);  // leaves the access time alone, if the system permits that
-    foreign_ = fd_ == -1 && errno == EPERM;
+    file_.Own(::open(path.c_str(), flags | O_NOATIME));  // leaves the access time alone, if the system permits that
+    foreign_ = file_.Get() == -1 && errno == EPERM;
     if (foreign_) {
-        fd_ = ::open(path.c_str(), flags);
+        file_.Own(::open(path.c_str(), flags));
     }
-    if (fd_ == -1) {
-        Fail();
+    if (file_.Get() == -1) {
+        ThrowReason();
     }
-    status_ = StatusOf(fd_);
-    if (status_.st_size == 0 && StatesNoLength(fd_)) {
-        const int file = fd_;
-        BecomeSpooled(Spooled(file));
-        ::close(file);
+    status_ = StatusOf(file_.Get());
+    if (status_.st_size == 0 && StatesNoLength(file_.Get())) {
+        const OwnedFile file(::dup(file_.Get()));
+        Spool(file.Get());
     }
 }
 
 Input::Input(const Input& input, std::uint64_t position, std::uint64_t size) : name_(input.name_)
 {
-    const int fd = UnnamedFile();
-    BecomeSpooled(fd);
+    BecomeUnnamed();
+    const int fd = file_.Get();
     if (::ftruncate(fd, static_cast<off_t>(std::min(size, input.Size() + kMostPadding))) == -1 ||
         ::lseek(fd, static_cast<off_t>(position), SEEK_SET) == -1) {
-        Fail();
+        ThrowReason();
     }
     std::vector<unsigned char> bytes(65536);
     while (const std::size_t count = input.ReadAt(position, bytes.data(), bytes.size())) {
@@ -150,17 +89,18 @@ Input::Input(const Input& input, std::uint64_t position, std::uint64_t size) : n
     status_ = StatusOf(fd);
 }
 
-void Input::BecomeSpooled(int fd)
+void Input::BecomeUnnamed()
 {
-    fd_ = fd;
+    file_.Own(UnnamedFile());
     spooled_ = true;
-    path_ = "/proc/self/fd/" + std::to_string(fd);
-    status_ = StatusOf(fd);
+    path_ = "/proc/self/fd/" + std::to_string(file_.Get());
 }
 
-Input::~Input()
+void Input::Spool(int from)
 {
-    ::close(fd_);
+    BecomeUnnamed();
+    Copy(from, file_.Get());
+    status_ = StatusOf(file_.Get());
 }
 
 std::uint64_t Input::Size() const
@@ -177,12 +117,12 @@ std::size_t Input::ReadAt(std::uint64_t position, unsigned char* bytes, std::siz
 {
     std::size_t have = 0;
     while (have < size) {
-        const ssize_t count = ::pread(fd_, bytes + have, size - have, static_cast<off_t>(position + have));
+        const ssize_t count = ::pread(file_.Get(), bytes + have, size - have, static_cast<off_t>(position + have));
         if (count == -1 && errno == EINTR) {
             continue;
         }
         if (count == -1) {
-            Fail();
+            ThrowReason();
         }
         if (count == 0) {
             break;
@@ -196,7 +136,7 @@ std::optional<Range> Input::UnreadableIn(Range range) const
 {
     std::array<unsigned char, kPage> page = {};
     const auto isReadable = [&](std::uint64_t position) {
-        return ::pread(fd_, page.data(), page.size(), static_cast<off_t>(position)) != -1 || errno == EINTR;
+        return ::pread(file_.Get(), page.data(), page.size(), static_cast<off_t>(position)) != -1 || errno == EINTR;
     };
     range.end = std::min(range.end, Size());
     for (std::uint64_t at = range.begin - range.begin % kPage; at < range.end; at += kPage) {
@@ -216,12 +156,12 @@ std::uint64_t Input::SkipZeros(std::uint64_t position) const
 {
     std::array<unsigned char, 65536> bytes = {};
     while (position < Size()) {
-        const off_t data = ::lseek(fd_, static_cast<off_t>(position), SEEK_DATA);
+        const off_t data = ::lseek(file_.Get(), static_cast<off_t>(position), SEEK_DATA);
         if (data == -1 && errno == ENXIO) {
             break;  // the rest is a hole
         }
         position = std::max(position, static_cast<std::uint64_t>(std::max<off_t>(data, 0)));
-        const ssize_t count = ::pread(fd_, bytes.data(), bytes.size(), static_cast<off_t>(position));
+        const ssize_t count = ::pread(file_.Get(), bytes.data(), bytes.size(), static_cast<off_t>(position));
         if (count == -1 && errno == EINTR) {
             continue;
         }
@@ -241,9 +181,9 @@ std::uint64_t Input::SkipZeros(std::uint64_t position) const
 std::string Input::WhyNotWritable() const
 {
     if (!spooled_ && ::faccessat(AT_FDCWD, path_.c_str(), W_OK, AT_EACCESS) == -1) {
-        return std::strerror(errno);
+        return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): this program has one thread
     }
-    return foreign_ ? std::strerror(EPERM) : "";  // an appender opens with O_NOATIME
+    return foreign_ ? std::strerror(EPERM) : "";  // NOLINT(concurrency-mt-unsafe); an appender opens with O_NOATIME
 }
 
 bool Input::HasChanged() const

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "chunkfile/Spool.h"
+
 namespace Corvane::FileTool {
 
 struct Range {
@@ -29,7 +31,7 @@ public:
 
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
-    ~Input();
+    ~Input() = default;
 
     const std::string& Name() const { return name_; }  ///< for people
     const std::string& Path() const { return path_; }  ///< for classes that open the file themselves
@@ -52,11 +54,12 @@ public:
     bool HasChanged() const;
 
 private:
-    void BecomeSpooled(int fd);
+    void BecomeUnnamed();
+    void Spool(int from);
 
     std::string name_;
     std::string path_;
-    int fd_ = -1;
+    OwnedFile file_;
     bool spooled_ = false;
     bool foreign_ = false;  // the system refuses O_NOATIME
     struct stat status_ = {};

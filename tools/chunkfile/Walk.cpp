@@ -15,7 +15,6 @@ using Time::TimePoint;
 namespace {
 
 constexpr std::uint64_t kHeadRead = 4096;  // the most that a glue looks at
-
 std::optional<std::uint64_t> AnnouncedSizeAt(const Input& input, std::uint64_t position)
 {
     std::vector<unsigned char> head(std::min<std::uint64_t>(Glue::HeadSize(), kHeadRead));
@@ -53,16 +52,18 @@ Walk::Step Walk::Next()
 WalkEnd Walk::Counted(const Visit& visit)
 {
     end_ = {};
+    std::uint64_t position = scanner_.GetPosition();
     Step step = Next();
     for (; step == Step::Record; step = Next()) {
         const auto& chunk = scanner_.GetChunk();
         if (judging_) {
             times_.Add(chunk.GetTimePoint());
         }
-        if (visit && !visit({chunk, scanner_.GetPosition(), end_.records, Standing::Counted})) {
+        if (visit && !visit({chunk, position, end_.records, Standing::Counted})) {
             end_.kind = WalkEnd::Kind::Stopped;
             return end_;
         }
+        position += chunk.GetSizeOnFile();
         ++end_.records;
     }
     if (times_.Size() != 0) {
