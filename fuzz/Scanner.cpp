@@ -81,6 +81,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         WalkWithReader(scanner, reader, reader.GetNumberOfChunks());
         CheckEnd(scanner, input.file.size());
         Search(scanner, reader, std::max<std::uint64_t>(input.file.size(), kHeaderSize));
+        scanner.GoTo(kHeaderSize, reader.GetNumberOfChunks());
+        WalkWithReader(scanner, reader, reader.GetNumberOfChunks());  // now from memory
+        CheckEnd(scanner, input.file.size());
         scanner.GoTo(256U * input.choices[2] + input.choices[1], input.choices[0]);
         WalkWithReader(scanner, reader, input.choices[0]);
         CheckEnd(scanner, input.file.size());

@@ -17,7 +17,9 @@ using Corvane::Pellin::DataChunk;
 ScannerScenario::ScannerScenario() : path_(folder_ / "a")
 {
     std::uint64_t position = Corvane::File::kHeaderSize;
-    for (const std::uint64_t size : {60U, 300U, 70'000U, 57U, 100U, 90U, 40U}) {
+    std::vector<std::uint64_t> sizes(17, 40);
+    sizes.insert(sizes.end(), {60, 300, 5'000, 57, 100, 90, 40});
+    for (const std::uint64_t size : sizes) {
         chunks_.push_back(support::ChunkOfSize(static_cast<std::int64_t>(chunks_.size()), size));
         positions_.push_back(position);
         position += size;

@@ -23,8 +23,8 @@ public:
     bool Recovered() const override;
 
 private:
-    static constexpr std::size_t kChunks = 7;
-    static constexpr std::size_t kBad = 4;
+    static constexpr std::size_t kChunks = 24;
+    static constexpr std::size_t kBad = 21;
 
     void ReadAll(Corvane::File::DataChunkFileScanner& scanner);
     void Note(const Corvane::File::DataChunkFileScanner& scanner);

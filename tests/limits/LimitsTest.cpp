@@ -285,9 +285,9 @@ TEST_P(ScarceMemory, ScansEachFileUpToItsDamageAndSearchesOn)
             while (scanner.Next()) {
             }
             EXPECT_EQ(scanner.GetNumberRead(), file.good);
-            scanner.GoTo(16);
             const bool isSearched = file.count > 1;  // a long claim would cost its length at each byte before
-            EXPECT_EQ(isSearched && scanner.FindNext(), isSearched);
+            scanner.GoTo(17);
+            EXPECT_EQ(isSearched && scanner.FindNext(), isSearched);  // the second record, or the third
             EXPECT_EQ(isSearched && scanner.Next(), isSearched);
         });
     }

@@ -86,11 +86,7 @@ protected:
     {
         const Prefix prefix = GoodPrefix(file);
         DataChunkFileScanner scanner(path_);
-        while (scanner.Next()) {
-        }
-        ASSERT_EQ(scanner.GetNumberRead(), prefix.chunks);
-        ASSERT_EQ(scanner.GetPosition(), prefix.end);
-        ASSERT_EQ(scanner.GetEnd() == DataChunkFileScanner::End::AllRead, prefix.chunks == WordAt(file, 8));
+        ExpectWalk(scanner, file);
         std::uint64_t next = 16;
         for (const DataChunk& chunk : chunks_) {
             const std::uint64_t size = chunk.GetSizeOnFile();
@@ -105,6 +101,18 @@ protected:
         }
         ASSERT_FALSE(scanner.FindNext());
         ASSERT_EQ(scanner.GetPosition(), std::max<std::uint64_t>(file.size(), 16));
+        scanner.GoTo(16, WordAt(file, 8));
+        ExpectWalk(scanner, file);  // now from memory
+    }
+
+    void ExpectWalk(DataChunkFileScanner& scanner, const std::string& file) const
+    {
+        const Prefix prefix = GoodPrefix(file);
+        while (scanner.Next()) {
+        }
+        ASSERT_EQ(scanner.GetNumberRead(), prefix.chunks);
+        ASSERT_EQ(scanner.GetPosition(), prefix.end);
+        ASSERT_EQ(scanner.GetEnd() == DataChunkFileScanner::End::AllRead, prefix.chunks == WordAt(file, 8));
     }
 
     void ExpectRecovery(const std::string& file)

@@ -44,6 +44,14 @@ protected:
         return times;
     }
 
+    // Reads the records that come through the descriptor, and one more: from now on there is a window.
+    static void ReadUpToWindow(DataChunkFileScanner& scanner)
+    {
+        for (int i = 0; i < 17; ++i) {
+            ASSERT_TRUE(scanner.Next());
+        }
+    }
+
     static std::vector<std::int64_t> Times(std::size_t count)
     {
         std::vector<std::int64_t> times(count);
@@ -121,38 +129,27 @@ TEST_F(ScannerCalls, WindowDoublesInOrder)
     std::vector<std::uint64_t> windows = Windows(calls);
     windows.resize(5);
     EXPECT_EQ(windows, (std::vector<std::uint64_t>{65536, 131072, 262144, 262144, 262144}));
-    EXPECT_LE(calls.Calls().size(), 20U);
+    EXPECT_LE(calls.Calls().size(), 16 * 4 + 7 + 8U);
 }
 
 TEST_F(ScannerCalls, WindowHoldsAWholeNumberOfRecordsLikeTheLastOne)
 {
-    Put(12, 100'000);
+    Put(28, 100'000);
     DataChunkFileScanner scanner(path_);
     const SystemCalls calls;
-    EXPECT_EQ(Walk(scanner), Times(12));
+    EXPECT_EQ(Walk(scanner), Times(28));
     EXPECT_EQ(Windows(calls).at(0), 100'000U);
     EXPECT_EQ(Windows(calls).at(1), 100'000U);
     EXPECT_EQ(Windows(calls).at(2), 200'000U);
     EXPECT_EQ(Windows(calls).at(3), 200'000U);
 }
 
-TEST_F(ScannerCalls, LongRecordTakesOneReadLikeTheOneBefore)
+TEST_F(ScannerCalls, RecordsLongerThan256KiBComeThroughTheDescriptor)
 {
-    Put(5, 3 << 20U);
-    DataChunkFileScanner scanner(path_);
-    EXPECT_TRUE(scanner.Next());
-    const SystemCalls calls;
-    EXPECT_EQ(Walk(scanner).size(), 4U);
-    EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>(4, 3 << 20U));
-    EXPECT_EQ(calls.Calls("read").size(), 0U);
-}
-
-TEST_F(ScannerCalls, RecordsLongerThan8MiBComeThroughTheDescriptor)
-{
-    Put(3, (8 << 20U) + 1);
+    Put(20, (1 << 18U) + 1);
     DataChunkFileScanner scanner(path_);
     const SystemCalls calls;
-    EXPECT_EQ(Walk(scanner), Times(3));
+    EXPECT_EQ(Walk(scanner), Times(20));
     EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>{});
     EXPECT_EQ(calls.Calls("mmap").size(), 0U);
 }
@@ -161,9 +158,7 @@ TEST_F(ScannerCalls, JumpReadsOneRecord)
 {
     Put(1000, 100);
     DataChunkFileScanner scanner(path_);
-    EXPECT_TRUE(scanner.Next());
-    scanner.GoTo(16 + 100 * 500);
-    EXPECT_TRUE(scanner.Next());
+    ReadUpToWindow(scanner);
     scanner.GoTo(16 + 100 * 700);
     const SystemCalls calls;
     EXPECT_TRUE(scanner.Next());
@@ -203,14 +198,15 @@ TEST_F(ScannerCalls, ReadErrorOfTheHeaderIsThrown)
 
 TEST_F(ScannerCalls, ReadErrorIsNeitherDamageNorTheEndOfTheFile)
 {
-    Put(10, 100);
+    Put(30, 100);
     DataChunkFileScanner scanner(path_);
-    EXPECT_TRUE(scanner.Next());
+    ReadUpToWindow(scanner);
+    scanner.GoTo(116);
     SystemCalls calls;
     calls.Fail("pread", EIO);
     EXPECT_EQ(support::ErrorOf([&] { scanner.Next(); }), Error("read at byte 116", "Input/output error"));
     EXPECT_EQ(scanner.GetPosition(), 116U);
-    EXPECT_EQ(Walk(scanner).size(), 9U);  // it was a passing error
+    EXPECT_EQ(Walk(scanner).size(), 29U);  // it was a passing error
 }
 
 // The records before the error are given. It is an error only when the bytes after it are needed.
@@ -218,7 +214,8 @@ TEST_F(ScannerCalls, ReadErrorAfterSomeRecordsComesWhenItsBytesAreNeeded)
 {
     Put(1000, 100);
     DataChunkFileScanner scanner(path_);
-    EXPECT_TRUE(scanner.Next());
+    ReadUpToWindow(scanner);
+    scanner.GoTo(116);
     SystemCalls calls;
     calls.OnEach("pread", [](const support::SystemCall& call) -> std::optional<std::int64_t> {
         constexpr std::int64_t kBad = 16 + 550;
@@ -271,6 +268,39 @@ TEST_F(ScannerCalls, PipeIsAnError)
     ::close(ends[1]);
 }
 
+TEST_F(ScannerCalls, JumpToALongRecordGoesThroughTheDescriptor)
+{
+    Put(20, (1 << 14U) + 1);
+    DataChunkFileScanner scanner(path_);
+    ReadUpToWindow(scanner);
+    scanner.GoTo(16);
+    const SystemCalls calls;
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_EQ(calls.Names(), (Lines{"lseek64", "read", "read", "pread"}));
+    EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>{});
+    EXPECT_TRUE(scanner.Next());
+    EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>{3 * ((1 << 14U) + 1)});
+}
+
+// The longest of the last 64 to 128 records decides.
+TEST_F(ScannerCalls, JumpForgetsALongRecordAfterAWhile)
+{
+    std::vector<DataChunk> chunks = {ChunkOfSize(0, 3000)};
+    for (int i = 1; i < 10; ++i) {
+        chunks.push_back(ChunkOfSize(i, 100));
+    }
+    support::WriteFile(path_, FileOf(chunks));
+    DataChunkFileScanner scanner(path_);
+    const SystemCalls calls;
+    for (int i = 0; i < 160; ++i) {
+        scanner.GoTo(i == 0 ? 16U : 3016U);
+        ASSERT_TRUE(scanner.Next());
+        const auto windows = Windows(calls);
+        EXPECT_TRUE(i < 17 || i > 64 || windows.back() == 3000 - 900 || windows[windows.size() - 2] == 3000) << i;
+        EXPECT_TRUE(i < 130 || windows.back() == 100) << i;
+    }
+}
+
 // Whatever keeps the tail away, all records come through the descriptor, and a search too.
 class WithoutTail : public ScannerCalls, public testing::WithParamInterface<std::pair<const char*, std::uint64_t>> {};
 
@@ -278,7 +308,7 @@ TEST_P(WithoutTail, WalkAndSearchGiveTheSame)
 {
     Put(50, 100);
     std::string file = support::ReadFile(path_);
-    file[1016] = 'x';
+    file[3016] = 'x';
     support::WriteFile(path_, file);
     SystemCalls calls;
     const auto [name, nth] = GetParam();
@@ -287,11 +317,11 @@ TEST_P(WithoutTail, WalkAndSearchGiveTheSame)
     }
     {
         DataChunkFileScanner scanner(path_);
-        EXPECT_EQ(Walk(scanner), Times(10));
+        EXPECT_EQ(Walk(scanner), Times(30));
         EXPECT_EQ(scanner.GetEnd(), End::BadRecord);
         ASSERT_TRUE(scanner.FindNext());
-        EXPECT_EQ(scanner.GetPosition(), 1116U);
-        EXPECT_EQ(Walk(scanner).size(), 39U);
+        EXPECT_EQ(scanner.GetPosition(), 3116U);
+        EXPECT_EQ(Walk(scanner).size(), 19U);
         EXPECT_EQ(scanner.GetEnd(), End::EndOfFile);
         EXPECT_FALSE(scanner.FindNext());
     }

@@ -63,11 +63,19 @@ protected:
         EXPECT_EQ(scanner.GetPosition(), position);
     }
 
-    // Walks a file of these chunks and nothing else.
+    // Walks a file of these chunks and nothing else: a new scanner, and one that has its window.
     void ExpectWalk(const std::vector<DataChunk>& chunks) const
     {
         Put(FileOf(chunks));
         DataChunkFileScanner scanner(path_);
+        ExpectWalk(scanner, chunks);
+        EXPECT_FALSE(scanner.FindNext());
+        scanner.GoTo(16, chunks.size());
+        ExpectWalk(scanner, chunks);
+    }
+
+    static void ExpectWalk(DataChunkFileScanner& scanner, const std::vector<DataChunk>& chunks)
+    {
         std::uint64_t position = Corvane::File::kHeaderSize;
         for (const DataChunk& chunk : chunks) {
             ExpectNext(scanner, chunk, position);

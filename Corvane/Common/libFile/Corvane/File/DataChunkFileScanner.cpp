@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -24,18 +23,24 @@ using Pellin::DataChunk;
 
 namespace {
 
-constexpr std::uint64_t kMaxPosition = INT64_MAX;
+constexpr std::uint64_t kMaxPosition = INT64_MAX;  // that the system can seek to
 
-// Sizes of the window in bytes. A larger one leaves the processor's cache.
+// Sizes in bytes. A larger window would leave the processor's cache. A longer record costs less through the descriptor:
+// a window would copy it once more.
 constexpr std::uint64_t kFirstWindow = std::uint64_t{1} << 16U;
 constexpr std::uint64_t kFullWindow = std::uint64_t{1} << 18U;
-constexpr std::uint64_t kLongestWindow = std::uint64_t{1} << 23U;  // a longer record is read through the descriptor
+
+// After a jump, the window is as long as the longest of the last records. Above this size, it would too often be
+// mostly in vain.
+constexpr std::uint64_t kLongestJumpWindow = std::uint64_t{1} << 14U;
+constexpr unsigned kLastRecords = 64;
+
+// So many calls for single records cost less than the mapping for a window.
+constexpr unsigned kRecordsBeforeWindow = 16;
 
 // Bytes that a search has after the one that it tries: twice the largest record, within these bounds.
 constexpr std::uint64_t kSearchedAhead = std::uint64_t{1} << 20U;
 constexpr std::uint64_t kMostSearchedAhead = std::uint64_t{1} << 31U;
-
-constexpr std::uint64_t kDecay = 256;  // the usual size becomes less by this part of it
 
 // Opens the file for reading and leaves its access time alone, if the system permits that.
 int OpenForReading(const std::string& filename)
@@ -128,17 +133,17 @@ bool Window::Load(int fd, std::uint64_t size, std::uint64_t position)
     return true;
 }
 
-// One image for all usual windows. Others get one for a power of two, so that growing records seldom need a new one.
+// One image for all windows of a walk. A search needs a larger one, and leaves it to the walk if it is not huge.
 bool Window::MakeRoom(std::uint64_t size)
 {
-    const bool isTooLarge = IsThere() && image_->Size() > kLongestWindow && size <= kLongestWindow;
+    constexpr std::uint64_t kHuge = std::uint64_t{1} << 23U;
+    const bool isTooLarge = IsThere() && image_->Size() > kHuge && size <= kFullWindow;
     if (IsThere() && image_->Size() >= size && !isTooLarge) {
         return true;
     }
     image_.reset();
     dirty_ = 0;
-    const std::uint64_t room = size <= kLongestWindow ? std::bit_ceil(std::max(size, kFullWindow)) : size;
-    if (tailRefused_ || !image_.emplace().CoverWithTail(room)) {
+    if (tailRefused_ || !image_.emplace().CoverWithTail(std::max(size, kFullWindow))) {
         image_.reset();
         tailRefused_ = true;
         return false;
@@ -152,7 +157,7 @@ bool Window::MakeRoom(std::uint64_t size)
 //
 // Its position is that of the present record; without one (recordSize_ is 0) the next record is tried there. Next is
 // short while the window has records: it stores where the record is and how long, and counts it.
-class DataChunkFileScanner::Walk {
+class [[gnu::visibility("hidden")]] DataChunkFileScanner::Walk {
 public:
     explicit Walk(std::string filename);
 
@@ -180,8 +185,9 @@ private:
 
     bool CanSearchWindow(std::uint64_t ahead) const;
     bool SearchWindow(std::uint64_t ahead);
+    std::uint64_t SizeInWindow() const;
     bool SearchThroughDescriptor();
-    bool Found();
+    bool Found(std::uint64_t recordSize);
 
     void NoteSize(std::uint64_t recordSize);
     std::uint64_t NextWindowSize(std::uint64_t lastSize) const;
@@ -200,8 +206,12 @@ private:
     std::uint64_t start_ = kHeaderSize;  // where the walk began
     std::uint64_t mostRecords_ = 0;
     std::uint64_t windowSize_ = kFirstWindow;  // to load next
-    std::uint64_t usualSize_ = 0;              // of the largest record; becomes less with each smaller one
-    std::uint64_t largestSize_ = 0;
+    bool isLongJump_ = false;                  // the next record is to be read through the descriptor
+    unsigned singleRecords_ = 0;               // read through the descriptor
+    std::uint64_t largestSize_ = 0;            // of all records
+    unsigned notedRecords_ = 0;                // in this round of kLastRecords
+    std::uint64_t largestOfRound_ = 0;
+    std::uint64_t largestOfRoundBefore_ = 0;
     End end_ = End::AllRead;
 
     std::string filename_;
@@ -269,17 +279,24 @@ bool DataChunkFileScanner::Walk::Stop(End end)
 void DataChunkFileScanner::Walk::GoTo(std::uint64_t position, std::uint64_t records)
 {
     NoteSize(recordSize_);
-    windowSize_ = usualSize_ == 0 ? kFirstWindow : usualSize_;
+    const std::uint64_t expected = std::max(largestOfRound_, largestOfRoundBefore_);
+    isLongJump_ = expected > kLongestJumpWindow;
+    windowSize_ = isLongJump_ || expected == 0 ? kFirstWindow : expected;
     window_.Empty();
     Begin(position, records);
 }
 
 void DataChunkFileScanner::Walk::NoteSize(std::uint64_t recordSize)
 {
-    if (recordSize != 0) {
-        usualSize_ = std::max(recordSize, usualSize_ - usualSize_ / kDecay);
-        largestSize_ = std::max(largestSize_, recordSize);
+    if (recordSize == 0) {
+        return;
     }
+    if (notedRecords_++ == kLastRecords) {
+        notedRecords_ = 1;
+        largestOfRoundBefore_ = std::exchange(largestOfRound_, 0);
+    }
+    largestOfRound_ = std::max(largestOfRound_, recordSize);
+    largestSize_ = std::max(largestSize_, recordSize);
 }
 
 bool DataChunkFileScanner::Walk::Next()
@@ -341,12 +358,11 @@ std::uint64_t DataChunkFileScanner::Walk::NextWindowSize(std::uint64_t lastSize)
 }
 
 // Lets Next look at the window from its position on, and loads it if needed. Returns false if the next record is to be
-// read through the descriptor: the first of all, because a window costs more than reading one record; very long ones;
-// and all if there can be no window.
+// read through the descriptor.
 bool DataChunkFileScanner::Walk::ShowInWindow(std::uint64_t size)
 {
-    const bool isWorthIt = size <= kLongestWindow && (window_.IsThere() || largestSize_ != 0);
-    if (!isWorthIt || !window_.IsPossible()) {
+    const bool isWorthIt = size <= kFullWindow && (window_.IsThere() || singleRecords_ >= kRecordsBeforeWindow);
+    if (std::exchange(isLongJump_, false) || !isWorthIt || !window_.IsPossible()) {
         return false;
     }
     if (visibleEnd_ != 0 && window_.Holds(position_, size)) {
@@ -383,6 +399,7 @@ bool DataChunkFileScanner::Walk::ReadThroughDescriptor()
     if (last >= kMaxPosition - position_ || !HasByteAt(position_ + last) || (size == 0 && !IsAllowedWithoutLength())) {
         return false;
     }
+    ++singleRecords_;
     recordSize_ = size;
     return true;
 }
@@ -413,7 +430,7 @@ bool DataChunkFileScanner::Walk::FindNext()
             break;
         }
         if (SearchWindow(ahead)) {
-            return Found();
+            return true;
         }
     }
     if (window_.Error() != 0) {
@@ -434,31 +451,42 @@ bool DataChunkFileScanner::Walk::CanSearchWindow(std::uint64_t ahead) const
 bool DataChunkFileScanner::Walk::SearchWindow(std::uint64_t ahead)
 {
     const std::uint64_t end = window_.IsFull() ? window_.End() - ahead + 1 : window_.End();
-    visibleEnd_ = window_.End();
     for (; position_ < end; ++position_) {
-        if (ReadFromWindow()) {
-            return true;
+        const std::uint64_t size = SizeInWindow();
+        if (size != 0) {
+            return Found(size);
         }
     }
     return false;
+}
+
+// The size of the good record at the position; 0 if there is none, or one without length.
+std::uint64_t DataChunkFileScanner::Walk::SizeInWindow() const
+{
+    DataChunk chunk;
+    if (chunk.ReadFrom(window_.At(position_)) == 0) {
+        return 0;
+    }
+    const std::uint64_t size = chunk.GetSizeOnFile();
+    return size <= window_.End() - position_ ? size : 0;
 }
 
 // Without a tail, memory cannot be parsed.
 bool DataChunkFileScanner::Walk::SearchThroughDescriptor()
 {
     for (; HasByteAt(position_); ++position_) {
-        if (ReadThroughDescriptor()) {
-            return Found();
+        if (ReadThroughDescriptor() && recordSize_ != 0) {
+            return Found(recordSize_);
         }
     }
     return Stop(End::EndOfFile);
 }
 
 // Begins a walk at the record that was found. Next reads it again, from the window if it is there.
-bool DataChunkFileScanner::Walk::Found()
+bool DataChunkFileScanner::Walk::Found(std::uint64_t recordSize)
 {
-    const std::uint64_t visible = std::max(recordSize_, kFullWindow);
     Begin(position_, UINT64_MAX);
+    const std::uint64_t visible = std::max(recordSize, kFullWindow);
     visibleEnd_ = window_.Holds(position_, 1) ? std::min(window_.End(), position_ + visible) : 0;
     return true;
 }
