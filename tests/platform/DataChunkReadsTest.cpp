@@ -16,6 +16,7 @@
 namespace {
 
 using Corvane::Pellin::DataChunk;
+using records::Field;
 using records::OpenFile;
 using records::Record;
 using support::SystemCalls;
@@ -95,6 +96,17 @@ TEST(Reads, InterruptedReadsAreRepeated)
         EXPECT_EQ(chunk.ReadFrom(file.Get(), Both()), TheRecord().size);
         EXPECT_EQ(calls.Fired(), 1U);
     }
+}
+
+// The value is the byte by which the directory begins, and that was read before.
+TEST(Reads, FailedReadIsNotReplacedByEarlierBytes)
+{
+    const OpenFile file(Record({Field("a", "\1")}).Bytes());
+    DataChunk chunk;
+    SystemCalls calls;
+    calls.Fail("read", EIO, 2);
+    EXPECT_EQ(chunk.ReadFrom(file.Get(), {"a"}), 0U);
+    EXPECT_EQ(calls.Fired(), 1U);
 }
 
 TEST(Reads, EveryFailedReadGivesNoRecord)
