@@ -351,7 +351,8 @@ class Build:
             if not self.run(program, folder):
                 sys.exit(f"mutants: {program} fails with the unchanged library")
             after = resource.getrusage(resource.RUSAGE_CHILDREN)
-            self.limits[program] = round(3 + 5 * (after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime))
+            used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+            self.limits[program] = round(20 + 10 * used)  # a busy machine must not find a mutant
 
     def judge(self, mutant, folder):
         """"invalid", "found by PROGRAM" or "survived"."""
