@@ -175,6 +175,20 @@ TEST_F(ToolProgram, NothingIsChangedNotEvenTheAccessTime)
     EXPECT_EQ(Run("stat -c %x%y%z sound damaged").out, before);
 }
 
+TEST_F(ToolProgram, HugeFileOfHolesIsCheckedAtOnce)
+{
+    Put("huge", FileOf({ChunkOfSize(1, 100)}));
+    std::error_code error;
+    std::filesystem::resize_file(folder_ / "huge", std::uint64_t{1} << 40U, error);
+    if (error) {
+        GTEST_SKIP() << "no file of 1 TiB here: " << error.message();
+    }
+    EXPECT_EQ(CodeOf("timeout 20 $CHUNKFILE check huge"), 0);
+    support::WriteFile(folder_ / "header", Word(2) + Word(5));
+    std::filesystem::resize_file(folder_ / "header", std::uint64_t{1} << 40U);
+    EXPECT_EQ(CodeOf("timeout 20 $CHUNKFILE check header"), 3);
+}
+
 TEST_F(ToolProgram, InfoCountsFields)
 {
     const Ran ran = Run("$CHUNKFILE info --fields --format json sound");

@@ -92,12 +92,12 @@ std::optional<RecordRun> SecondImage(const Input& input, const Survey& survey)
     return {};
 }
 
-// Needs nanoseconds.
-std::vector<std::uint64_t> OverTime(const HeldTimes& held, const TimeSpan& times, std::size_t parts)
+// Needs a time and nanoseconds.
+std::vector<std::uint64_t> OverTime(HeldTimes& held, std::size_t parts)
 {
     std::vector<std::uint64_t> numbers;
-    const auto least = Glue::NanosecondsOf(*times.least);
-    const auto most = Glue::NanosecondsOf(*times.most);
+    const auto least = Glue::NanosecondsOf(held.Least());
+    const auto most = Glue::NanosecondsOf(held.Most());
     if (parts == 0 || !least.has_value() || least == most) {
         return numbers;
     }
@@ -153,7 +153,7 @@ void SurveyTimes(HeldTimes& held, std::size_t parts, Survey& survey)
     times.distinct = held.Distinct();
     times.least.emplace(held.Least());
     times.most.emplace(held.Most());
-    survey.overTime = OverTime(held, times, parts);
+    survey.overTime = OverTime(held, parts);
 }
 
 void SurveyAfterEnd(Walk& walk, const Input& input, Survey& survey)

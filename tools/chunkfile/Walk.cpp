@@ -179,8 +179,7 @@ Walk::Candidate Walk::ReadRun()
         run.end = scanner_.GetPosition() + chunk.GetSizeOnFile();
         if (++run.records <= room_) {
             const TimePoint timePoint = chunk.GetTimePoint();
-            const TimePoint* const before =
-                candidate.times.empty() ? (last_ ? &*last_ : nullptr) : &candidate.times.back();
+            const TimePoint* const before = candidate.times.empty() ? LastAccepted() : &candidate.times.back();
             candidate.ascends = candidate.ascends && (before == nullptr || *before < timePoint);
             candidate.times.push_back(timePoint);
         }

@@ -90,6 +90,7 @@ private:
     WalkEnd WhyItEnded();
     void Accept(const Time::TimePoint& timePoint);
     void NoteAnnounced(std::uint64_t position);
+    const Time::TimePoint* LastAccepted() const { return last_ ? &*last_ : nullptr; }
     bool SkipUnreadable();
     bool Find();
     Candidate ReadRun();
