@@ -155,8 +155,10 @@ bool Window::MakeRoom(std::uint64_t size)
 
 // Where a walk stands, and what it needs to go on.
 //
-// Its position is that of the present record; without one (recordSize_ is 0) the next record is tried there. Next is
+// position_ is where the present record begins. Without one (recordSize_ is 0) the next record is tried there. Next is
 // short while the window has records: it stores where the record is and how long, and counts it.
+//
+// Hidden, because otherwise the compiler could not inline its members.
 class [[gnu::visibility("hidden")]] DataChunkFileScanner::Walk {
 public:
     explicit Walk(std::string filename);
