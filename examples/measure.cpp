@@ -85,10 +85,13 @@ std::uint64_t Read(DataChunkFileReader& file, const std::set<std::string>& field
 
 void DamageAndRecover(const std::string& name, std::uint64_t end)
 {
-    std::cout << "Damaging a copy in the middle, reopening it, and appending a chunk\n";
-    const std::string copy = name + ".damaged";
-    std::filesystem::copy_file(name, copy, std::filesystem::copy_options::overwrite_existing);
-    std::fstream(copy).seekp(static_cast<std::streamoff>(end / 2)).write("damaged", 7);
+    std::cout << "Damaging a copy in the middle, reopening a copy of that, and appending a chunk\n";
+    constexpr auto overwrite = std::filesystem::copy_options::overwrite_existing;
+    const std::string damaged = name + ".damaged";
+    std::filesystem::copy_file(name, damaged, overwrite);
+    std::fstream(damaged).seekp(static_cast<std::streamoff>(end / 2)).write("damaged", 7);
+    const std::string copy = name + ".recovered";
+    std::filesystem::copy_file(damaged, copy, overwrite);
     Require(DataChunkFileAppender(copy, true, kMaxSize).Append(Measure()), "append to a recovered file");
     DataChunkFileReader file(copy);
     Read(file, {});

@@ -111,6 +111,8 @@ configuring_stops_with() {
 MissingPackagesAreNamed() {
     local no_xxhash=(-DCMAKE_FIND_ROOT_PATH=/nowhere -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY)
     configuring_stops_with "xxHash is missing. On Debian: apt-get install libxxhash-dev" "${no_xxhash[@]}"
+    configuring_stops_with "CLI11 is missing. On Debian: apt-get install libcli11-dev" \
+        -DCORVANE_FILE_TOOLS=ON -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON
     configuring_stops_with "GoogleTest is missing. On Debian: apt-get install libgtest-dev" \
         -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
     PKG_CONFIG_LIBDIR=/nowhere configuring_stops_with "fuse 3 is missing. On Debian: apt-get install libfuse3-dev"
@@ -210,6 +212,7 @@ SymbolsFileNamesEveryExportedName() {
 PackagesNameWhatTheyDependOn() {
     dpkg-deb -f "$packages"/libcorvanefile1_*.deb Depends | grep 'libc6 .*libstdc++6 .*libxxhash0'
     [ "$(dpkg-deb -f "$packages"/libcorvanefile-dev_*.deb Depends)" = "libcorvanefile1 (= $VERSION)" ]
+    dpkg-deb -f "$packages"/corvane-file-tools_*.deb Depends | grep -E "libc6 .*libcorvanefile1 \\(= $VERSION\\)|libcorvanefile1 \\(= $VERSION\\).*libc6 "
 }
 
 is_installed() {
@@ -221,7 +224,7 @@ apt() {
 }
 
 remove_packages() {
-    ! is_installed libcorvanefile1 || apt purge libcorvanefile-dev libcorvanefile1
+    ! is_installed libcorvanefile1 || apt purge corvane-file-tools libcorvanefile-dev libcorvanefile1
 }
 
 PackagesInstallServeAndLeaveNothing() {
@@ -235,15 +238,16 @@ PackagesInstallServeAndLeaveNothing() {
     cmake --build "$folder" >/dev/null
     "$folder/outside" "$folder/file.chunks"
     ldd "$folder/outside" | grep '=> /.*lib/.*/libCorvaneFile.so.1 '
+    /usr/bin/chunkfile check "$folder/file.chunks"
     remove_packages
     nothing_is_left
 }
 
 nothing_is_left() {
-    ! dpkg-query -W 'libcorvanefile*' 2>/dev/null || fail "packages are left"
+    ! dpkg-query -W 'libcorvanefile*' corvane-file-tools 2>/dev/null || fail "packages are left"
     ! ldconfig -p | grep Corvane || fail "the loader still knows the library"
     for package in "$packages"/*.deb; do
-        dpkg-deb --fsys-tarfile "$package" | tar -t | sed 's/^\.//' | grep -iE 'corvane|tarn' |
+        dpkg-deb --fsys-tarfile "$package" | tar -t | sed 's/^\.//' | grep -iE 'corvane|tarn|chunkfile' |
             while read -r path; do [ ! -e "$path" ] || fail "$path is left"; done
     done
 }
@@ -289,7 +293,8 @@ PackagedFilesAreHardenedAndSearchNoFolderOfTheirOwn() {
     local folder
     folder=$(scratch unpacked)
     dpkg-deb -x "$packages"/libcorvanefile1_*.deb "$folder"
-    for file in "$folder"/usr/lib/*/libCorvane{File,Platform}.so."$VERSION"; do
+    dpkg-deb -x "$packages"/corvane-file-tools_*.deb "$folder"
+    for file in "$folder"/usr/lib/*/libCorvane{File,Platform}.so."$VERSION" "$folder/usr/bin/chunkfile"; do
         is_hardened "$file"
         ! readelf -dW "$file" | grep -E 'RPATH|RUNPATH' || fail "$file searches there"
     done

@@ -121,11 +121,11 @@ TEST_F(Measure, ShowsARefusedDuplicateAndARefusedOversizeChunk)
 
 TEST_F(Measure, RecoversADamagedCopyAndAppendsToIt)
 {
-    const std::size_t count = support::ReadAll(path_ + ".damaged").size();
+    const std::size_t count = support::ReadAll(path_ + ".recovered").size();
     EXPECT_LE(count, support::ReadAll(path_).size());
-    EXPECT_TRUE(HasPrinted("  20 DataChunkFileAppender In file " + path_ + ".damaged: we discovered "));
+    EXPECT_TRUE(HasPrinted("  20 DataChunkFileAppender In file " + path_ + ".recovered: we discovered "));
     EXPECT_TRUE(HasPrinted("  40 DataChunkFileAppender Chunk " + std::to_string(count - 1) + " in file "));
-    EXPECT_TRUE(HasPrinted(path_ + ".damaged opened, contains " + std::to_string(count) + " chunks on version 2\n"));
+    EXPECT_TRUE(HasPrinted(path_ + ".recovered opened, contains " + std::to_string(count) + " chunks on version 2\n"));
 }
 
 TEST_F(Measure, TagsItsFileAndShowsBothLogEntriesOfAFailure)
