@@ -40,7 +40,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME corvane-file-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
-    "${description}This package contains chunkfile, which shows the records of such files and judges damaged ones.")
+    "${description}This package contains chunkfile, which shows and judges such files.")
 
 set(debian ${PROJECT_BINARY_DIR}/debian)
 string(TIMESTAMP year "%Y" UTC)

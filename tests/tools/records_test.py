@@ -8,7 +8,7 @@ import signal
 import subprocess
 import unittest
 
-from chunk_writer import image, record
+from chunk_writer import record
 from program import BEGIN, SECOND, ProgramTest, minimal_record, time_text
 
 

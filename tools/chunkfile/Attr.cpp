@@ -40,7 +40,7 @@ bool Carry(const std::string& path, const AttributeOptions& attribute, Terminal&
         const std::string value = ExtendedAttributes::Read(path, attribute.name, done);
         WriteValue(terminal, done ? value : "");
     } else if (attribute.action == "set") {
-        ExtendedAttributes::Write(path, attribute.name, *attribute.value, done);
+        ExtendedAttributes::Write(path, attribute.name, attribute.value.value_or(""), done);
     } else {
         ExtendedAttributes::Remove(path, attribute.name, done);
     }

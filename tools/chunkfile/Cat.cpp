@@ -142,7 +142,7 @@ Exit CatCsv(const Options& options, const Input& input, Terminal& terminal, bool
 // The bytes of the records as they are in the file.
 Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
 {
-    std::vector<unsigned char> bytes(64 * 1024);
+    std::vector<unsigned char> bytes(65536);
     return PrintSelected(options, input, terminal, [&](const FoundRecord& record) {
         if (record.standing == Standing::Doubtful) {
             return;
@@ -160,18 +160,28 @@ Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
     });
 }
 
+// Options that do not go together. Empty if all is well.
+std::string WrongUse(const Options& options, const Terminal& terminal)
+{
+    if (options.format == Format::Raw && terminal.IsTerminal()) {
+        return "raw records do not go to a terminal: redirect standard output";
+    }
+    if (options.format == Format::Raw && !options.fields.empty()) {
+        return "--fields has no meaning for --format raw";
+    }
+    if (options.format == Format::Csv && options.fields.empty() && options.paths.size() > 1) {
+        return "--format csv of several files needs --fields";
+    }
+    return {};
+}
+
 }  // namespace
 
 Exit Cat(const Options& options, Terminal& terminal)
 {
     const bool csv = options.format == Format::Csv;
     const bool raw = options.format == Format::Raw;
-    const char* const wrong =
-        raw && terminal.IsTerminal()     ? "raw records do not go to a terminal: redirect standard output"
-        : raw && !options.fields.empty() ? "--fields has no meaning for --format raw"
-        : csv && options.fields.empty() && options.paths.size() > 1 ? "--format csv of several files needs --fields"
-                                                                    : nullptr;
-    if (wrong != nullptr) {
+    if (const std::string wrong = WrongUse(options, terminal); !wrong.empty()) {
         terminal.Error(wrong);
         return Exit::Usage;
     }

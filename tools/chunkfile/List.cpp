@@ -1,4 +1,6 @@
 // chunkfile list: a line for each record.
+#include <array>
+
 #include "chunkfile/Csv.h"
 #include "chunkfile/Glue.h"
 #include "chunkfile/Json.h"
@@ -9,9 +11,15 @@ namespace Corvane::FileTool {
 
 namespace {
 
-const char* StandingText(Standing standing)
+struct StandingText {
+    const char* word;
+    const char* mark;  // before the index in a table
+};
+
+StandingText TextOf(Standing standing)
 {
-    return standing == Standing::Counted ? "counted" : (standing == Standing::Found ? "found" : "doubtful");
+    constexpr std::array<StandingText, 3> texts = {{{"counted", ""}, {"found", "+"}, {"doubtful", "?"}}};
+    return texts[static_cast<std::size_t>(standing)];
 }
 
 // Nothing if the platform does not show its fields.
@@ -72,8 +80,7 @@ private:
 
     std::string TableLine(const FoundRecord& record, const std::string& time, const Names& names) const
     {
-        const char* const mark =
-            record.standing == Standing::Counted ? "" : (record.standing == Standing::Found ? "+" : "?");
+        const char* const mark = TextOf(record.standing).mark;
         std::string line = Columns(mark + std::to_string(record.index), std::to_string(record.position),
                                    std::to_string(record.chunk.GetSizeOnFile()), Terminal::Escaped(time));
         const char* comma = "";
@@ -90,7 +97,7 @@ private:
         JsonDocument line;
         line.Open('{').Member("schema", "chunkfile.list/1").Member("index", record.index);
         line.Member("position", record.position).Member("size", record.chunk.GetSizeOnFile());
-        line.Member("time", time).Member("standing", StandingText(record.standing));
+        line.Member("time", time).Member("standing", TextOf(record.standing).word);
         if (names) {
             line.Open('[', "fields");
             for (const std::string& name : *names) {
@@ -106,7 +113,7 @@ private:
         std::string line = std::to_string(record.index) + "," + std::to_string(record.position) + "," +
                            std::to_string(record.chunk.GetSizeOnFile()) + ",";
         AppendCsv(line, time);
-        line.append(",").append(StandingText(record.standing)).append(",");
+        line.append(",").append(TextOf(record.standing).word).append(",");
         std::string joined;
         for (const std::string& name : names.value_or(std::vector<std::string>())) {
             joined.append(joined.empty() ? "" : " ").append(TextOrBase64(name));

@@ -55,7 +55,7 @@ public:
     /// The text for people: `\x1b` for each byte that could control a terminal or that the locale cannot show.
     static std::string Escaped(std::string_view text);
 
-    /// The beginning of an escaped text that fits so many columns, with an ellipsis if it is not all.
+    /// The beginning of an escaped text that fits this number of columns, with an ellipsis if some is left out.
     static std::string Fitting(std::string_view text, std::uint64_t columns);
 
     bool IsTerminal() const { return terminal_; }  ///< whether stdout is one
