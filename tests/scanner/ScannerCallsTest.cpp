@@ -109,7 +109,7 @@ TEST_F(ScannerCalls, OtherErrorsOfOpenAreThrown)
     EXPECT_EQ(calls.Calls("open").size(), 1U);
 }
 
-// The chunk's own two reads are those of a reader; the last read sees that the record lies within the file.
+// The chunk reads twice, as with a reader; the last read sees that the record lies within the file.
 TEST_F(ScannerCalls, FirstRecordComesThroughTheDescriptorWithoutAnyMapping)
 {
     Put(1, 100);
@@ -165,6 +165,20 @@ TEST_F(ScannerCalls, JumpReadsOneRecord)
     EXPECT_EQ(scanner.GetChunk().GetTimePoint().Nanoseconds(), 700);
     ASSERT_EQ(calls.Names(), Lines{"pread"});
     EXPECT_EQ(calls.Calls()[0].size, 100U);
+}
+
+// The window then has all that is left, even if that is less than the last record.
+TEST_F(ScannerCalls, WindowThatEndsWithTheFileIsReadToItsEnd)
+{
+    std::vector<DataChunk> chunks;
+    for (int i = 0; i < 20; ++i) {
+        chunks.push_back(ChunkOfSize(i, i % 2 == 0 ? 100 : 40));
+    }
+    support::WriteFile(path_, FileOf(chunks));
+    DataChunkFileScanner scanner(path_);
+    const SystemCalls calls;
+    EXPECT_EQ(Walk(scanner), Times(20));
+    EXPECT_EQ(Windows(calls).size(), 2U);  // the second met the end of the file
 }
 
 TEST_F(ScannerCalls, InterruptedReadsAreRepeated)

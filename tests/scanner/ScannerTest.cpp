@@ -107,7 +107,7 @@ TEST_F(Scanner, RecordsOfEverySizeAreRead)
         Chunks({40, 70'000, 57, 300'000, 300'001, 1 << 20, 64, 2 << 20, 9 << 20, 9 << 20, 40, 5000, 200'000, 64}));
 }
 
-// Sizes around those of the windows, in an order that repeats every time.
+// Sizes around those of the windows, each three times.
 TEST_F(Scanner, RecordsThatJustFitAWindowAreRead)
 {
     std::vector<std::uint64_t> sizes;
@@ -406,6 +406,34 @@ TEST_F(Scanner, JumpReadsTheFileAnew)
     ExpectNext(scanner, rewritten, 116);
 }
 
+TEST_F(Scanner, SearchAfterAJumpReadsTheFileAnew)
+{
+    const auto chunks = Chunks({100, 100});
+    const std::string file = FileOf(chunks);
+    Put(file);
+    DataChunkFileScanner scanner(path_);
+    ASSERT_TRUE(scanner.FindNext());
+    Put(file.substr(0, 16) + std::string(100, 'x') + file.substr(116));
+    scanner.GoTo(16);
+    ASSERT_TRUE(scanner.FindNext());
+    EXPECT_EQ(scanner.GetPosition(), 116U);
+}
+
+TEST_F(Scanner, SearchInAWindowFindsWhatTheFileHasGrownBy)
+{
+    const auto chunks = Chunks({100, 57, 75});
+    const std::string file = FileOf(chunks);
+    Put(file.substr(0, 200));
+    DataChunkFileScanner scanner(path_);
+    scanner.GoTo(17);
+    ASSERT_TRUE(scanner.FindNext());
+    ExpectNext(scanner, chunks[1], 116);
+    ExpectEnd(scanner, End::BadRecord, 173);
+    Put(file);
+    ASSERT_TRUE(scanner.FindNext());
+    ExpectNext(scanner, chunks[2], 173);
+}
+
 // The part that a window has of a larger one before it must not show.
 TEST_F(Scanner, BytesOfAnEarlierWindowDoNotCompleteARecord)
 {
@@ -417,6 +445,9 @@ TEST_F(Scanner, BytesOfAnEarlierWindowDoNotCompleteARecord)
         ASSERT_TRUE(scanner.Next());
     }
     for (const std::uint64_t cut : {1U, 50U, 99U}) {
+        Put(file);
+        scanner.GoTo(116);
+        ExpectNext(scanner, chunks[1], 116);
         Put(file.substr(0, 116 + cut));
         scanner.GoTo(116);
         ExpectEnd(scanner, End::BadRecord, 116);

@@ -331,7 +331,7 @@ bool DataChunkFileScanner::Walk::ReadFromWindow()
 // Reads the file for the next record: into the window, and if that does not suffice, through the descriptor.
 bool DataChunkFileScanner::Walk::NextFromFile(std::uint64_t lastSize)
 {
-    if (numberRead_ == limit_) {
+    if (numberRead_ >= limit_) {
         return Stop(limit_ == mostRecords_ ? End::AllRead : End::BadRecord);
     }
     NoteSize(lastSize);
