@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
@@ -192,6 +193,26 @@ TEST_F(ScannerCollaborators, SearchBelievesTheChunk)
     DataChunkFileScanner scanner(path_);
     ASSERT_TRUE(scanner.FindNext());
     EXPECT_EQ(scanner.GetPosition(), 19U);
+}
+
+TEST_F(ScannerCollaborators, ZerosFollowTheFilesLastByteWhateverWasReadBefore)
+{
+    Put(std::vector<std::uint64_t>(30, 100), 30);
+    DataChunkFileScanner scanner(path_);
+    ASSERT_TRUE(scanner.FindNext());
+    ASSERT_TRUE(scanner.Next());
+    scanner.GoTo(116);
+    ASSERT_TRUE(scanner.Next());
+    support::WriteFile(path_, support::ReadFile(path_).substr(0, 166));
+    int parsed = 0;
+    DataChunk::parse = [&](DataChunk&, const unsigned char* record) {
+        ++parsed;
+        EXPECT_EQ(std::count(record + 50, record + 5000, 0), 4950);
+        return std::uint64_t{0};
+    };
+    scanner.GoTo(116);
+    EXPECT_FALSE(scanner.Next());
+    EXPECT_EQ(parsed, 1);
 }
 
 // Otherwise a search would find the same position again and again.
