@@ -93,8 +93,8 @@ std::vector<std::string> AllNames(const Input& input)
 {
     std::set<std::string, std::less<>> names;
     const auto add = [&](std::string_view name, std::string_view /*value*/) {
-        if (names.find(name) == names.end()) {
-            names.emplace(name);
+        if (const auto place = names.lower_bound(name); place == names.end() || *place != name) {
+            names.emplace_hint(place, name);
         }
     };
     const auto visit = [&](const FoundRecord& record) {

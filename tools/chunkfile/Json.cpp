@@ -12,15 +12,19 @@ namespace {
 
 constexpr std::string_view kBase64Mark = "base64:";
 
-// The two digits of each twelve bits.
-constexpr auto kBase64 = [] {
+using Base64Pairs = std::array<std::array<char, 2>, 4096>;
+
+constexpr Base64Pairs MakeBase64Pairs()
+{
     constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::array<std::array<char, 2>, 4096> pairs = {};
+    Base64Pairs pairs = {};
     for (std::size_t i = 0; i < pairs.size(); ++i) {
         pairs[i] = {digits[i / 64], digits[i % 64]};
     }
     return pairs;
-}();
+}
+
+constexpr Base64Pairs kBase64 = MakeBase64Pairs();  // the two digits of each twelve bits
 
 // Three bytes, or the last one or two and zeros, as four digits.
 void EncodeGroup(const char* bytes, std::size_t size, char* digits)
