@@ -14,7 +14,7 @@ namespace Corvane::FileTool {
 /// Time points of records. It takes little more memory than the time points themselves, where these can be moved.
 class HeldTimes {
 public:
-    /// Add the times in the order of the records, those of the header's count first.
+    /// Add times in the order of the records. The counted records come first.
     void Add(const Time::TimePoint& timePoint)
     {
         if (!times_.empty() && !(times_.back() < timePoint)) {
@@ -35,7 +35,7 @@ public:
     /// How often a time was before the one added last.
     std::uint64_t Descents() const { return descents_; }
 
-    /// The number of time points of which none equals another.
+    /// The number of different time points.
     std::uint64_t Distinct()
     {
         if (ascends_) {

@@ -45,7 +45,7 @@ struct TimeSpan {
     std::optional<Time::TimePoint> most;
     std::uint64_t descents = 0;  ///< how often a time is before the one that precedes it
     std::optional<Descent> firstDescent;
-    std::uint64_t distinct = 0;  ///< time points of which none equals another
+    std::uint64_t distinct = 0;  ///< the number of different time points
 };
 
 /// What follows the last counted record, if all were read.
