@@ -29,6 +29,7 @@ protected:
     void Put(std::size_t count, std::uint64_t size) const
     {
         std::vector<DataChunk> chunks;
+        chunks.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
             chunks.push_back(ChunkOfSize(static_cast<std::int64_t>(i), size));
         }
@@ -293,7 +294,7 @@ TEST_F(ScannerCalls, JumpToALongRecordGoesThroughTheDescriptor)
     EXPECT_EQ(calls.Names(), (Lines{"lseek64", "read", "read", "pread"}));
     EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>{});
     EXPECT_TRUE(scanner.Next());
-    EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>{3 * ((1 << 14U) + 1)});
+    EXPECT_EQ(Windows(calls), std::vector<std::uint64_t>{3 * ((std::uint64_t{1} << 14U) + 1)});
 }
 
 // The longest of the last 64 to 128 records decides.
