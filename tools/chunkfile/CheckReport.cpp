@@ -127,7 +127,7 @@ void WriteJson(Terminal& terminal, const Checked& checked)
     json.Member("verdict", NameOf(checked.verdict)).Member("size", survey.size);
     json.Member("version", std::to_string(survey.version)).Member("count", std::to_string(survey.count));
     json.Member("records", survey.end.records).Member("end", survey.end.position);
-    if (survey.times.first) {
+    if (survey.times.first && survey.times.last) {
         json.Member("first", TimeText(*survey.times.first)).Member("last", TimeText(*survey.times.last));
     }
     AddFindings(json, checked.findings);
@@ -166,13 +166,12 @@ void WriteCsv(Terminal& terminal, bool first, const Checked& checked)
 
 void WriteReport(Terminal& terminal, Format format, bool first, const Checked& checked)
 {
-    switch (format) {
-        case Format::Json:
-            return WriteJson(terminal, checked);
-        case Format::Csv:
-            return WriteCsv(terminal, first, checked);
-        default:
-            return WriteTable(terminal, checked);
+    if (format == Format::Json) {
+        WriteJson(terminal, checked);
+    } else if (format == Format::Csv) {
+        WriteCsv(terminal, first, checked);
+    } else {
+        WriteTable(terminal, checked);
     }
 }
 

@@ -119,7 +119,7 @@ std::vector<Line> TimeLines(const Survey& survey, bool utf8)
 {
     std::vector<Line> lines;
     const TimeSpan& times = survey.times;
-    if (!times.first) {
+    if (!times.first || !times.last) {
         return lines;
     }
     lines.emplace_back("first", TimeText(*times.first));
@@ -172,7 +172,7 @@ void WriteJson(Terminal& terminal, const Facts& facts)
     json.Open('{').Member("schema", "chunkfile.info/1").Member("file", facts.file);
     json.Member("version", std::to_string(survey.version)).Member("count", std::to_string(survey.count));
     json.Member("reopens", survey.version == File::kFormatVersion).Member("records", survey.end.records);
-    if (survey.times.first) {
+    if (survey.times.first && survey.times.last) {
         json.Member("first", TimeText(*survey.times.first)).Member("last", TimeText(*survey.times.last));
         json.Member("descents", survey.times.descents).Member("timePoints", survey.times.distinct);
     }
@@ -236,13 +236,12 @@ std::size_t BarsThatFit(const Terminal& terminal)
 
 void WriteInfo(Terminal& terminal, Format format, bool first, const Facts& facts)
 {
-    switch (format) {
-        case Format::Json:
-            return WriteJson(terminal, facts);
-        case Format::Csv:
-            return WriteCsv(terminal, first, facts);
-        default:
-            return WriteTable(terminal, first, facts);
+    if (format == Format::Json) {
+        WriteJson(terminal, facts);
+    } else if (format == Format::Csv) {
+        WriteCsv(terminal, first, facts);
+    } else {
+        WriteTable(terminal, first, facts);
     }
 }
 
