@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdio>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -14,6 +15,11 @@ struct Breach {
     const char* rule;
 };
 
+void PrintTo(const Breach& breach, std::ostream* stream)
+{
+    *stream << breach.fault;
+}
+
 struct Outcome {
     int code;
     std::string output;
@@ -23,7 +29,7 @@ struct Outcome {
 Outcome RunKit(const std::string& fault, const std::string& test)
 {
     const std::string command =
-        "CORVANE_FAULT=" + fault + " " BROKEN_CONFORMANCE " --gtest_filter=Conformance." + test + " 2>&1";
+        "CORVANE_FAULT=" + fault + " '" BROKEN_CONFORMANCE "' --gtest_filter=Conformance." + test + " 2>&1";
     std::FILE* const pipe = ::popen(command.c_str(), "r");  // NOLINT(cert-env33-c): the command is ours
     if (pipe == nullptr) {
         throw std::runtime_error("no pipe");

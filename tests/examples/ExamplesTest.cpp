@@ -21,7 +21,7 @@ protected:
     // Runs an example with the file's name as its last argument and keeps its output.
     void Run(const std::string& example, const std::string& arguments = "")
     {
-        const std::string command = EXAMPLES_FOLDER "/" + example + " " + arguments + " " + path_ + " 2>&1";
+        const std::string command = "'" EXAMPLES_FOLDER "/" + example + "' " + arguments + " '" + path_ + "' 2>&1";
         FILE* const output = ::popen(command.c_str(), "r");  // NOLINT(cert-env33-c): our own programs
         ASSERT_NE(output, nullptr);
         std::array<char, 4096> bytes = {};
@@ -142,7 +142,8 @@ TEST_F(Measure, TagsItsFileAndShowsBothLogEntriesOfAFailure)
 
 TEST(MeasureUsage, IsPrintedIfTheSecondsAreNoNumber)
 {
-    FILE* const output = ::popen(EXAMPLES_FOLDER "/measure soon 2>&1", "r");  // NOLINT(cert-env33-c): our own program
+    FILE* const output =
+        ::popen("'" EXAMPLES_FOLDER "/measure' soon 2>&1", "r");  // NOLINT(cert-env33-c): our own program
     ASSERT_NE(output, nullptr);
     std::array<char, 100> line = {};
     EXPECT_NE(std::fgets(line.data(), line.size(), output), nullptr);

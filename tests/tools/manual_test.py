@@ -4,6 +4,7 @@ usage: manual_test.py [update]   update writes what the tool prints into the pag
 """
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -103,7 +104,7 @@ class Manual(unittest.TestCase):
 class Completion(unittest.TestCase):
     def completed(self, *words):
         """What bash offers after these words, the last of which is being typed."""
-        script = f"source {COMPLETION}; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _chunkfile; echo \"${{COMPREPLY[*]}}\""
+        script = f"source {shlex.quote(str(COMPLETION))}; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _chunkfile; echo \"${{COMPREPLY[*]}}\""
         done = subprocess.run(["bash", "-c", script, "bash", "chunkfile", *words], cwd=TOOLS, check=True,
                               capture_output=True, text=True)
         self.assertEqual(done.stderr, "")
