@@ -281,10 +281,10 @@ unsigned char* DataChunk::Write(unsigned char* record) const
 std::uint64_t DataChunk::ReadFrom(const unsigned char* record)
 {
     Head head;
-    FieldMap fields;
     if (!ParseHead(record, head)) {
         return 0;
     }
+    FieldMap fields;
     MemorySource body(record + kHeadSize);
     if (!ParseBody(body, head, nullptr, fields)) {
         return 0;
