@@ -27,7 +27,8 @@ std::uint64_t WalkWithReader(DataChunkFileScanner& scanner, DataChunkFileReader&
         Check(scanner.GetPosition() == position, "its position is the end of the one before");
         Check(fuzz::Equal(scanner.GetChunk(), chunk), "both have the same content");
         position += chunk.GetSizeOnFile();
-        Check(scanner.GetNumberRead() == ++count && count <= most, "each record counts");
+        ++count;
+        Check(scanner.GetNumberRead() == count && count <= most, "each record counts");
     }
     DataChunk chunk;
     const bool isAll = count == most;

@@ -14,7 +14,7 @@ std::optional<Facts> FactsOf(const std::string& path, const Options& options, Te
         const Input input(path);
         SurveyOptions wanted;
         wanted.countFields = options.countFields;
-        wanted.parts = BarsThatFit(terminal);
+        wanted.parts = BarsThatFit();
         wanted.progress = [&](std::uint64_t position) { terminal.Progress(input.Name(), position, input.Size()); };
         return Facts{input.Name(), options.countFields, SurveyOf(input, wanted)};
     } catch (const std::runtime_error& error) {

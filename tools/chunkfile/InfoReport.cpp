@@ -159,7 +159,7 @@ std::vector<Line> LinesOf(const Facts& facts, bool utf8)
 void WriteTable(Terminal& terminal, bool first, const Facts& facts)
 {
     terminal.Write((first ? "" : "\n") + terminal.Styled(Terminal::Style::Bold, Terminal::Escaped(facts.file)) + "\n");
-    for (const auto& [name, text] : LinesOf(facts, terminal.Utf8())) {
+    for (const auto& [name, text] : LinesOf(facts, Terminal::Utf8())) {
         const std::string padded = "  " + name + std::string(kNameWidth - name.size(), ' ');
         terminal.Write(terminal.Styled(Terminal::Style::Dim, padded) + text + "\n");
     }
@@ -227,10 +227,10 @@ void WriteCsv(Terminal& terminal, bool first, const Facts& facts)
 
 }  // namespace
 
-std::size_t BarsThatFit(const Terminal& terminal)
+std::size_t BarsThatFit()
 {
     constexpr std::size_t kMost = 100;
-    const std::uint64_t width = terminal.Width();
+    const std::uint64_t width = Terminal::Width();
     return std::clamp<std::size_t>(width, kNameWidth + 10, kMost + kNameWidth + 2) - kNameWidth - 2;
 }
 

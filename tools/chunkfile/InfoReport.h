@@ -17,7 +17,7 @@ struct Facts {
 };
 
 /// The number of bars over time for which there is room.
-std::size_t BarsThatFit(const Terminal& terminal);
+std::size_t BarsThatFit();
 
 /// Writes it in this format. `first`: no other file came before.
 void WriteInfo(Terminal& terminal, Format format, bool first, const Facts& facts);

@@ -67,7 +67,7 @@ private:
 
     std::string Fitted(const std::string& line) const
     {
-        return terminal_.IsTerminal() ? Terminal::Fitting(line, terminal_.Width()) : line;
+        return terminal_.IsTerminal() ? Terminal::Fitting(line, Terminal::Width()) : line;
     }
 
     std::string Columns(const std::string& index, const std::string& position, const std::string& size,

@@ -25,7 +25,8 @@ bool TakeFormat(Options& options, const std::string& text)
 
 bool TakeColor(Options& options, const std::string& text)
 {
-    options.color = text == "always" ? When::Always : (text == "never" ? When::Never : When::Auto);
+    const When unlessNever = text == "never" ? When::Never : When::Auto;
+    options.color = text == "always" ? When::Always : unlessNever;
     return true;
 }
 

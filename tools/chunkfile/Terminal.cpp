@@ -33,7 +33,7 @@ bool IsAble(int descriptor)
 
 bool LocaleIsUtf8()
 {
-    static const bool is = std::string_view(::nl_langinfo(CODESET)) == "UTF-8";
+    static const bool is = std::string_view(::nl_langinfo(CODESET)) == "UTF-8";  // NOLINT(*-mt-unsafe): one thread
     return is;
 }
 
@@ -55,7 +55,10 @@ int ColumnsOf(std::uint32_t code)
     if (code == kNoCharacter || turns || IsControl(code)) {
         return -1;
     }
-    return code < 0x80 ? 1 : (LocaleIsUtf8() ? ::wcwidth(static_cast<wchar_t>(code)) : -1);
+    if (code < 0x80) {
+        return 1;
+    }
+    return LocaleIsUtf8() ? ::wcwidth(static_cast<wchar_t>(code)) : -1;
 }
 
 // Throws OutputError.
@@ -149,12 +152,12 @@ std::string Terminal::Fitting(std::string_view text, std::uint64_t columns)
     return std::string(text);
 }
 
-bool Terminal::Utf8() const
+bool Terminal::Utf8()
 {
     return LocaleIsUtf8();
 }
 
-std::uint64_t Terminal::Width() const
+std::uint64_t Terminal::Width()
 {
     return WidthOf(STDOUT_FILENO);
 }

@@ -59,8 +59,8 @@ public:
     static std::string Fitting(std::string_view text, std::uint64_t columns);
 
     bool IsTerminal() const { return terminal_; }  ///< whether stdout is one
-    bool Utf8() const;                             ///< whether stdout takes more than ASCII
-    std::uint64_t Width() const;                   ///< columns of stdout now; 80 if it is no terminal
+    static bool Utf8();                            ///< whether stdout takes more than ASCII
+    static std::uint64_t Width();                  ///< columns of stdout now; 80 if it is no terminal
 
 private:
     void ShowProgress(std::string_view file, std::uint64_t done, std::uint64_t size);

@@ -83,8 +83,10 @@ bool HasForm(std::string_view text, std::string_view pattern)
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char expected = pattern[i];
         const char found = i < text.size() ? text[i] : '\0';
-        const bool digit = found >= '0' && found <= '9';
-        if (expected == '0' ? !digit : found != expected && !(expected == 'T' && (found == 't' || found == ' '))) {
+        const bool isDigit = found >= '0' && found <= '9';
+        const bool separates = expected == 'T' && (found == 't' || found == ' ');
+        const bool fits = expected == '0' ? isDigit : found == expected || separates;
+        if (!fits) {
             return false;
         }
     }
@@ -161,7 +163,8 @@ void AppendNumber(std::string& text, std::int64_t number, std::size_t digits)
 
 std::int64_t TimeBound::In(std::int64_t first, std::int64_t last) const
 {
-    const std::int64_t origin = base == Base::Epoch ? 0 : (base == Base::First ? first : last);
+    const std::int64_t end = base == Base::First ? first : last;
+    const std::int64_t origin = base == Base::Epoch ? 0 : end;
     std::int64_t sum = 0;
     if (__builtin_add_overflow(origin, nanoseconds, &sum)) {
         return nanoseconds < 0 ? kLeast : kMost;
@@ -211,7 +214,8 @@ std::string DurationText(std::uint64_t nanoseconds)
         ++unit;
     }
     const double value = static_cast<double>(nanoseconds) / static_cast<double>(unit->nanoseconds);
-    const int decimals = unit->nanoseconds == 1 || value >= 100 ? 0 : (value >= 10 ? 1 : 2);
+    const int fewer = value >= 10 ? 1 : 2;
+    const int decimals = unit->nanoseconds == 1 || value >= 100 ? 0 : fewer;
     std::array<char, 64> text = {};
     const int size = std::snprintf(text.data(), text.size(), "%.*f ", decimals, value);
     return std::string(text.data(), static_cast<std::size_t>(size)).append(unit->name);
