@@ -42,6 +42,7 @@ protected:
     static std::vector<DataChunk> Chunks(const std::vector<std::uint64_t>& sizes)
     {
         std::vector<DataChunk> chunks;
+        chunks.reserve(sizes.size());
         for (const std::uint64_t size : sizes) {
             chunks.push_back(ChunkOfSize(static_cast<std::int64_t>(chunks.size()), size));
         }
@@ -85,7 +86,7 @@ protected:
         ExpectEnd(scanner, End::AllRead, position);
     }
 
-    std::string ErrorOfScanner(const std::string& path) const
+    static std::string ErrorOfScanner(const std::string& path)
     {
         return support::ErrorOf([&] { DataChunkFileScanner{path}; });
     }
@@ -123,9 +124,9 @@ TEST_F(Scanner, RecordsThatJustFitAWindowAreRead)
 TEST_F(Scanner, RecordsInRandomOrderOfPositionsAreRead)
 {
     std::mt19937_64 random(1);  // NOLINT(cert-msc51-cpp): the same in every run
-    std::vector<std::uint64_t> sizes;
-    for (int i = 0; i < 300; ++i) {
-        sizes.push_back(57 + random() % (i % 50 == 0 ? 600'000 : 3000));
+    std::vector<std::uint64_t> sizes(300);
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+        sizes[i] = 57 + random() % (i % 50 == 0 ? 600'000 : 3000);
     }
     const auto chunks = Chunks(sizes);
     Put(FileOf(chunks));
