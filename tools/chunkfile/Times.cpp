@@ -145,7 +145,8 @@ Nanoseconds Duration(std::string_view text)
     const auto number = TakeDecimal(text);
     for (const Unit& unit : kUnits) {
         if (number && unit.name == text) {
-            return Checked(*number * unit.nanoseconds / kSecond);
+            const bool fits = *number <= Wide{kMost} * kSecond / unit.nanoseconds;  // else the product may overflow
+            return fits ? Checked(*number * unit.nanoseconds / kSecond) : Nanoseconds();
         }
     }
     return {};
