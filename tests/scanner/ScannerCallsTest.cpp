@@ -172,6 +172,7 @@ TEST_F(ScannerCalls, JumpReadsOneRecord)
 TEST_F(ScannerCalls, WindowThatEndsWithTheFileIsReadToItsEnd)
 {
     std::vector<DataChunk> chunks;
+    chunks.reserve(20);
     for (int i = 0; i < 20; ++i) {
         chunks.push_back(ChunkOfSize(i, i % 2 == 0 ? 100 : 40));
     }
