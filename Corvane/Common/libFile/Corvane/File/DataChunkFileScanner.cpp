@@ -111,6 +111,7 @@ private:
     int error_ = 0;
 };
 
+// NOLINTBEGIN(bugprone-unchecked-optional-access): MakeRoom and IsThere tell whether there is an image
 bool Window::Load(int fd, std::uint64_t size, std::uint64_t position)
 {
     size_ = 0;
@@ -150,6 +151,7 @@ bool Window::MakeRoom(std::uint64_t size)
     }
     return true;
 }
+// NOLINTEND(bugprone-unchecked-optional-access)
 
 }  // namespace
 
@@ -170,6 +172,7 @@ public:
     const std::string& Filename() const { return filename_; }
     std::uint64_t Version() const { return header_[0]; }
     std::uint64_t NumberOfChunks() const { return header_[1]; }
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): it throws if there is none
     const DataChunk& Chunk() const { return chunk_.value(); }
     std::uint64_t Position() const { return position_; }
     std::uint64_t NumberRead() const { return numberRead_; }

@@ -237,7 +237,7 @@ inline void FileImage::Free() noexcept
     if (mapped_) {
         Unmap(bytes_, capacity_ + tail_);
     } else {
-        std::free(bytes_);
+        std::free(bytes_);  // NOLINT(clang-analyzer-unix.Malloc): it loses track of an image inside std::optional
     }
 }
 
