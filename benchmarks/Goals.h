@@ -23,8 +23,6 @@ inline constexpr Goal kScan = {"limit", 1.15, "the same parsing; a smaller windo
 inline constexpr Goal kScanLarge = {"reader", 1.05, "the same calls: such a record comes through the descriptor"};
 inline constexpr Goal kScanAtRandom = {"reader", 0.7, "one call instead of three"};
 inline constexpr Goal kScanMixed = {"reader", 0.75, "one call instead of three, but sometimes a longer one"};
-inline constexpr Goal kScanWidelyMixed = {"reader", 1.1,
-                                          "for a small record, too, the window has room for a large one"};
 inline constexpr Goal kScanOne = {"reader", 1.2, "the same calls, and the scanner's own memory"};
 inline constexpr Goal kFind = {"limit", 5, "the same parsing, but a chunk in memory and no longer in registers"};
 inline constexpr Goal kAttribute = {"limit", 1.1, "the same calls; a tenth for the flag and the arguments"};

@@ -299,7 +299,7 @@ std::vector<Workload> ScanningWorkloads(const Options& options)
             InOrder(options, kWindow, goals::kScanLarge),
             AtRandom(options, SizeText(kKiB), equal, goals::kScanAtRandom),
             AtRandom(options, "64 B to 1 KiB", MixedSizes(options.bytes / 2, 4), goals::kScanMixed),
-            AtRandom(options, "64 B to 8 KiB", MixedSizes(options.bytes, 7), goals::kScanWidelyMixed),
+            AtRandom(options, "64 B to 8 KiB", MixedSizes(options.bytes, 7), goals::kScanMixed),
             OneRecord(options),
             Finding(options)};
 }
