@@ -48,20 +48,6 @@ Prefix ReadPrefix(const std::string& path)
     return prefix;
 }
 
-std::uint64_t ChooseMaxSize(const fuzz::Input& input)
-{
-    switch (input.choices[0] % 4) {
-        case 0:
-            return 0;
-        case 1:
-            return input.file.size();
-        case 2:
-            return input.file.size() + input.choices[1];
-        default:
-            return std::uint64_t{256} * input.choices[1];
-    }
-}
-
 bool CanBeReopened(const std::string& file, std::uint64_t maxSize)
 {
     return file.size() >= kHeaderSize && (maxSize == 0 || file.size() <= maxSize) &&
@@ -162,7 +148,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     fuzz::DiscardLog();
     const fuzz::TimeLimit limit;
     const fuzz::Input input(data, size);
-    const std::uint64_t maxSize = ChooseMaxSize(input);
+    const std::uint64_t maxSize = fuzz::ChooseMaxSize(input);
     const fuzz::MemoryFile file(input.file);
     if (!CanBeReopened(input.file, maxSize)) {
         CheckRefused(file, input.file, maxSize);

@@ -97,6 +97,20 @@ std::string RecordOf(const DataChunk& chunk)
     return record;
 }
 
+std::uint64_t ChooseMaxSize(const Input& input)
+{
+    switch (input.choices[0] % 4) {
+        case 0:
+            return 0;
+        case 1:
+            return input.file.size();
+        case 2:
+            return input.file.size() + input.choices[1];
+        default:
+            return std::uint64_t{256} * input.choices[1];
+    }
+}
+
 std::uint64_t WordAt(const std::string& bytes, std::size_t position)
 {
     std::uint64_t word = 0;

@@ -21,6 +21,9 @@ struct Input {
     std::string file;
 };
 
+// The maximum size that the input chooses for a reopening, in bytes; 0: unbounded.
+std::uint64_t ChooseMaxSize(const Input& input);
+
 // Ends the process unless the claim holds; libFuzzer then reports the input.
 void Check(bool holds, const char* claim);
 

@@ -17,20 +17,6 @@ using Corvane::File::DataChunkFileAppender;
 using fuzz::Check;
 using namespace Corvane::FileTool;
 
-std::uint64_t ChooseMaxSize(const fuzz::Input& input)
-{
-    switch (input.choices[0] % 4) {
-        case 0:
-            return 0;
-        case 1:
-            return input.file.size();
-        case 2:
-            return input.file.size() + input.choices[1];
-        default:
-            return std::uint64_t{256} * input.choices[1];
-    }
-}
-
 void CheckRuns(const Survey& survey)
 {
     std::uint64_t end = survey.end.position;
@@ -99,7 +85,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const fuzz::TimeLimit limit;
     const fuzz::Input input(data, size);
     const fuzz::MemoryFile file(input.file);
-    const std::uint64_t maxSize = ChooseMaxSize(input);
+    const std::uint64_t maxSize = fuzz::ChooseMaxSize(input);
     const Input opened(file.Path());
     Checked checked = {file.Path(), maxSize, SurveyOf(opened, {true, 20, {}}), {}, {}, {}};
     CheckSurvey(checked.survey);
