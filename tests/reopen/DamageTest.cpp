@@ -31,23 +31,8 @@ struct Prefix {
 };
 
 // Reopens one damaged file after another and checks everything that reopening promises.
-class Damage : public support::ChunkFileTest {
+class Damage : public support::DamagedFileTest {
 protected:
-    Damage()
-    {
-        for (const std::uint64_t size : {60U, 40U, 90U, 57U, 75U}) {
-            chunks_.push_back(ChunkOfSize(static_cast<std::int64_t>(chunks_.size()), size));
-        }
-        sound_ = FileOf(chunks_);
-    }
-
-    // Writes a new file each time, because ext4 flushes a truncated and rewritten file to the disk.
-    void Put(const std::string& file) const
-    {
-        std::filesystem::remove(path_);
-        support::WriteFile(path_, file);
-    }
-
     // The records of `sound_` that `file` starts with unchanged, at most as many as its header counts.
     Prefix GoodPrefix(const std::string& file) const
     {
@@ -173,8 +158,6 @@ protected:
     }
 
     support::LogCapture log_{20};
-    std::vector<DataChunk> chunks_;
-    std::string sound_;
     int cases_ = 0;
 };
 

@@ -108,7 +108,7 @@ TEST_F(Scanner, RecordsOfEverySizeAreRead)
         Chunks({40, 70'000, 57, 300'000, 300'001, 1 << 20, 64, 2 << 20, 9 << 20, 9 << 20, 40, 5000, 200'000, 64}));
 }
 
-// Sizes around those of the windows, each three times.
+// Sizes around a window's, each three times.
 TEST_F(Scanner, RecordsThatJustFitAWindowAreRead)
 {
     std::vector<std::uint64_t> sizes;

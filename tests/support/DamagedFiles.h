@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "support/ChunkFileTest.h"
+#include "support/Chunks.h"
 #include "support/Files.h"
 
 // Every damage of a kind: the matrix that recovery is tested with.
@@ -65,5 +68,27 @@ inline Files TornOverwrites(const std::string& now, const std::string& before)
     }
     return files;
 }
+
+// A test with a sound file of five chunks, which it damages.
+class DamagedFileTest : public ChunkFileTest {
+protected:
+    DamagedFileTest()
+    {
+        for (const std::uint64_t size : {60U, 40U, 90U, 57U, 75U}) {
+            chunks_.push_back(ChunkOfSize(static_cast<std::int64_t>(chunks_.size()), size));
+        }
+        sound_ = FileOf(chunks_);
+    }
+
+    // Writes a new file each time, because ext4 flushes a truncated and rewritten file to the disk.
+    void Put(const std::string& file) const
+    {
+        std::filesystem::remove(path_);
+        WriteFile(path_, file);
+    }
+
+    std::vector<DataChunk> chunks_;
+    std::string sound_;  // their file
+};
 
 }  // namespace support

@@ -29,23 +29,8 @@ using support::Word;
 
 constexpr std::int64_t kNewTime = 1'000'000;
 
-class Prediction : public support::ChunkFileTest {
+class Prediction : public support::DamagedFileTest {
 protected:
-    Prediction()
-    {
-        for (const std::uint64_t size : {60U, 40U, 90U, 57U, 75U}) {
-            chunks_.push_back(ChunkOfSize(static_cast<std::int64_t>(chunks_.size()), size));
-        }
-        sound_ = FileOf(chunks_);
-    }
-
-    // Writes a new file each time, because ext4 flushes a truncated and rewritten file to the disk.
-    void Put(const std::string& file) const
-    {
-        std::filesystem::remove(path_);
-        support::WriteFile(path_, file);
-    }
-
     Reopening Predicted(std::uint64_t maxSize) const
     {
         const Input input(path_);
@@ -112,8 +97,6 @@ protected:
     }
 
     support::LogCapture log_{20};
-    std::vector<DataChunk> chunks_;
-    std::string sound_;
     std::uint64_t cases_ = 0;
 };
 

@@ -60,9 +60,9 @@ public:
     /// without length, there is at most one record for each byte from the walk's first position on.
     ///
     /// Most records are parsed from memory. These come through ReadFrom(int):
-    /// - the first 16, so that a small file costs no mapping
-    /// - records of more than 256 KiB, after a jump of more than 16 KiB
-    /// - all, if the process may not map 4 GiB of address space
+    /// - The first 16 records, so that a small file costs no mapping.
+    /// - Records of more than 256 KiB; after a jump, of more than 16 KiB.
+    /// - All, if the process may not map 4 GiB of address space.
     bool Next();
 
     /// The chunk of the record that Next has just read. Valid until the next call that is not const. Throws
