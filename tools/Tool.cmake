@@ -25,7 +25,6 @@ function(corvane_file_tool name)
     Parser
     Reopening
     Selection
-    Spool
     Survey
     Tables
     Terminal

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "chunkfile/Csv.h"
-#include "chunkfile/JsonGrammar.h"
 #include "chunkfile/Utf8.h"
 
 namespace {

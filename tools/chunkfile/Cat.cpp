@@ -3,11 +3,10 @@
 #include <set>
 #include <stdexcept>
 
-#include "chunkfile/Csv.h"
 #include "chunkfile/Glue.h"
 #include "chunkfile/Json.h"
 #include "chunkfile/Selection.h"
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 

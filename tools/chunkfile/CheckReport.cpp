@@ -1,10 +1,8 @@
 #include "chunkfile/CheckReport.h"
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "chunkfile/Csv.h"
 #include "chunkfile/Json.h"
-#include "chunkfile/Plural.h"
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 
@@ -139,26 +137,18 @@ void WriteJson(Terminal& terminal, const Checked& checked)
 
 void WriteCsv(Terminal& terminal, bool first, const Checked& checked)
 {
-    const auto write = [&](const std::vector<std::string>& fields) {
-        std::string line;
-        for (const std::string& field : fields) {
-            line += line.empty() ? "" : ",";
-            AppendCsv(line, field);
-        }
-        terminal.Write(line + "\r\n");
-    };
     if (first) {
-        write({"file", "verdict", "severity", "code", "begin", "end", "record", "time", "text"});
+        terminal.Write("file,verdict,severity,code,begin,end,record,time,text\r\n");
     }
     const std::string file = TextOrBase64(checked.file);
-    const std::string verdict(NameOf(checked.verdict));
+    const std::string_view verdict = NameOf(checked.verdict);
     if (checked.findings.empty()) {
-        write({file, verdict, "", "", "", "", "", "", ""});
+        terminal.Write(CsvLine({file, verdict, "", "", "", "", "", "", ""}));
     }
     for (const Finding& finding : checked.findings) {
-        write({file, verdict, std::string(NameOf(finding.severity)), std::string(finding.code),
-               std::to_string(finding.bytes.begin), std::to_string(finding.bytes.end),
-               finding.record ? std::to_string(*finding.record) : "", finding.time, finding.text});
+        terminal.Write(CsvLine({file, verdict, NameOf(finding.severity), finding.code,
+                                std::to_string(finding.bytes.begin), std::to_string(finding.bytes.end),
+                                finding.record ? std::to_string(*finding.record) : "", finding.time, finding.text}));
     }
 }
 

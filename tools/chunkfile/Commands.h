@@ -26,7 +26,7 @@ enum class Exit {
     Found = 3  ///< done, but damage, loss or unknown records; with --strict also warnings
 };
 
-/// The one that counts of two files' codes: Usage, then CouldNot, then Found.
+/// The one that counts of two files' codes: CouldNot, then Found.
 Exit Graver(Exit left, Exit right);
 
 enum class Format { Table, Json, Csv, Ndjson, Raw };
@@ -79,5 +79,10 @@ int RunTool(int count, char** arguments);  // Parser.cpp
 /// The text of an error: `FILE: TEXT`, or `FILE: byte 409084 (record 99): TEXT`. The terminal adds `chunkfile: `.
 std::string ErrorText(const std::string& file, const std::string& text);
 std::string ErrorText(const std::string& file, std::uint64_t position, std::uint64_t record, const std::string& text);
+
+/// A number with its word: `1 record`, `2 records`.
+std::string Number(std::uint64_t number, const char* one, const char* many);
+std::string Records(std::uint64_t number);
+std::string Bytes(std::uint64_t number);
 
 }  // namespace Corvane::FileTool

@@ -3,8 +3,8 @@
 #include <array>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "chunkfile/Plural.h"
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Commands.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 

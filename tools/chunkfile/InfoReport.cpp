@@ -8,11 +8,9 @@
 #include <vector>
 
 #include "Corvane/File/ChunkFileLayout.h"
-#include "chunkfile/Csv.h"
 #include "chunkfile/Glue.h"
 #include "chunkfile/Json.h"
-#include "chunkfile/Plural.h"
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 
@@ -198,31 +196,21 @@ void WriteJson(Terminal& terminal, const Facts& facts)
 
 void WriteCsv(Terminal& terminal, bool first, const Facts& facts)
 {
+    if (first) {
+        terminal.Write(
+            "file,version,count,records,first,last,descents,time_points,least,most,size,used,allocated,after,"
+            "records_after\r\n");
+    }
     const Survey& survey = facts.survey;
     const TimeSpan& times = survey.times;
-    const std::vector<Line> columns = {{"file", TextOrBase64(facts.file)},
-                                       {"version", std::to_string(survey.version)},
-                                       {"count", std::to_string(survey.count)},
-                                       {"records", std::to_string(survey.end.records)},
-                                       {"first", times.first ? TimeText(*times.first) : ""},
-                                       {"last", times.last ? TimeText(*times.last) : ""},
-                                       {"descents", std::to_string(times.descents)},
-                                       {"time_points", std::to_string(times.distinct)},
-                                       {"least", survey.end.records == 0 ? "" : std::to_string(survey.sizes.least)},
-                                       {"most", survey.end.records == 0 ? "" : std::to_string(survey.sizes.most)},
-                                       {"size", std::to_string(survey.size)},
-                                       {"used", std::to_string(UsedBytes(survey))},
-                                       {"allocated", std::to_string(survey.allocated)},
-                                       {"after", std::string(NameOfRest(survey))},
-                                       {"records_after", std::to_string(survey.found + survey.doubtful)}};
-    std::string heading;
-    std::string line;
-    for (const auto& [name, text] : columns) {
-        heading += (heading.empty() ? "" : ",") + name;
-        line += line.empty() ? "" : ",";
-        AppendCsv(line, text);
-    }
-    terminal.Write((first ? heading + "\r\n" : "") + line + "\r\n");
+    const auto ifAny = [&](std::uint64_t size) { return survey.end.records == 0 ? "" : std::to_string(size); };
+    terminal.Write(
+        CsvLine({TextOrBase64(facts.file), std::to_string(survey.version), std::to_string(survey.count),
+                 std::to_string(survey.end.records), times.first ? TimeText(*times.first) : "",
+                 times.last ? TimeText(*times.last) : "", std::to_string(times.descents),
+                 std::to_string(times.distinct), ifAny(survey.sizes.least), ifAny(survey.sizes.most),
+                 std::to_string(survey.size), std::to_string(UsedBytes(survey)), std::to_string(survey.allocated),
+                 NameOfRest(survey), std::to_string(survey.found + survey.doubtful)}));
 }
 
 }  // namespace

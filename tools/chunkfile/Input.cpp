@@ -6,12 +6,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 #include <vector>
-
-#include "chunkfile/Spool.h"
 
 namespace Corvane::FileTool {
 
@@ -19,12 +18,25 @@ namespace {
 
 constexpr std::uint64_t kPage = 4096;
 
+// The result of a system call, which is made again if a signal interrupts it. Throws the reason if it fails.
+auto Done(auto call)
+{
+    for (;;) {
+        const auto result = call();
+        if (result != -1) {
+            return result;
+        }
+        if (errno != EINTR) {
+            throw std::runtime_error(
+                std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): this program has one thread
+        }
+    }
+}
+
 struct stat StatusOf(int fd)
 {
     struct stat status = {};
-    if (::fstat(fd, &status) == -1) {
-        ThrowReason();
-    }
+    Done([&] { return ::fstat(fd, &status); });
     return status;
 }
 
@@ -45,85 +57,82 @@ bool StatesNoLength(int fd)
     return ::pread(fd, &byte, 1, 0) == 1;
 }
 
+// A file without a name in TMPDIR or /tmp. It is gone when it is closed.
+int UnnamedFile()
+{
+    const char* const folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
+    std::string path = folder != nullptr && *folder != '\0' ? folder : "/tmp";
+    const int unnamed = ::open(path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (unnamed != -1) {
+        return unnamed;
+    }
+    path += "/chunkfile-XXXXXX";  // some file systems have no O_TMPFILE
+    const int fd = Done([&] { return ::mkostemp(path.data(), O_CLOEXEC); });
+    ::unlink(path.c_str());
+    return fd;
+}
+
 }  // namespace
 
 Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path), path_(path)
 {
     if (path == "-") {
-        Spool(STDIN_FILENO);
+        BecomeUnnamed();
+        Append(STDIN_FILENO);
         return;
     }
-    if (::stat(path.c_str(), &status_) == -1) {
-        ThrowReason();
-    }
+    Done([&] { return ::stat(path.c_str(), &status_); });
     RefuseIrregular(status_);
     constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
-    file_.Own(::open(path.c_str(), flags | O_NOATIME));  // leaves the access time alone, if the system permits that
+    file_.Reset(::open(path.c_str(), flags | O_NOATIME));  // leaves the access time alone, if the system permits that
     foreign_ = file_.Get() == -1 && errno == EPERM;
-    if (foreign_) {
-        file_.Own(::open(path.c_str(), flags));
-    }
     if (file_.Get() == -1) {
-        ThrowReason();
+        file_.Reset(Done([&] { return ::open(path.c_str(), flags); }));
     }
     status_ = StatusOf(file_.Get());
     if (status_.st_size == 0 && StatesNoLength(file_.Get())) {
-        const OwnedFile file(::dup(file_.Get()));
-        Spool(file.Get());
+        const File::Descriptor file(file_.Release());
+        BecomeUnnamed();
+        Append(file.Get());
     }
 }
 
 Input::Input(const Input& input, std::uint64_t position, std::uint64_t size) : name_(input.name_)
 {
     BecomeUnnamed();
-    const int fd = file_.Get();
-    if (::ftruncate(fd, static_cast<off_t>(std::min(size, input.Size() + kMostPadding))) == -1 ||
-        ::lseek(fd, static_cast<off_t>(position), SEEK_SET) == -1) {
-        ThrowReason();
+    const auto padded = static_cast<off_t>(std::min(size, input.Size() + kMostPadding));
+    Done([&] { return ::ftruncate(file_.Get(), padded); });
+    for (const int fd : {file_.Get(), input.file_.Get()}) {
+        Done([&] { return ::lseek(fd, static_cast<off_t>(position), SEEK_SET); });
     }
-    std::vector<unsigned char> bytes(65536);
-    while (const std::size_t count = input.ReadAt(position, bytes.data(), bytes.size())) {
-        WriteAll(fd, bytes.data(), count);
-        position += count;
-    }
-    status_ = StatusOf(fd);
+    Append(input.file_.Get());
 }
 
 void Input::BecomeUnnamed()
 {
-    file_.Own(UnnamedFile());
+    file_.Reset(UnnamedFile());
     spooled_ = true;
     path_ = "/proc/self/fd/" + std::to_string(file_.Get());
 }
 
-void Input::Spool(int from)
+// Copies what another file has from its offset on.
+void Input::Append(int from)
 {
-    BecomeUnnamed();
-    Copy(from, file_.Get());
+    std::vector<unsigned char> bytes(65536);
+    while (const ssize_t count = Done([&] { return ::read(from, bytes.data(), bytes.size()); })) {
+        for (ssize_t at = 0; at < count;) {
+            at += Done([&] { return ::write(file_.Get(), bytes.data() + at, static_cast<std::size_t>(count - at)); });
+        }
+    }
     status_ = StatusOf(file_.Get());
-}
-
-std::uint64_t Input::Size() const
-{
-    return static_cast<std::uint64_t>(status_.st_size);
-}
-
-std::uint64_t Input::Allocated() const
-{
-    return static_cast<std::uint64_t>(status_.st_blocks) * 512;
 }
 
 std::size_t Input::ReadAt(std::uint64_t position, unsigned char* bytes, std::size_t size) const
 {
     std::size_t have = 0;
     while (have < size) {
-        const ssize_t count = ::pread(file_.Get(), bytes + have, size - have, static_cast<off_t>(position + have));
-        if (count == -1 && errno == EINTR) {
-            continue;
-        }
-        if (count == -1) {
-            ThrowReason();
-        }
+        const auto at = static_cast<off_t>(position + have);
+        const ssize_t count = Done([&] { return ::pread(file_.Get(), bytes + have, size - have, at); });
         if (count == 0) {
             break;
         }

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "chunkfile/Spool.h"
+#include "Corvane/File/Descriptor.h"
 
 namespace Corvane::FileTool {
 
@@ -35,8 +35,8 @@ public:
 
     const std::string& Name() const { return name_; }  ///< for people
     const std::string& Path() const { return path_; }  ///< for classes that open the file themselves
-    std::uint64_t Size() const;
-    std::uint64_t Allocated() const;  ///< bytes on the disk
+    std::uint64_t Size() const { return static_cast<std::uint64_t>(status_.st_size); }
+    std::uint64_t Allocated() const { return static_cast<std::uint64_t>(status_.st_blocks) * 512; }  ///< on the disk
 
     /// Reads up to `size` bytes, less only at the end of the file. Throws.
     std::size_t ReadAt(std::uint64_t position, unsigned char* bytes, std::size_t size) const;
@@ -55,11 +55,11 @@ public:
 
 private:
     void BecomeUnnamed();
-    void Spool(int from);
+    void Append(int from);
 
     std::string name_;
     std::string path_;
-    OwnedFile file_;
+    File::Descriptor file_;
     bool spooled_ = false;
     bool foreign_ = false;  // the system refuses O_NOATIME
     struct stat status_ = {};

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstring>
 
-#include "chunkfile/JsonGrammar.h"
 #include "chunkfile/Utf8.h"
 
 namespace Corvane::FileTool {
@@ -116,6 +115,29 @@ void AppendJsonValue(std::string& line, std::string_view value, bool typed)
         AppendBase64(line.append("{\"base64\":\""), value);
         line.append("\"}");
     }
+}
+
+void AppendCsv(std::string& line, std::string_view field)
+{
+    if (field.find_first_of("\",\r\n") == std::string_view::npos) {
+        line.append(field);
+        return;
+    }
+    line += '"';
+    for (const char byte : field) {
+        line.append(byte == '"' ? 2 : 1, byte);
+    }
+    line += '"';
+}
+
+std::string CsvLine(std::initializer_list<std::string_view> fields)
+{
+    std::string line;
+    for (const std::string_view field : fields) {
+        AppendCsv(line, field);
+        line += ',';
+    }
+    return line.replace(line.size() - 1, 1, "\r\n");
 }
 
 std::string TextOrBase64(std::string_view bytes)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,15 @@ void AppendJsonName(std::string& line, std::string_view name);
 /// - other UTF-8: a string. So is an object that begins with the name "base64", or with a name that has an escape.
 /// - other bytes: `{"base64":"..."}`
 void AppendJsonValue(std::string& line, std::string_view value, bool typed);
+
+/// Whether the bytes are a JSON number, true, false, null, object or array in compact form: no space outside strings.
+/// Nesting is at most kMostNesting. Strings are UTF-8 without control characters and without halves of surrogates.
+bool IsCompactJson(std::string_view bytes);  // JsonGrammar.cpp
+constexpr int kMostNesting = 64;             // what every JSON parser can read
+
+/// A line of CSV (RFC 4180) with its line end. Fields are quoted only where they must be.
+std::string CsvLine(std::initializer_list<std::string_view> fields);
+void AppendCsv(std::string& line, std::string_view field);
 
 /// The bytes if they are UTF-8 and do not begin with `base64:`; else `base64:` and the bytes in base64.
 std::string TextOrBase64(std::string_view bytes);

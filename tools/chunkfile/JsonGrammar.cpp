@@ -1,8 +1,7 @@
-#include "chunkfile/JsonGrammar.h"
-
 #include <charconv>
 #include <cstdint>
 
+#include "chunkfile/Json.h"
 #include "chunkfile/Utf8.h"
 
 namespace Corvane::FileTool {

@@ -1,11 +1,10 @@
 // chunkfile list: a line for each record.
 #include <array>
 
-#include "chunkfile/Csv.h"
 #include "chunkfile/Glue.h"
 #include "chunkfile/Json.h"
 #include "chunkfile/Selection.h"
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 
@@ -56,7 +55,7 @@ public:
         if (options_.format == Format::Json) {
             terminal_.Write(JsonLine(record, time, names));
         } else if (options_.format == Format::Csv) {
-            terminal_.Write(CsvLine(record, time, names));
+            terminal_.Write(CsvLineOf(record, time, names));
         } else {
             terminal_.Write(TableLine(record, time, names));
         }
@@ -108,18 +107,14 @@ private:
         return line.Close().Line() + "\n";
     }
 
-    static std::string CsvLine(const FoundRecord& record, const std::string& time, const Names& names)
+    static std::string CsvLineOf(const FoundRecord& record, const std::string& time, const Names& names)
     {
-        std::string line = std::to_string(record.index) + "," + std::to_string(record.position) + "," +
-                           std::to_string(record.chunk.GetSizeOnFile()) + ",";
-        AppendCsv(line, time);
-        line.append(",").append(TextOf(record.standing).word).append(",");
         std::string joined;
         for (const std::string& name : names.value_or(std::vector<std::string>())) {
             joined.append(joined.empty() ? "" : " ").append(TextOrBase64(name));
         }
-        AppendCsv(line, joined);
-        return line + "\r\n";
+        return CsvLine({std::to_string(record.index), std::to_string(record.position),
+                        std::to_string(record.chunk.GetSizeOnFile()), time, TextOf(record.standing).word, joined});
     }
 
     const Options& options_;

@@ -5,6 +5,9 @@
 #include <chrono>
 #include <cstdio>
 #include <limits>
+#include <sstream>
+
+#include "chunkfile/Glue.h"
 
 namespace Corvane::FileTool {
 
@@ -206,6 +209,18 @@ void AppendTime(std::string& text, std::int64_t nanoseconds)
     AppendNumber(text += ':', ofDay % 60, 2);
     AppendNumber(text += '.', (nanoseconds % kSecond + kSecond) % kSecond, 9);
     text += 'Z';
+}
+
+std::string TimeText(const Time::TimePoint& timePoint)
+{
+    if (const Nanoseconds nanoseconds = Glue::NanosecondsOf(timePoint)) {
+        std::string text;
+        AppendTime(text, *nanoseconds);
+        return text;
+    }
+    std::ostringstream stream;
+    stream << timePoint;
+    return stream.str();
 }
 
 std::string DurationText(std::uint64_t nanoseconds)

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Corvane/Time/TimePoint.h"
+
 namespace Corvane::FileTool {
 
 /// One end of a span of time, as a user writes it.
@@ -21,13 +23,16 @@ struct TimeBound {
 /// not exist, more than nine decimals, or a time outside 1677 to 2262.
 std::optional<std::int64_t> ParseTime(std::string_view text);
 
-/// Reads the same, or `+10s` from the first and `-10s` from the last record. Units: ns, us, ms, s, m, h.
+/// Reads the same, or `+10s` from the first and `-10s` from the last record. Units: ns, us, ms, s, min, h, d.
 std::optional<TimeBound> ParseTimeBound(std::string_view text);
 
 /// Appends RFC 3339 in UTC with nine decimals.
 void AppendTime(std::string& text, std::int64_t nanoseconds);
 
-/// A span for people: `1.99 s`, `12.5 ms`, `3 h 20 min`.
+/// RFC 3339 if the glue knows nanoseconds; else what operator<< prints.
+std::string TimeText(const Time::TimePoint& timePoint);
+
+/// A span for people, in one unit: `1.99 s`, `12.5 ms`, `3.33 h`.
 std::string DurationText(std::uint64_t nanoseconds);
 
 }  // namespace Corvane::FileTool
