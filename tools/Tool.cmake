@@ -15,13 +15,17 @@ function(corvane_file_tool name)
     CheckReport
     Commands
     Completion
+    EqualTimes
     Findings
     Info
     InfoReport
     Input
+    Interrupts
     Json
     JsonGrammar
     List
+    Output
+    OutputName
     Parser
     Reopening
     Selection

@@ -33,6 +33,9 @@ enum class Format { Table, Json, Csv, Ndjson, Raw };
 
 enum class When { Auto, Always, Never };
 
+/// What becomes of a record whose time is that of an earlier one.
+enum class OnEqualTime { Stop, Skip, Shift };
+
 struct IndexRange {
     std::uint64_t begin = 0;
     std::uint64_t end = UINT64_MAX;  ///< not included
@@ -63,8 +66,16 @@ struct Options {
     bool scan = false;                     ///< --scan
     bool strings = false;                  ///< cat --strings
     bool strict = false;                   ///< check --strict
-    std::optional<std::uint64_t> maxSize;  ///< check --max-size; nothing: unbounded
+    std::optional<std::uint64_t> maxSize;  ///< --max-size; nothing or 0: unbounded
     AttributeOptions attribute;
+
+    // recover, copy and import
+    std::string output;                  ///< -o
+    std::uint64_t splitBytes = 0;        ///< --split 64MiB; 0: no limit
+    std::uint64_t splitNanoseconds = 0;  ///< --split 10min; 0: no limit
+    OnEqualTime onEqualTime = OnEqualTime::Stop;
+    bool dryRun = false;  ///< --dry-run
+    bool force = false;   ///< --force
 };
 
 Exit Info(const Options& options, Terminal& terminal);   // Info.cpp

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <iostream>
 #include <new>
+#include <stdexcept>
 
 #include "chunkfile/Glue.h"
 #include "chunkfile/Tables.h"
@@ -29,7 +30,9 @@ void AddOption(CLI::App& command, const OptionRow& row, Options& options)
             throw CLI::ValidationError(row.names, "cannot understand " + text);
         }
     };
-    command.add_option_function<std::string>(row.names, take, row.help)->type_name(row.argument);
+    command.add_option_function<std::string>(row.names, take, row.help)
+        ->type_name(row.argument)
+        ->required(row.required);
 }
 
 void AddAttributeArguments(CLI::App& command, Options& options)
@@ -124,6 +127,9 @@ Exit RunCommand(const CommandRow& row, const Options& options)
         return code;
     } catch (const std::bad_alloc&) {
         terminal.Error("out of memory");
+    } catch (const std::invalid_argument& error) {
+        terminal.Error(error.what());
+        return Exit::Usage;
     } catch (const std::exception& error) {
         terminal.Error(error.what());
     }

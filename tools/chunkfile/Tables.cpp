@@ -9,9 +9,19 @@ namespace Corvane::FileTool {
 
 namespace {
 
-enum Bit : unsigned { kInfo = 1, kList = 2, kCat = 4, kCheck = 8, kAttr = 16 };
+enum Bit : unsigned {
+    kInfo = 1,
+    kList = 2,
+    kCat = 4,
+    kCheck = 8,
+    kAttr = 16,
+    kRecover = 32,
+    kCopy = 64,
+    kImport = 128,
+};
 constexpr unsigned kBoth = kList | kCat;
-constexpr unsigned kAll = kInfo | kList | kCat | kCheck | kAttr;
+constexpr unsigned kWriters = kRecover | kCopy | kImport;
+constexpr unsigned kAll = kInfo | kList | kCat | kCheck | kAttr | kWriters;
 
 bool TakeFormat(Options& options, const std::string& text)
 {
@@ -67,6 +77,31 @@ bool TakeFields(Options& options, const std::string& text)
     return true;
 }
 
+// A number of bytes, or a span of time.
+bool TakeSplit(Options& options, const std::string& text)
+{
+    const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    std::uint64_t number = 0;
+    for (const auto& [unit, shift] :
+         {std::pair("B", 0U), std::pair("KiB", 10U), std::pair("MiB", 20U), std::pair("GiB", 30U)}) {
+        if (text.substr(digits) == unit) {
+            const bool fits = TakeNumber(number, text.substr(0, digits)) && number <= UINT64_MAX >> shift;
+            options.splitBytes = fits ? number << shift : 0;
+            return options.splitBytes != 0;
+        }
+    }
+    const auto span = ParseTimeBound("+" + text);
+    options.splitNanoseconds = span ? static_cast<std::uint64_t>(span->nanoseconds) : 0;
+    return options.splitNanoseconds != 0;
+}
+
+bool TakeOnEqualTime(Options& options, const std::string& text)
+{
+    const OnEqualTime unlessShift = text == "skip" ? OnEqualTime::Skip : OnEqualTime::Stop;
+    options.onEqualTime = text == "shift" ? OnEqualTime::Shift : unlessShift;
+    return true;
+}
+
 // Takes a switch.
 template <bool Options::* Member>
 bool Set(Options& options, const std::string& /*text*/)
@@ -74,7 +109,7 @@ bool Set(Options& options, const std::string& /*text*/)
     return options.*Member = true;
 }
 
-constexpr std::array<CommandRow, 5> kCommands = {{
+constexpr auto kCommands = std::to_array<CommandRow>({
     {kInfo, "info", "FILE...", Info, "What a file holds: records, times, sizes, space",
      "  chunkfile info a.chunks\n"
      "  chunkfile info --fields --format json *.chunks\n"},
@@ -94,9 +129,9 @@ constexpr std::array<CommandRow, 5> kCommands = {{
      "  chunkfile attr list a.chunks\n"
      "  chunkfile attr set a.chunks user.__trackSize 836434\n"
      "  chunkfile attr get a.chunks user.__trackSize\n"},
-}};
+});
 
-constexpr std::array<OptionRow, 15> kOptions = {{
+constexpr auto kOptions = std::to_array<OptionRow>({
     {kInfo, "--fields", nullptr, "Also the names of fields, and how often each comes", Set<&Options::countFields>},
     {kCat, "--fields", "A,B", "Only these fields, in this order; \\, is a comma in a name", TakeFields},
     {kBoth, "--from", "T", "From T on: RFC 3339, @seconds, +10s from the first, -10s from the last",
@@ -111,12 +146,22 @@ constexpr std::array<OptionRow, 15> kOptions = {{
     {kCheck, "--max-size", "N", "Predict a reopening with this maximum size; 0, the default, is none",
      [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
     {kCheck, "--strict", nullptr, "Warnings count as findings: exit code 3", Set<&Options::strict>},
+    {kWriters, "-o,--output", "OUT", "The new file, or with --split the pattern of its names",
+     [](Options& options, const std::string& text) { return !(options.output = text).empty(); }, true},
+    {kWriters, "--max-size", "N", "Its size in bytes; without it or with 0: as long as its records",
+     [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
+    {kWriters, "--split", "SPAN", "Parts of at most 64MiB (B, KiB, GiB), or of less than 10min (s, h, d): OUT.0001",
+     TakeSplit},
+    {kWriters, "--on-equal-time", "stop|skip|shift",
+     "Leave a record out whose time is taken, or add 1 ns; default: stop", TakeOnEqualTime},
+    {kWriters, "--dry-run", nullptr, "Only say what would be written", Set<&Options::dryRun>},
+    {kWriters, "--force", nullptr, "Replace OUT if it exists", Set<&Options::force>},
     {kInfo | kList | kCheck, "--format", "table|json|csv", "What to print; default: table", TakeFormat},
     {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
     {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},
     {kAll, "-q,--quiet", nullptr, "No progress; from check only errors and the exit code", Set<&Options::quiet>},
     {kAll, "-v,--verbose", nullptr, "Log entries of the library and sums on stderr", Set<&Options::verbose>},
-}};
+});
 
 }  // namespace
 

@@ -26,6 +26,7 @@ struct OptionRow {
     const char* argument;  ///< null for a switch; choices have bars between them
     const char* help;
     bool (*take)(Options& options, const std::string& text);  ///< false: the text is no value of this option
+    bool required = false;
 };
 
 std::span<const CommandRow> CommandRows();

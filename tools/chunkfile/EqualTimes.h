@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "Corvane/File/TimePoints.h"
+#include "Corvane/Pellin/DataChunk.h"
+#include "Corvane/Time/TimePoint.h"
+#include "chunkfile/Glue.h"
+
+namespace Corvane::FileTool {
+
+/// The fields of a chunk. Throws std::runtime_error if the platform does not show them.
+Glue::Fields FieldsOf(const Pellin::DataChunk& chunk);
+
+/// The time points that were given, so that each is given once: an appender refuses equal ones.
+class GivenTimes {
+public:
+    /// Returns false if an equal one was given.
+    bool Give(const Time::TimePoint& timePoint);
+
+    /// A copy of the chunk with the next later time, in nanoseconds, that was not given. It is now. Throws
+    /// std::runtime_error if there is none.
+    std::unique_ptr<Pellin::DataChunk> Shifted(const Pellin::DataChunk& chunk);
+
+private:
+    std::int64_t FirstFree(std::int64_t time);
+
+    File::TimePoints given_;
+    // After a given time, a later one with none free in between: a search passes each given time once.
+    std::unordered_map<std::int64_t, std::int64_t> later_;
+};
+
+}  // namespace Corvane::FileTool

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <array>
+#include <csignal>
+
+namespace Corvane::FileTool {
+
+/// While it lives, Ctrl-C and requests to end (SIGINT, SIGHUP, SIGTERM) are counted, and do not end the program.
+/// Signals that are ignored stay ignored.
+class Interrupts {
+public:
+    Interrupts();
+    Interrupts(const Interrupts&) = delete;
+    Interrupts& operator=(const Interrupts&) = delete;
+    ~Interrupts();
+
+    static int Count();  ///< since the construction
+
+    /// Ends the program as the last of these signals would have done.
+    [[noreturn]] static void End();
+
+private:
+    std::array<struct sigaction, 3> before_ = {};
+};
+
+}  // namespace Corvane::FileTool

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "Corvane/Pellin/DataChunk.h"
+#include "chunkfile/Commands.h"
+#include "chunkfile/Input.h"
+#include "chunkfile/Terminal.h"
+
+/// @file
+/// How recover, copy and import write chunk files.
+namespace Corvane::FileTool {
+
+/// A record of a fresh file.
+struct WrittenRecord {
+    std::uint64_t number;            ///< Next gave its chunk after so many others
+    const Pellin::DataChunk& chunk;  ///< read back from the fresh file
+    const Input& file;               ///< the fresh file
+    std::uint64_t position;          ///< of the record in it
+    std::uint64_t size;
+    bool shifted;  ///< it got a later time, because the chunk's time was held already
+};
+
+/// Chunks for new files, one after another, with the proof that they arrived.
+///
+/// - **Errors**: Members throw std::runtime_error with file and position. Nothing more is then written.
+class ChunkSource {
+public:
+    ChunkSource() = default;
+    ChunkSource(const ChunkSource&) = delete;
+    ChunkSource& operator=(const ChunkSource&) = delete;
+    virtual ~ChunkSource() = default;
+
+    /// The next chunk, valid until the next call; null at the end. With --dry-run it is the only member that is called.
+    virtual const Pellin::DataChunk* Next() = 0;
+
+    /// Where the chunk comes from that Next has given last: `a.csv: line 7`.
+    virtual std::string Where() const = 0;
+
+    /// Compares a record of a fresh file with where its chunk came from. Called for all records of a part, in their
+    /// order, before the part gets its name.
+    virtual void Compare(const WrittenRecord& record) = 0;
+
+    /// Called after that, the last chance to refuse the part: for a source that has changed meanwhile.
+    virtual void Confirm() {}
+
+    /// Whether Ctrl-C ends the chunks, because a person types them: Next then sees Interrupted() and returns null, and
+    /// what there is is written. Otherwise Ctrl-C ends the program, and a part that has no name yet is not written.
+    virtual bool EndsAtInterrupt() const { return false; }
+};
+
+/// What was written, or would be with --dry-run.
+struct Written {
+    std::uint64_t parts = 0;
+    std::uint64_t records = 0;
+    std::uint64_t skipped = 0;  ///< chunks whose time was held already
+    std::uint64_t shifted = 0;  ///< the same: they got a later time
+};
+
+/// Refuses options that cannot be met: std::invalid_argument for wrong usage, std::runtime_error if OUT exists or is one
+/// of `options.paths`. WriteChunks does that too; call it first where much is to be done before.
+void CheckOutput(const Options& options);
+
+/// Writes the chunks to OUT, or to its parts, and prints a line for each. Each part is durable, and proved by `source`,
+/// before it gets its name. If that fails, its name leads to the old file or none; the parts before it stay. Throws
+/// std::runtime_error.
+Written WriteChunks(ChunkSource& source, const Options& options, Terminal& terminal);
+
+/// Whether Ctrl-C was pressed, or the program was asked to end, since WriteChunks began. A blocked system call then
+/// fails with EINTR.
+bool Interrupted();
+
+}  // namespace Corvane::FileTool
