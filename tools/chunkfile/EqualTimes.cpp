@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 

@@ -11,8 +11,7 @@
 #include "chunkfile/EqualTimes.h"
 #include "chunkfile/Interrupts.h"
 #include "chunkfile/OutputName.h"
-#include "chunkfile/Plural.h"
-#include "chunkfile/TimeText.h"
+#include "chunkfile/Times.h"
 
 namespace Corvane::FileTool {
 
@@ -117,7 +116,6 @@ private:
             }
             if (options_.onEqualTime == OnEqualTime::Stop) {
                 throw std::runtime_error(source_.Where() + ": an earlier record has the same time, " +
-                                         TimeText(chunk_->GetTimePoint()) + "; see --on-equal-time");
             }
             if (options_.onEqualTime == OnEqualTime::Shift) {
                 Shift();
