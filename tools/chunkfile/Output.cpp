@@ -116,6 +116,7 @@ private:
             }
             if (options_.onEqualTime == OnEqualTime::Stop) {
                 throw std::runtime_error(source_.Where() + ": an earlier record has the same time, " +
+                                         TimeText(chunk_->GetTimePoint()) + "; see --on-equal-time");
             }
             if (options_.onEqualTime == OnEqualTime::Shift) {
                 Shift();
