@@ -3,13 +3,26 @@
 _chunkfile() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
     [ "$COMP_CWORD" -gt 1 ] || command=
-    [[ $word == -* ]] || case $command:$before in
+    [ "$word" != = ] || word=  # --format=
+    [ "$before" != = ] || before=${COMP_WORDS[COMP_CWORD - 2]}  # --format=j
+    [[ " ${COMP_WORDS[*]:0:COMP_CWORD} " != *" -- "* ]] || words=:
+    [[ -n $words || $word == -* ]] || case $command:$before in
         info:--format) words='table json csv' ;;
         info:--color) words='auto always never' ;;
+        list:--from) words=' ' ;;
+        list:--to) words=' ' ;;
+        list:--index) words=' ' ;;
+        list:--limit) words=' ' ;;
         list:--format) words='table json csv' ;;
         list:--color) words='auto always never' ;;
+        cat:--fields) words=' ' ;;
+        cat:--from) words=' ' ;;
+        cat:--to) words=' ' ;;
+        cat:--index) words=' ' ;;
+        cat:--limit) words=' ' ;;
         cat:--format) words='ndjson csv raw' ;;
         cat:--color) words='auto always never' ;;
+        check:--max-size) words=' ' ;;
         check:--format) words='table json csv' ;;
         check:--color) words='auto always never' ;;
         attr:--color) words='auto always never' ;;

@@ -129,10 +129,14 @@ class Completion(unittest.TestCase):
             for names, argument in options_of_help(command):
                 if "|" in argument:
                     self.assertEqual(self.completed(command, names, ""), set(argument.split("|")), (command, names))
+                    self.assertEqual(self.completed(command, names, "="), set(argument.split("|")), (command, names))
+                    self.assertEqual(self.completed(command, names, "=", argument[:3]), {argument.split("|")[0]})
 
     def test_files_and_actions(self):
         self.assertIn("chunkfile.1", self.completed("cat", "chunk"))
         self.assertIn("chunkfile.1", self.completed("cat", "--limit", "5", "chunk"))
+        self.assertIn("chunkfile.1", self.completed("cat", "--", "chunk"))
+        self.assertEqual(self.completed("cat", "--", "--"), set())
         self.assertEqual(self.completed("attr", ""), {"list", "get", "set", "remove"})
         self.assertIn("chunkfile.1", self.completed("attr", "list", "chunk"))
 

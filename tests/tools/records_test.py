@@ -232,9 +232,15 @@ class Usage(ProgramTest):
         return err[0]
 
     def test_everything_wrong_ends_with_2(self):
-        self.assertEqual(self.refused(), "chunkfile: no such command")
-        self.assertEqual(self.refused("dump", "a"), "chunkfile: no such command")
+        self.assertEqual(self.refused(), "chunkfile: COMMAND is required")
+        self.assertEqual(self.refused("dump", "a"), "chunkfile: dump: no such command")
         self.assertEqual(self.refused("cat"), "chunkfile: FILE is required")
+        self.assertEqual(self.refused("list", "a", "b"), "chunkfile: FILE: takes one, not 2")
+        self.assertEqual(self.refused("list", "--limit", "1", "--limit", "2", "a"), "chunkfile: --limit: takes one, not 2")
+        self.assertEqual(self.refused("info", "-dash"), "chunkfile: unexpected option -dash")
+        self.assertEqual(self.refused("info", "a", "--formt", "json"), "chunkfile: unexpected option --formt")
+        self.assertEqual(self.refused("--format", "csv", "info", "a"), "chunkfile: unexpected option --format")
+        self.assertEqual(self.refused("attr", "put", "a"), "chunkfile: ACTION: put is none of list|get|set|remove")
         self.assertEqual(self.refused("cat", "--from", "noon", "a"), "chunkfile: --from: cannot understand noon")
         self.assertEqual(self.refused("cat", "--to", "+1", "a"), "chunkfile: --to: cannot understand +1")
         for text in ("5", "a:b", "1:-2", "1:2:3", " 1:2"):
@@ -247,7 +253,14 @@ class Usage(ProgramTest):
         self.assertEqual(self.refused("list", "--color", "red", "a"), "chunkfile: --color: red is none of auto|always|never")
         self.assertEqual(self.refused("check", "--max-size", "1k", "a"), "chunkfile: --max-size: cannot understand 1k")
         self.assertIn("--scan", self.refused("info", "--scan", "a"))
-        self.assertIn("remove", self.refused("attr", "put", "a"))
+
+    def test_closed_descriptors_are_no_files(self):
+        """Nor does a file that the tool opens get the number of one."""
+        self.five()
+        for command in ("info - <&-", "list five >&-", "cat - <five >&-"):
+            done = subprocess.run(["bash", "-c", f'"$CHUNKFILE" {command}'], cwd=self.folder, capture_output=True, check=False)
+            self.assertEqual((done.returncode, done.stdout), (1, b""), command)
+            self.assertRegex(done.stderr, b"^chunkfile: (-|standard output): Bad file descriptor\n$", command)
 
     def test_version_and_help_end_with_0(self):
         self.assertRegex(self.out("--version"), r"^chunkfile \d+\.\d+\.\d+ \(reference platform\)\n$")

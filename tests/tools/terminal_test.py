@@ -118,5 +118,72 @@ class Terminal(ProgramTest):
         self.assertEqual(self.shown("attr", "get", "five", "user.a"), "\\x1b[31m\r\n")
 
 
+class TabInBash(ProgramTest):
+    """Tab in a live bash. There, chunkfile prints its arguments."""
+    def shell(self, *commands):
+        child = pexpect.spawn("/bin/bash", ["--norc", "--noprofile", "-i"], cwd=self.folder, encoding="utf-8",
+                              dimensions=(40, 160), timeout=60,
+                              env={**os.environ, "TERM": "dumb", "LC_ALL": "C.UTF-8", "HISTFILE": "", "INPUTRC": "/dev/null"})
+        self.addCleanup(child.close)
+        completion = shlex.quote(os.path.join(os.environ["TOOLS"], "chunkfile.bash"))
+        for line in ("bind 'set show-all-if-ambiguous on'; bind 'set bell-style none'", *commands, f". {completion}",
+                     "chunkfile() { printf '<%s>' \"$@\"; }", "PS1='REA''DY>'"):
+            child.sendline(line)
+        child.expect("READY>$")
+        return child
+
+    def completed(self, child, typed):
+        """The arguments that the program gets after Tab and Enter."""
+        child.sendline(f"chunkfile {typed}\t")
+        child.expect(r"\n<(.*)>READY>$")
+        return child.match[1].split("><")
+
+    def offered(self, child, typed):
+        """The words below the line after Tab."""
+        child.send(f"chunkfile {typed}\t\x15")
+        child.sendline("echo E''ND")
+        child.expect("END\r\n.*READY>$")
+        lines = child.before.split("\r\n")
+        return set(" ".join(line for line in lines[1:] if "READY>" not in line).split())
+
+    def files(self):
+        for name in ("with space", "-dash", "\u00fc", "a'b", "one", "onetwo"):
+            self.five(name)
+        os.mkdir(self.path("folder"))
+        self.five("folder/inner")
+
+    def check(self, child):
+        for typed, arguments in (
+                ("in", ["info"]), ("info --fi", ["info", "--fields"]), ("info --format j", ["info", "--format", "json"]),
+                ("info --format=j", ["info", "--format=json"]), ("attr ge", ["attr", "get"]),
+                ("info wi", ["info", "with space"]), ("info 'with s", ["info", "with space"]),
+                ("cat --limit 1 with\\ ", ["cat", "--limit", "1", "with space"]), ("info \u00fc", ["info", "\u00fc"]),
+                ("info a", ["info", "a'b"]), ("info -- -", ["info", "--", "-dash"]), ("info ./-", ["info", "./-dash"]),
+                ("check fol", ["check", "folder/"]), ("check folder/", ["check", "folder/inner"]),
+                ("attr list wi", ["attr", "list", "with space"]), ("list --from o", ["list", "--from", "o"])):
+            self.assertEqual(self.completed(child, typed), arguments, typed)
+
+    def test_one_word_is_completed(self):
+        self.files()
+        self.check(self.shell())
+
+    def test_the_package_bash_completion_changes_nothing(self):
+        package = "/usr/share/bash-completion/bash_completion"
+        if not os.path.exists(package):
+            self.skipTest("the package bash-completion is not installed")
+        self.files()
+        self.check(self.shell(f". {package}"))
+
+    def test_several_words_are_offered(self):
+        self.files()
+        child = self.shell()
+        self.assertLessEqual({"cat", "check"}, self.offered(child, "c"))
+        self.assertEqual(self.offered(child, "info --format "), {"table", "json", "csv"})
+        self.assertEqual(self.offered(child, "info --format="), {"table", "json", "csv"})
+        self.assertEqual(self.offered(child, "check o"), {"one", "onetwo"})
+        self.assertEqual(self.offered(child, "list --from "), set())
+        self.assertLessEqual({"--from", "--to", "-q"}, self.offered(child, "list -"))
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -82,8 +82,9 @@ private:
         if (!checked) {
             return;
         }
-        code_ = Graver(code_, CodeOf(*checked, options_.strict));
-        if (!options_.quiet) {
+        const Exit code = CodeOf(*checked, options_.strict);
+        code_ = Graver(code_, code);
+        if (!options_.quiet || code != Exit::Fine) {
             WriteReport(terminal_, options_.format, first_, *checked);
             first_ = false;
         }

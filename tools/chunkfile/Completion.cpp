@@ -4,7 +4,7 @@ namespace Corvane::FileTool {
 
 namespace {
 
-// Words of one command, or what one option takes, as a branch of `case`.
+// A branch of `case`: what bash offers there. A colon stands for files, a space for nothing.
 std::string Branch(const std::string& pattern, const std::string& words)
 {
     return "        " + pattern + ") words='" + words + "' ;;\n";
@@ -19,13 +19,31 @@ std::string Spaced(const std::string& names, char separator)
     return spaced;
 }
 
+// What follows an option: one of its choices, a file, or a value that only the user knows.
+std::string ArgumentBranch(const std::string& command, const OptionRow& option)
+{
+    const std::string argument = option.argument;
+    std::string pattern;
+    for (const std::string& name : Split(option.names, ',')) {
+        pattern.append(pattern.empty() ? "" : " | ").append(command).append(":").append(name);
+    }
+    if (argument.find('|') != std::string::npos) {
+        return Branch(pattern, Spaced(argument, '|'));
+    }
+    const bool isFile = argument.starts_with("OUT") || argument.starts_with("PAGE");
+    return Branch(pattern, isFile ? ":" : " ");
+}
+
 constexpr const char* kBegin =
     R"(# Completion of chunkfile for bash, made of the parser's tables: chunkfile --bash-completion
 
 _chunkfile() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
     [ "$COMP_CWORD" -gt 1 ] || command=
-    [[ $word == -* ]] || case $command:$before in
+    [ "$word" != = ] || word=  # --format=
+    [ "$before" != = ] || before=${COMP_WORDS[COMP_CWORD - 2]}  # --format=j
+    [[ " ${COMP_WORDS[*]:0:COMP_CWORD} " != *" -- "* ]] || words=:
+    [[ -n $words || $word == -* ]] || case $command:$before in
 )";
 
 constexpr const char* kMiddle = R"(        *) [ -z "$command" ] || words=: ;;  # files
@@ -58,9 +76,7 @@ std::string BashCompletion()
                 continue;
             }
             words += Spaced(option.names, ',') + " ";
-            if (option.argument != nullptr && Split(option.argument, '|').size() > 1) {
-                arguments += Branch(name + ":" + option.names, Spaced(option.argument, '|'));
-            }
+            arguments += option.argument == nullptr ? "" : ArgumentBranch(name, option);
         }
         options += Branch(name, words + "--help");
         commands += name + " ";

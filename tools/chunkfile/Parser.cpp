@@ -1,5 +1,9 @@
 // The command line. Only this source includes CLI11.
+#include <fcntl.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <iostream>
@@ -38,11 +42,11 @@ void AddOption(CLI::App& command, const OptionRow& row, Options& options)
 void AddAttributeArguments(CLI::App& command, Options& options)
 {
     AttributeOptions& attribute = options.attribute;
-    const CLI::IsMember actions({"list", "get", "set", "remove"});
-    command.add_option("ACTION", attribute.action, "list, get, set or remove")
-        ->required()
-        ->check(actions)
-        ->option_text(" ");
+    const auto known = [](const std::string& action) -> std::string {
+        const bool is = action == "list" || action == "get" || action == "set" || action == "remove";
+        return is ? "" : action + " is none of list|get|set|remove";
+    };
+    command.add_option("ACTION", attribute.action, "list, get, set or remove")->required()->check(known)->type_name("");
     command.add_option("PATH", attribute.path, "The file")->required()->type_name("");
     command.add_option("NAME", attribute.name, "The attribute, with its namespace: user.x")->type_name("");
     command.add_option("VALUE", attribute.value, "What set stores")->type_name("");
@@ -91,6 +95,25 @@ void Describe(CLI::App& app)
     }
 }
 
+// What is wrong. CLI11 asks for what is missing before it says what it does not know.
+std::string ReasonOf(const CLI::App& app, const CLI::ParseError& error)
+{
+    const std::vector<std::string> rest = app.remaining(true);
+    const auto option = std::ranges::find_if(rest, [](const std::string& word) { return word.starts_with('-'); });
+    const auto is = [&error](CLI::ExitCodes code) { return error.get_exit_code() == static_cast<int>(code); };
+    const bool required = is(CLI::ExitCodes::RequiredError);
+    if ((required || is(CLI::ExitCodes::ExtrasError)) && option != rest.end()) {
+        return "unexpected option " + *option;
+    }
+    if (required && app.get_subcommands().empty()) {
+        return rest.empty() ? "COMMAND is required" : rest.front() + ": no such command";
+    }
+    std::string reason = error.what();
+    const std::string often = ": At Most 1 required but received ";
+    const std::size_t at = reason.find(often);
+    return at == std::string::npos ? reason : reason.replace(at, often.size(), ": takes one, not ");
+}
+
 // Prints help, version, completion, or what is wrong.
 Exit Explain(const CLI::App& app, const CLI::ParseError& error)
 {
@@ -103,9 +126,18 @@ Exit Explain(const CLI::App& app, const CLI::ParseError& error)
     }
     const auto chosen = app.get_subcommands();
     const std::string command = chosen.empty() ? "chunkfile" : "chunkfile " + chosen.front()->get_name();
-    const std::string reason = chosen.empty() && error.get_name() == "RequiredError" ? "no such command" : error.what();
-    std::cerr << "chunkfile: " << Terminal::Escaped(reason) << "\nTry: " << command << " --help\n";
+    std::cerr << "chunkfile: " << Terminal::Escaped(ReasonOf(app, error)) << "\nTry: " << command << " --help\n";
     return Exit::Usage;
+}
+
+// A standard descriptor that the caller closed stays unusable: otherwise the next file that is opened gets its number.
+void KeepClosed()
+{
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) == -1) {
+            ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
 }
 
 // Log entries go to stderr with -v, and nowhere without it.
@@ -140,6 +172,7 @@ Exit RunCommand(const CommandRow& row, const Options& options)
 
 int RunTool(int count, char** arguments)
 {
+    KeepClosed();
     std::setlocale(LC_CTYPE, "");   // NOLINT(concurrency-mt-unsafe): this program has one thread
     std::signal(SIGPIPE, SIG_DFL);  // a reader that goes away ends the program, whatever its parent has set
     CLI::App app("Looks into chunk files and judges them");

@@ -124,7 +124,7 @@ constexpr auto kCommands = std::to_array<CommandRow>({
     {kCheck, "check", "PATH...", Check, "Judges files, and every regular file in folders",
      "  chunkfile check a.chunks\n"
      "  chunkfile check --max-size 4000000 a.chunks\n"
-     "  chunkfile check -q --strict folder || echo 'look closer'\n"},
+     "  chunkfile check -q --strict folder  # silent if all is well\n"},
     {kAttr, "attr", nullptr, Attr, "Lists, gets, sets or removes extended attributes of any file",
      "  chunkfile attr list a.chunks\n"
      "  chunkfile attr set a.chunks user.__trackSize 836434\n"
@@ -159,7 +159,7 @@ constexpr auto kOptions = std::to_array<OptionRow>({
     {kInfo | kList | kCheck, "--format", "table|json|csv", "What to print; default: table", TakeFormat},
     {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
     {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},
-    {kAll, "-q,--quiet", nullptr, "No progress; from check only errors and the exit code", Set<&Options::quiet>},
+    {kAll, "-q,--quiet", nullptr, "No progress; check leaves out files that are fine", Set<&Options::quiet>},
     {kAll, "-v,--verbose", nullptr, "Log entries of the library and sums on stderr", Set<&Options::verbose>},
 });
 
