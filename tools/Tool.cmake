@@ -26,6 +26,8 @@ function(corvane_file_tool name)
     List
     Output
     OutputName
+    ParseNumber
+    ParseTimes
     Parser
     Reopening
     Selection

@@ -96,6 +96,93 @@ TEST(Times, OtherTextsAreRefused)
     }
 }
 
+struct Met {
+    std::optional<std::int64_t> time;
+    unsigned forms;
+
+    bool operator==(const Met&) const = default;
+};
+
+Met Iso(const char* text)
+{
+    unsigned forms = 0;
+    const auto time = ParseIsoTime(text, forms);
+    return {time, forms};
+}
+
+TEST(IsoTimes, Rfc3339HasNoOtherForm)
+{
+    EXPECT_EQ(Iso("1970-01-01T01:00:00.5+01:00"), (Met{kSecond / 2, 0}));
+    EXPECT_EQ(Iso("@1.5"), (Met{kSecond * 3 / 2, 0}));
+}
+
+TEST(IsoTimes, CommonFormsAreReadAndNamed)
+{
+    EXPECT_EQ(Iso("1970-01-02"), (Met{86400 * kSecond, kDateOnly | kNoOffset}));
+    EXPECT_EQ(Iso("1970-01-01T00:00:01"), (Met{kSecond, kNoOffset}));
+    EXPECT_EQ(Iso("1970-01-01 00:01"), (Met{60 * kSecond, kNoSeconds | kNoOffset}));
+    EXPECT_EQ(Iso("1970-01-01T00:01Z"), (Met{60 * kSecond, kNoSeconds}));
+    EXPECT_EQ(Iso("1970-01-01T00:00:00,000000001Z"), (Met{1, kComma}));
+    EXPECT_EQ(Iso("1970-01-01T01:00:00+0100"), (Met{0, kOtherOffset}));
+    EXPECT_EQ(Iso("1970-01-01 01:00:01 +0100"), (Met{kSecond, kOtherOffset}));
+    EXPECT_EQ(Iso("1969-12-31 23:30:00.25 -00:30"), (Met{kSecond / 4, kOtherOffset}));
+    EXPECT_EQ(Iso("1969-12-31 22:00:00-02"), (Met{0, kOtherOffset}));
+}
+
+TEST(IsoTimes, OtherTextsAreRefused)
+{
+    for (const char* const text : {"",
+                                   "1970",
+                                   "1970-01",
+                                   "19700101",
+                                   "1970-01-01T",
+                                   "1970-01-01Z",
+                                   "1970-01-01 00",
+                                   "1970-02-30",
+                                   "1970-01-01T00:00,5Z",
+                                   "1970-01-01T00:00.5Z",
+                                   "1970-01-01T00:00:00,",
+                                   "1970-01-01T00:00:00.1,1",
+                                   "1970-01-01T00:00:00  +0100",
+                                   "1970-01-01T00:00:00 Z",
+                                   "1970-01-01T00:00:00 ",
+                                   "1970-01-01T00:00:00+1",
+                                   "1970-01-01T00:00:00+010",
+                                   "1970-01-01T00:00:00+2400",
+                                   "1970-01-01T00:00:00+01:0",
+                                   "1970-01-01T00:00:00x01"}) {
+        EXPECT_EQ(Iso(text), (Met{std::nullopt, 0})) << text;
+    }
+}
+
+TEST(NumberTimes, UnitsAreExact)
+{
+    EXPECT_EQ(ParseNumber("1.5", kSecond), kSecond * 3 / 2);
+    EXPECT_EQ(ParseNumber("-1.000000001", kSecond), -kSecond - 1);
+    EXPECT_EQ(ParseNumber("1700000000123.4567", 1'000'000), 1'700'000'000'123'456'700);
+    EXPECT_EQ(ParseNumber("9223372036854775807", 1), kMost);
+    EXPECT_EQ(ParseNumber("-9223372036.854775808", kSecond), kLeast);
+    EXPECT_EQ(ParseNumber("0", 1), 0);
+    EXPECT_EQ(ParseNumber("-0.000", 1), 0);
+    EXPECT_EQ(ParseNumber("007", 1000), 7000);
+}
+
+TEST(NumberTimes, ExponentsAreRead)
+{
+    EXPECT_EQ(ParseNumber("1.7e9", kSecond), 1'700'000'000 * kSecond);
+    EXPECT_EQ(ParseNumber("1.7E+18", 1), 1'700'000'000 * kSecond);
+    EXPECT_EQ(ParseNumber("15e-1", kSecond), kSecond * 3 / 2);
+    EXPECT_EQ(ParseNumber("0e999", kSecond), 0);
+}
+
+TEST(NumberTimes, LossAndOtherTextsAreRefused)
+{
+    for (const char* const text : {"", "-", "+1", ".5", "1.", "1.5", "1e", "1e+", "1e+-5", "1e1000", "1e20", "1x", " 1",
+                                   "9223372036854775808", "-9223372036854775809", "1e-1", "0x10", "12e-1"}) {
+        EXPECT_EQ(ParseNumber(text, 1), std::nullopt) << text;
+    }
+}
+
 TEST(Times, BoundsCountFromTheFirstOrTheLastRecord)
 {
     const auto bound = [](const char* text) { return ParseTimeBound(text).value_or(TimeBound{Base::Epoch, -77}); };

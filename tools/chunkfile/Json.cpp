@@ -11,14 +11,15 @@ namespace {
 
 constexpr std::string_view kBase64Mark = "base64:";
 
+constexpr std::string_view kBase64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
 using Base64Pairs = std::array<std::array<char, 2>, 4096>;
 
 constexpr Base64Pairs MakeBase64Pairs()
 {
-    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     Base64Pairs pairs = {};
     for (std::size_t i = 0; i < pairs.size(); ++i) {
-        pairs[i] = {digits[i / 64], digits[i % 64]};
+        pairs[i] = {kBase64Digits[i / 64], kBase64Digits[i % 64]};
     }
     return pairs;
 }
@@ -148,6 +149,37 @@ std::string TextOrBase64(std::string_view bytes)
     }
     AppendBase64(text.append(kBase64Mark), bytes);
     return text;
+}
+
+std::optional<std::string> FromBase64(std::string_view text)
+{
+    std::string bytes;
+    bytes.reserve(text.size() / 4 * 3);
+    std::uint32_t bits = 0;
+    std::size_t have = 0;
+    for (const char digit : text.substr(0, std::min(text.find('='), text.size()))) {
+        const std::size_t value = kBase64Digits.find(digit);
+        if (value == std::string_view::npos) {
+            return {};
+        }
+        bits = bits << 6U | static_cast<std::uint32_t>(value);
+        if (++have % 4 != 1) {
+            bytes += static_cast<char>(bits >> (6 - 2 * ((have - 1) % 4)));
+        }
+    }
+    std::string again;
+    AppendBase64(again, bytes);
+    return again == text ? std::optional(std::move(bytes))
+                         : std::nullopt;  // else bits were lost, or the padding is wrong
+}
+
+void DecodeBase64Mark(std::string& text)
+{
+    if (text.starts_with(kBase64Mark)) {
+        if (auto bytes = FromBase64(std::string_view(text).substr(kBase64Mark.size()))) {
+            text = std::move(*bytes);
+        }
+    }
 }
 
 JsonDocument& JsonDocument::Open(char bracket, std::string_view name)

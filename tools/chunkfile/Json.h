@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,12 +23,27 @@ void AppendJsonValue(std::string& line, std::string_view value, bool typed);
 bool IsCompactJson(std::string_view bytes);  // JsonGrammar.cpp
 constexpr int kMostNesting = 64;             // what every JSON parser can read
 
+struct JsonFault {
+    std::size_t position;
+    const char* reason;
+};
+
+/// The first byte that makes the text no JSON value, or its end. Nothing if it is one. Spaces are allowed, and values
+/// inside an object or array may have kMostNesting levels. Strings are UTF-8 without halves of surrogates.
+std::optional<JsonFault> FaultOf(std::string_view text);  // JsonGrammar.cpp
+
 /// A line of CSV (RFC 4180) with its line end. Fields are quoted only where they must be.
 std::string CsvLine(std::initializer_list<std::string_view> fields);
 void AppendCsv(std::string& line, std::string_view field);
 
 /// The bytes if they are UTF-8 and do not begin with `base64:`; else `base64:` and the bytes in base64.
 std::string TextOrBase64(std::string_view bytes);
+
+/// The bytes of base64 as the functions above write it: with padding, in one way only. Nothing for another text.
+std::optional<std::string> FromBase64(std::string_view text);
+
+/// Turns `base64:` and base64 into the bytes. Leaves another text alone.
+void DecodeBase64Mark(std::string& text);
 
 /// Builds a JSON document in one line. The caller opens and closes in an order that makes sense; commas are this
 /// class's. Texts that are not UTF-8 become TextOrBase64.

@@ -8,22 +8,34 @@ namespace Corvane::FileTool {
 
 namespace {
 
-// Takes compact JSON from the front of a text. Each member returns false if something else stands there.
+// Takes JSON from the front of a text. Each member returns false if something else stands there.
 class Grammar {
 public:
-    explicit Grammar(std::string_view text) : rest_(text) {}
+    // Compact: no space outside strings, and no control characters at all.
+    Grammar(std::string_view text, bool compact) : rest_(text), compact_(compact) {}
 
-    bool AtEnd() const { return rest_.empty(); }
+    std::string_view Rest() const { return rest_; }
+    bool IsTooDeep() const { return tooDeep_; }
 
     bool Value(int nesting)  // NOLINT(misc-no-recursion): no deeper than kMostNesting
     {
+        SkipSpace();
         if (rest_.starts_with('{') || rest_.starts_with('[')) {
-            return nesting < kMostNesting && Members(rest_.starts_with('{'), nesting + 1);
+            tooDeep_ = nesting >= kMostNesting;
+            return !tooDeep_ && Members(rest_.starts_with('{'), nesting + 1) && SkipSpace();
         }
-        return String() || Take("true") || Take("false") || Take("null") || Number();
+        return (String() || Take("true") || Take("false") || Take("null") || Number()) && SkipSpace();
     }
 
 private:
+    bool SkipSpace()
+    {
+        if (!compact_) {
+            rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t\r\n"), rest_.size()));
+        }
+        return true;
+    }
+
     bool Take(std::string_view word)
     {
         const bool found = rest_.starts_with(word);
@@ -35,11 +47,11 @@ private:
     {
         const std::string_view end = object ? "}" : "]";
         rest_.remove_prefix(1);
-        if (Take(end)) {
+        if (SkipSpace() && Take(end)) {
             return true;
         }
         do {
-            if ((object && !(String() && Take(":"))) || !Value(nesting)) {
+            if ((object && !(SkipSpace() && String() && SkipSpace() && Take(":"))) || !Value(nesting)) {
                 return false;
             }
         } while (Take(","));
@@ -83,7 +95,8 @@ private:
     bool OtherCharacter()
     {
         const Character character = FirstCharacter(rest_);
-        if (character.code == kNoCharacter || character.code == '\\' || IsControl(character.code)) {
+        const bool refused = compact_ ? IsControl(character.code) : character.code < ' ';
+        if (character.code == kNoCharacter || character.code == '\\' || refused) {
             return false;
         }
         rest_.remove_prefix(character.size);
@@ -119,14 +132,31 @@ private:
     }
 
     std::string_view rest_;
+    bool compact_;
+    bool tooDeep_ = false;
 };
 
 }  // namespace
 
 bool IsCompactJson(std::string_view bytes)
 {
-    Grammar grammar(bytes);
-    return !bytes.starts_with('"') && grammar.Value(0) && grammar.AtEnd();
+    Grammar grammar(bytes, /* compact = */ true);
+    return !bytes.starts_with('"') && grammar.Value(0) && grammar.Rest().empty();
+}
+
+std::optional<JsonFault> FaultOf(std::string_view text)
+{
+    Grammar grammar(text, /* compact = */ false);
+    const bool isJson = grammar.Value(-1);
+    const std::string_view rest = grammar.Rest();
+    const std::size_t position = text.size() - rest.size();
+    if (rest.empty()) {
+        return isJson ? std::nullopt : std::optional(JsonFault{position, "the JSON ends too early"});
+    }
+    if (grammar.IsTooDeep()) {
+        return JsonFault{position, "more than 64 levels of JSON"};
+    }
+    return JsonFault{position, FirstCharacter(rest).code == kNoCharacter ? "not UTF-8" : "not JSON"};
 }
 
 }  // namespace Corvane::FileTool
