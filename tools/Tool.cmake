@@ -1,6 +1,37 @@
 # Adds the command-line tool as a program `name`. It reads chunk files of the platform of the target PLATFORM. GLUE is the
 # source that defines the functions of chunkfile/Glue.h. Call it where the target Corvane::File exists.
 set(CORVANE_FILE_TOOL_DIR ${CMAKE_CURRENT_LIST_DIR})
+set(CORVANE_FILE_TOOL_SOURCES
+  Attr
+  Cat
+  Check
+  CheckReport
+  Commands
+  Completion
+  EqualTimes
+  Findings
+  Info
+  InfoReport
+  Input
+  Interrupts
+  Json
+  JsonGrammar
+  List
+  Output
+  OutputName
+  ParseNumber
+  ParseTimes
+  Parser
+  Reopening
+  Selection
+  Survey
+  Tables
+  Terminal
+  Times
+  Utf8
+  Walk)
+list(TRANSFORM CORVANE_FILE_TOOL_SOURCES PREPEND ${CORVANE_FILE_TOOL_DIR}/chunkfile/)
+list(TRANSFORM CORVANE_FILE_TOOL_SOURCES APPEND .cpp)
 
 function(corvane_file_tool name)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "PLATFORM;GLUE" "")
@@ -8,38 +39,7 @@ function(corvane_file_tool name)
   if(NOT CLI11_FOUND)
     message(FATAL_ERROR "CLI11 is missing. On Debian: apt-get install libcli11-dev")
   endif()
-  set(parts
-    Attr
-    Cat
-    Check
-    CheckReport
-    Commands
-    Completion
-    EqualTimes
-    Findings
-    Info
-    InfoReport
-    Input
-    Interrupts
-    Json
-    JsonGrammar
-    List
-    Output
-    OutputName
-    ParseNumber
-    ParseTimes
-    Parser
-    Reopening
-    Selection
-    Survey
-    Tables
-    Terminal
-    Times
-    Utf8
-    Walk)
-  list(TRANSFORM parts PREPEND ${CORVANE_FILE_TOOL_DIR}/chunkfile/)
-  list(TRANSFORM parts APPEND .cpp)
-  add_library(${name}_parts STATIC ${parts} ${ARG_GLUE})
+  add_library(${name}_parts STATIC ${CORVANE_FILE_TOOL_SOURCES} ${ARG_GLUE})
   target_compile_features(${name}_parts PUBLIC cxx_std_20)
   target_include_directories(${name}_parts PUBLIC ${CORVANE_FILE_TOOL_DIR})
   get_target_property(version CorvaneFile VERSION)
