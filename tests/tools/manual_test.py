@@ -1,7 +1,9 @@
-"""The manual page: its samples are what the tool prints, and its options are those of help and completion.
+"""The pages: their samples are what the tool prints, and the options are those of help and completion.
 
-usage: manual_test.py [update]   update writes what the tool prints into the page, and the completion into its file
+usage: manual_test.py [update]   update writes what the tool prints into the pages, and the completion into its file
 """
+import contextlib
+import dataclasses
 import os
 import re
 import shlex
@@ -9,17 +11,19 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import typing
 import unittest
 
 import chunk_writer
 
 TOOLS = os.environ["TOOLS"]  # the folder of the page and the completion
 PAGE = os.path.join(TOOLS, "chunkfile.1")
+GUIDE = os.path.join(TOOLS, "..", "docs", "chunkfile.md")
+README = os.path.join(TOOLS, "..", "README.md")
 COMPLETION = os.path.join(TOOLS, "chunkfile.bash")
 PROGRAM = os.environ["CHUNKFILE"]
 COMMANDS = ("info", "list", "cat", "check", "attr")
 
-SAMPLE = re.compile(r"(^\.Bd -literal -offset indent\n)(.*?)(^\.Ed$)", re.MULTILINE | re.DOTALL)
 HELP_OPTION = re.compile(r"^  ((?:-\w,)?--[\w-]+)(?: ([A-Z][A-Z,:]*|\w+\|\S+))? +\S", re.MULTILINE)
 PAGE_OPTION = re.compile(r"^\.It Fl (?:(\w) , )?-([\w-]+)(?: Ar (\S+))?$", re.MULTILINE)
 
@@ -46,27 +50,50 @@ def write_samples(folder):
             file.write(data)
 
 
-def output_of(command, folder):
-    """What a shell shows of the command, as lines of the page."""
-    done = subprocess.run(["bash", "-c", command], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          check=False, text=True,
-                          env={**os.environ, "LC_ALL": "C", "PATH": f"{folder}/bin:{os.environ['PATH']}"})
-    shown = done.stdout.replace("\r\n", "\n").replace("\\", "\\e")
-    return re.sub(r"^(?=\.)", r"\\&", shown, flags=re.MULTILINE)
+def shell(command, folder, locale):
+    """Runs the command as a reader of the page would. The folder bin comes first on the path."""
+    return subprocess.run(["bash", "-c", command], cwd=folder, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False, text=True,
+                          env={**os.environ, "LC_ALL": locale, "PATH": f"{folder}/bin:{os.environ['PATH']}"})
 
 
-def page_with_samples():
-    """The page with what its commands print now."""
+@contextlib.contextmanager
+def reader():
+    """A folder with the files of the manual page, and the program in bin."""
     with tempfile.TemporaryDirectory() as folder:
         write_samples(folder)
         os.mkdir(os.path.join(folder, "bin"))
         os.symlink(os.path.abspath(PROGRAM), os.path.join(folder, "bin", "chunkfile"))
+        yield folder
 
-        def run(sample):
-            commands = [line for line in sample[2].splitlines() if line.startswith("$ ")]
-            shown = "".join(f"{line}\n" + output_of(line[2:].replace("\\e", "\\"), folder) for line in commands)
-            return sample[1] + shown + sample[3]
-        return SAMPLE.sub(run, read(PAGE))
+
+@dataclasses.dataclass
+class Samples:
+    """How a page shows commands and what they print. A command begins with "$ ", each further line of it with "> "."""
+    block: re.Pattern
+    locale: str
+    quoted: typing.Callable = lambda text: text
+    unquoted: typing.Callable = lambda text: text
+
+    def shown(self, commands, folder):
+        typed = re.findall(r"^\$ .*\n(?:> .*\n)*", commands, re.MULTILINE)
+        return "".join(lines + self.quoted(shell(self.unquoted(re.sub("^[$>] ", "", lines, flags=re.MULTILINE)),
+                                                 folder, self.locale).stdout.replace("\r\n", "\n")) for lines in typed)
+
+    def renewed(self, page):
+        """The page with what its commands print now."""
+        with reader() as folder:
+            return self.block.sub(lambda sample: sample[1] + self.shown(sample[2], folder) + sample[3], read(page))
+
+
+MDOC = Samples(re.compile(r"(^\.Bd -literal -offset indent\n)(.*?)(^\.Ed$)", re.MULTILINE | re.DOTALL), "C",
+               lambda text: re.sub(r"^(?=\.)", r"\\&", text.replace("\\", "\\e"), flags=re.MULTILINE),
+               lambda text: text.replace("\\e", "\\"))
+MARKDOWN = Samples(re.compile(r"(^```console\n)(.*?)(^```$)", re.MULTILINE | re.DOTALL), "C.UTF-8")
+PAGES = {PAGE: MDOC, GUIDE: MARKDOWN}
+
+TOUR = re.compile(r"^## Looking into files\n.*?^```sh\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+SSH = "#!/bin/sh\nshift\nexec \"$@\"\n"  # in place of the real one: the host is this one
 
 
 def options_of_help(command):
@@ -82,12 +109,38 @@ def options_of_page(section):
             for short, name, argument in PAGE_OPTION.findall(text[begin:end])}
 
 
+def steady(text):
+    """Without what depends on the file system."""
+    return re.sub(r"\d+ allocated", "allocated", text)
+
+
 class Manual(unittest.TestCase):
     maxDiff = None
 
     def test_samples_are_what_the_tool_prints(self):
-        self.assertTrue(SAMPLE.search(read(PAGE)))
-        self.assertEqual(page_with_samples(), read(PAGE))
+        for page, samples in PAGES.items():
+            with self.subTest(os.path.basename(page)):
+                self.assertTrue(samples.block.search(read(page)))
+                self.assertEqual(steady(samples.renewed(page)), steady(read(page)))
+
+    def test_tour_in_the_readme_works(self):
+        """Each line prints something or makes a file. Those about damage end with 3, the others with 0."""
+        with reader() as folder:
+            os.mkdir(os.path.join(folder, "folder"))
+            shutil.copy(os.path.join(folder, "a.chunks"), os.path.join(folder, "folder"))
+            with open(os.path.join(folder, "bin", "ssh"), "w", encoding="utf-8") as file:
+                os.fchmod(file.fileno(), 0o755)
+                file.write(SSH)
+            try:
+                os.setxattr(os.path.join(folder, "a.chunks"), "user.a", b"1")
+            except OSError:
+                self.skipTest("this file system keeps no user attributes")
+            for line in TOUR.search(read(README))[1].splitlines():
+                with self.subTest(line):
+                    before = set(os.listdir(folder))
+                    done = shell(line, folder, "C.UTF-8")
+                    self.assertEqual(done.returncode, 3 if "damaged" in line else 0, done.stdout)
+                    self.assertTrue(done.stdout or set(os.listdir(folder)) - before)
 
     def test_options_are_those_of_help(self):
         for command in COMMANDS:
@@ -142,9 +195,10 @@ class Completion(unittest.TestCase):
 
 
 def update():
-    page = page_with_samples()
-    with open(PAGE, "w", encoding="utf-8") as file:
-        file.write(page)
+    for page, samples in PAGES.items():
+        text = samples.renewed(page)
+        with open(page, "w", encoding="utf-8") as file:
+            file.write(text)
     with open(COMPLETION, "w", encoding="utf-8") as file:
         file.write(printed("--bash-completion"))
 
