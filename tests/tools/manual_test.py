@@ -93,6 +93,9 @@ MARKDOWN = Samples(re.compile(r"(^```console\n)(.*?)(^```$)", re.MULTILINE | re.
 PAGES = {PAGE: MDOC, GUIDE: MARKDOWN}
 
 TOUR = re.compile(r"^## Looking into files\n.*?^```sh\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+UNIT = re.compile(r"^```ini\n# /etc/systemd/system/(\S+)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+STARTED = re.compile(r"^ExecStart=/usr/bin/(chunkfile .*)$", re.MULTILINE)
+CRON = re.compile(r"^17 \* \* \* \* (.*)$", re.MULTILINE)
 SSH = "#!/bin/sh\nshift\nexec \"$@\"\n"  # in place of the real one: the host is this one
 
 
@@ -152,6 +155,41 @@ class Manual(unittest.TestCase):
     def test_page_is_clean(self):
         done = subprocess.run(["mandoc", "-T", "lint", PAGE], capture_output=True, check=False, text=True)
         self.assertEqual((done.returncode, done.stdout), (0, ""))
+
+
+class FolderCheck(unittest.TestCase):
+    """The recipes for a timer and for cron."""
+    def recipes(self):
+        return [pattern.search(read(GUIDE))[1] for pattern in (STARTED, CRON)]
+
+    def test_recipes_print_what_is_not_fine_and_nothing_else(self):
+        for recipe in self.recipes():
+            with self.subTest(recipe), reader() as folder:
+                store = os.path.join(folder, "store")
+                os.mkdir(store)
+                for name in ("a.chunks", "damaged.chunks"):
+                    os.rename(os.path.join(folder, name), os.path.join(store, name))
+                    os.utime(os.path.join(store, name), (0, 0))
+                command = recipe.replace("/srv/chunks", store)
+                found = shell(command, folder, "C")
+                self.assertNotEqual(found.returncode, 0)
+                self.assertTrue(found.stdout.startswith(f"{store}/damaged.chunks: damaged\n"), found.stdout)
+                self.assertNotIn("a.chunks", found.stdout)
+                os.remove(os.path.join(store, "damaged.chunks"))
+                fine = shell(command, folder, "C")
+                self.assertEqual((fine.returncode, fine.stdout), (0, ""))
+
+    def test_systemd_takes_the_units(self):
+        if not shutil.which("systemd-analyze"):
+            self.skipTest("no systemd-analyze here")
+        units = dict(UNIT.findall(read(GUIDE)))
+        with tempfile.TemporaryDirectory() as folder:
+            for name, text in units.items():
+                with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
+                    file.write(text.replace("/usr/bin/chunkfile", os.path.abspath(PROGRAM)))
+            done = subprocess.run(["systemd-analyze", "verify", *units], cwd=folder, capture_output=True, check=False,
+                                  text=True)
+            self.assertEqual((len(units), done.returncode, done.stdout + done.stderr), (3, 0, ""))
 
 
 class Completion(unittest.TestCase):
