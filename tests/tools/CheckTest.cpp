@@ -190,6 +190,24 @@ TEST_F(ToolProgram, HugeFileOfHolesIsCheckedAtOnce)
     EXPECT_EQ(CodeOf("timeout 20 $CHUNKFILE check header"), 3);
 }
 
+TEST_F(ToolProgram, InfoCallsAFileWithoutAHeaderThat)
+{
+    const Ran ran = Run("head -c 15 sound | $CHUNKFILE info -");
+    EXPECT_EQ(ran.out.substr(0, ran.out.find('\n', 17)), "standard input\n  version     none: the header is cut")
+        << ran.out;
+    EXPECT_EQ(ran.err, "chunkfile: standard input: no whole header\n");
+}
+
+TEST_F(ToolProgram, OneRecordASecondIsOne)
+{
+    const auto info = [this](std::int64_t second) {
+        Put("two", FileOf({ChunkOfSize(1'000'000'000, 100), ChunkOfSize(second, 100)}));
+        return Run("$CHUNKFILE info two").out;
+    };
+    EXPECT_NE(info(2'000'000'000).find(", 1 record a second\n"), std::string::npos) << info(2'000'000'000);
+    EXPECT_NE(info(1'500'000'000).find(", 2 records a second\n"), std::string::npos) << info(1'500'000'000);
+}
+
 TEST_F(ToolProgram, InfoCountsFields)
 {
     const Ran ran = Run("$CHUNKFILE info --fields --format json sound");

@@ -43,7 +43,8 @@ std::string RateText(double rate)
 {
     std::array<char, 32> text = {};
     std::snprintf(text.data(), text.size(), rate >= 100 ? "%.0f" : "%.3g", rate);
-    return text.data();
+    const std::string number = text.data();
+    return number + (number == "1" ? " record a second" : " records a second");
 }
 
 std::uint64_t UsedBytes(const Survey& survey)
@@ -58,6 +59,9 @@ std::uint64_t BytesOfRecords(const Survey& survey)
 
 std::string VersionText(const Survey& survey)
 {
+    if (survey.damage == Damage::ShortFile) {
+        return "none: the header is cut";
+    }
     const std::string number = std::to_string(survey.version);
     if (survey.version == File::kFormatVersion) {
         return number + ": can be reopened";
@@ -124,7 +128,7 @@ std::vector<Line> TimeLines(const Survey& survey, bool utf8)
     lines.emplace_back("last", TimeText(*times.last));
     if (const auto span = SpanOf(times)) {
         const auto rate = RateOf(survey);
-        lines.emplace_back("span", DurationText(*span) + (rate ? ", " + RateText(*rate) + " records a second" : ""));
+        lines.emplace_back("span", DurationText(*span) + (rate ? ", " + RateText(*rate) : ""));
     }
     lines.emplace_back("times", OrderText(times, survey.end.records));
     if (!survey.overTime.empty()) {
