@@ -151,6 +151,17 @@ class Manual(unittest.TestCase):
                 common = options_of_page("Options of all commands")
                 self.assertEqual(options_of_page(f"chunkfile {command}") | common, options_of_help(command))
 
+    def test_all_members_of_json_are_described(self):
+        text = read(PAGE)
+        words = re.findall(r"^\.(?:It |Pq )?Li (.*)", text[text.index(".Sh JSON"):text.index(".Sh FINDINGS")], re.MULTILINE)
+        described = set(re.findall(r"\w+", " ".join(words).replace("(dq", '"')))
+        with reader() as folder:
+            for command in ("info --fields", "check", "check --max-size 1", "list --scan"):
+                shown = shell(f"chunkfile {command} --format json damaged.chunks 2>/dev/null", folder, "C").stdout
+                members = set(re.findall(r'"(\w+)":', shown))
+                self.assertIn("schema", members)
+                self.assertEqual(members - described, set(), command)
+
     @unittest.skipUnless(shutil.which("mandoc"), "no mandoc here")
     def test_page_is_clean(self):
         done = subprocess.run(["mandoc", "-T", "lint", PAGE], capture_output=True, check=False, text=True)
