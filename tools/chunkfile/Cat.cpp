@@ -146,7 +146,7 @@ Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
         if (record.standing == Standing::Doubtful) {
             return;
         }
-        const std::uint64_t size = record.chunk.GetSizeOnFile();
+        const std::uint64_t size = record.size;
         for (std::uint64_t done = 0; done < size;) {
             const std::size_t count =
                 input.ReadAt(record.position + done, bytes.data(), std::min<std::uint64_t>(bytes.size(), size - done));

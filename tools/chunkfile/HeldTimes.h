@@ -3,34 +3,52 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <numeric>
-#include <type_traits>
-#include <vector>
+#include <memory>
+#include <utility>
 
 #include "Corvane/Time/TimePoint.h"
 
 namespace Corvane::FileTool {
 
-/// Time points of records. It takes little more memory than the time points themselves, where these can be moved.
+/// A time point that can be assigned, as sorting needs it. A platform's can perhaps only be copied and compared.
+struct HeldTime {
+    explicit HeldTime(const Time::TimePoint& timePoint) : value(timePoint) {}
+    HeldTime(const HeldTime& other) = default;
+    ~HeldTime() = default;
+
+    HeldTime& operator=(const HeldTime& other) noexcept
+    {
+        if (this != &other) {
+            std::destroy_at(&value);
+            std::construct_at(&value, other.value);
+        }
+        return *this;
+    }
+
+    bool operator<(const HeldTime& other) const { return value < other.value; }
+
+    Time::TimePoint value;
+};
+
+/// Time points of records. It takes little more memory than the time points themselves.
 class HeldTimes {
 public:
     /// Add times in the order of the records. The counted records come first.
     void Add(const Time::TimePoint& timePoint)
     {
-        if (!times_.empty() && !(times_.back() < timePoint)) {
+        if (!times_.empty() && !(times_.back().value < timePoint)) {
             ascends_ = false;
-            const bool before = timePoint < times_.back();
+            const bool before = timePoint < times_.back().value;
             descents_ += before ? 1 : 0;
-            ordered_ = ordered_ && !before;
+            sorted_ = sorted_ && !before;
         }
-        times_.push_back(timePoint);
+        times_.emplace_back(timePoint);
     }
 
     std::uint64_t Size() const { return times_.size(); }
-    const std::deque<Time::TimePoint>& All() const
-    {
-        return times_;
-    }  ///< in the order of Add until the others are called
+
+    /// In the order of Add, until one of the members below is called.
+    const std::deque<HeldTime>& All() const { return times_; }
 
     /// How often a time was before the one added last.
     std::uint64_t Descents() const { return descents_; }
@@ -41,66 +59,36 @@ public:
         if (ascends_) {
             return times_.size();
         }
-        Sort();
-        std::uint64_t distinct = 1;
-        for (std::uint64_t i = 1; i < times_.size(); ++i) {
-            distinct += At(i - 1) < At(i) ? 1 : 0;
+        const auto equal = [](const HeldTime& left, const HeldTime& right) { return !(left < right); };
+        std::uint64_t twins = 0;
+        for (auto at = Sort().begin(); (at = std::adjacent_find(at, times_.end(), equal)) != times_.end(); ++at) {
+            ++twins;
         }
-        return distinct;
+        return times_.size() - twins;
     }
 
     /// The earliest and the latest. There must be one.
-    const Time::TimePoint& Least()
-    {
-        Sort();
-        return At(0);
-    }
-    const Time::TimePoint& Most()
-    {
-        Sort();
-        return At(times_.size() - 1);
-    }
+    const Time::TimePoint& Least() { return Sort().front().value; }
+    const Time::TimePoint& Most() { return Sort().back().value; }
 
     bool Contains(const Time::TimePoint& timePoint)
     {
-        Sort();
-        std::uint64_t from = 0;
-        for (std::uint64_t to = times_.size(); from < to;) {
-            const std::uint64_t middle = from + (to - from) / 2;
-            At(middle) < timePoint ? from = middle + 1 : to = middle;
-        }
-        return from < times_.size() && !(timePoint < At(from));
+        return std::binary_search(Sort().begin(), times_.end(), HeldTime(timePoint));
     }
 
 private:
-    const Time::TimePoint& At(std::uint64_t i) const { return order_.empty() ? times_[i] : times_[order_[i]]; }
-
-    void Sort()
+    std::deque<HeldTime>& Sort()
     {
-        if (!ordered_ && order_.size() != times_.size()) {
-            SortOf(times_);
+        if (!std::exchange(sorted_, true)) {
+            std::sort(times_.begin(), times_.end());
         }
+        return times_;
     }
 
-    // Time points need only be copied and compared. Those that cannot be moved are ordered by their numbers.
-    template <typename Points>
-    void SortOf(Points& points)
-    {
-        if constexpr (std::is_swappable_v<typename Points::value_type>) {
-            std::sort(points.begin(), points.end());
-            ordered_ = true;
-        } else {
-            order_.resize(points.size());
-            std::iota(order_.begin(), order_.end(), std::uint64_t{0});
-            std::sort(order_.begin(), order_.end(), [&](auto a, auto b) { return points[a] < points[b]; });
-        }
-    }
-
-    std::deque<Time::TimePoint> times_;
-    std::vector<std::uint64_t> order_;  // empty: as they lie
+    std::deque<HeldTime> times_;
     std::uint64_t descents_ = 0;
-    bool ascends_ = true;
-    bool ordered_ = true;  // as they lie
+    bool ascends_ = true;  // as added, without equal times
+    bool sorted_ = true;   // as they lie
 };
 
 }  // namespace Corvane::FileTool

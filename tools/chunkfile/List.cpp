@@ -81,7 +81,7 @@ private:
     {
         const char* const mark = TextOf(record.standing).mark;
         std::string line = Columns(mark + std::to_string(record.index), std::to_string(record.position),
-                                   std::to_string(record.chunk.GetSizeOnFile()), Terminal::Escaped(time));
+                                   std::to_string(record.size), Terminal::Escaped(time));
         const char* comma = "";
         for (const std::string& name : names.value_or(std::vector<std::string>())) {
             line += comma + Terminal::Escaped(name);
@@ -95,7 +95,7 @@ private:
     {
         JsonDocument line;
         line.Open('{').Member("schema", "chunkfile.list/1").Member("index", record.index);
-        line.Member("position", record.position).Member("size", record.chunk.GetSizeOnFile());
+        line.Member("position", record.position).Member("size", record.size);
         line.Member("time", time).Member("standing", TextOf(record.standing).word);
         if (names) {
             line.Open('[', "fields");
@@ -113,8 +113,8 @@ private:
         for (const std::string& name : names.value_or(std::vector<std::string>())) {
             joined.append(joined.empty() ? "" : " ").append(TextOrBase64(name));
         }
-        return CsvLine({std::to_string(record.index), std::to_string(record.position),
-                        std::to_string(record.chunk.GetSizeOnFile()), time, TextOf(record.standing).word, joined});
+        return CsvLine({std::to_string(record.index), std::to_string(record.position), std::to_string(record.size),
+                        time, TextOf(record.standing).word, joined});
     }
 
     const Options& options_;

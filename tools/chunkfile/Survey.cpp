@@ -108,8 +108,8 @@ std::vector<std::uint64_t> OverTime(HeldTimes& held, std::size_t parts)
         return static_cast<std::uint64_t>(time) - static_cast<std::uint64_t>(from);
     };
     const double span = static_cast<double>(since(most.value_or(from)));
-    for (const auto& timePoint : held.All()) {
-        const double share = static_cast<double>(since(Glue::NanosecondsOf(timePoint).value_or(from))) / span;
+    for (const HeldTime& time : held.All()) {
+        const double share = static_cast<double>(since(Glue::NanosecondsOf(time.value).value_or(from))) / span;
         ++numbers[std::min(parts - 1, static_cast<std::size_t>(share * static_cast<double>(parts)))];
     }
     return numbers;
@@ -117,7 +117,7 @@ std::vector<std::uint64_t> OverTime(HeldTimes& held, std::size_t parts)
 
 void NoteFirstDescent(const FoundRecord& record, TimeSpan& times)
 {
-    const Range bytes = {record.position, record.position + record.chunk.GetSizeOnFile()};
+    const Range bytes = {record.position, record.position + record.size};
     times.firstDescent.emplace(Descent{record.index, bytes, record.chunk.GetTimePoint()});
 }
 
@@ -125,7 +125,7 @@ void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
 {
     const HeldTimes& held = walk.Times();
     survey.end = walk.Counted([&](const FoundRecord& record) {
-        const std::uint64_t size = record.chunk.GetSizeOnFile();
+        const std::uint64_t size = record.size;
         survey.sizes.least = std::min(survey.sizes.least, size);
         survey.sizes.most = std::max(survey.sizes.most, size);
         if (held.Descents() != 0 && !survey.times.firstDescent) {
@@ -147,8 +147,8 @@ void SurveyTimes(HeldTimes& held, std::size_t parts, Survey& survey)
         return;
     }
     TimeSpan& times = survey.times;
-    times.first.emplace(held.All().front());
-    times.last.emplace(held.All().back());
+    times.first.emplace(held.All().front().value);
+    times.last.emplace(held.All().back().value);
     times.descents = held.Descents();
     times.distinct = held.Distinct();
     times.least.emplace(held.Least());

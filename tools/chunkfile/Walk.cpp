@@ -39,49 +39,18 @@ struct Walk::Candidate {
 
 Walk::Walk(const Input& input, bool judging) : input_(input), scanner_(input.Path()), judging_(judging) {}
 
-Walk::Step Walk::Next()
-{
-    try {
-        return scanner_.Next() ? Step::Record : Step::End;
-    } catch (const std::runtime_error& error) {
-        failure_ = error.what();
-        return Step::Unreadable;
-    }
-}
-
-WalkEnd Walk::Counted(const Visit& visit)
-{
-    end_ = {};
-    std::uint64_t position = scanner_.GetPosition();
-    Step step = Next();
-    for (; step == Step::Record; step = Next()) {
-        const auto& chunk = scanner_.GetChunk();
-        if (judging_) {
-            times_.Add(chunk.GetTimePoint());
-        }
-        if (visit && !visit({chunk, position, end_.records, Standing::Counted})) {
-            end_.kind = WalkEnd::Kind::Stopped;
-            return end_;
-        }
-        position += chunk.GetSizeOnFile();
-        ++end_.records;
-    }
-    if (times_.Size() != 0) {
-        last_.emplace(times_.All().back());
-    }
-    end_.position = scanner_.GetPosition();
-    if (step == Step::Unreadable) {
-        end_.kind = WalkEnd::Kind::Unreadable;
-        end_.reason = failure_;
-        return end_;
-    }
-    return end_ = WhyItEnded();
-}
-
 // A chunk takes a failed read for the end of the file. So a record that is not good may be one that cannot be read.
-WalkEnd Walk::WhyItEnded()
+WalkEnd Walk::WhyItEnded(Step step)
 {
+    if (times_.Size() != 0) {
+        last_.emplace(times_.All().back().value);
+    }
     WalkEnd end = end_;
+    if (step == Step::Unreadable) {
+        end.kind = WalkEnd::Kind::Unreadable;
+        end.reason = failure_;
+        return end;
+    }
     switch (scanner_.GetEnd()) {
         case End::AllRead:
             end.kind = WalkEnd::Kind::AllRead;
@@ -239,7 +208,8 @@ bool Walk::Give(const RecordRun& run, std::uint64_t index, const Visit& visit)
 {
     scanner_.GoTo(run.begin, run.records);
     for (std::uint64_t i = 0; Next() == Step::Record; ++i) {
-        if (!visit({scanner_.GetChunk(), scanner_.GetPosition(), index + i, run.standing})) {
+        const auto& chunk = scanner_.GetChunk();
+        if (!visit({chunk, scanner_.GetPosition(), chunk.GetSizeOnFile(), index + i, run.standing})) {
             return false;
         }
     }

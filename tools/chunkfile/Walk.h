@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -23,12 +24,17 @@ enum class Standing {
 struct FoundRecord {
     const Pellin::DataChunk& chunk;  ///< valid during the call
     std::uint64_t position;
+    std::uint64_t size;   ///< on the file
     std::uint64_t index;  ///< from 0. After damage, the least that it can be
     Standing standing;
 };
 
 /// Gets each record. False ends the walk.
 using Visit = std::function<bool(const FoundRecord& record)>;
+
+struct VisitNothing {
+    bool operator()(const FoundRecord& /*record*/) const { return true; }
+};
 
 /// What ended the counted records.
 struct WalkEnd {
@@ -61,8 +67,30 @@ public:
     std::uint64_t Version() const { return scanner_.GetVersion(); }
     std::uint64_t Count() const { return scanner_.GetNumberOfChunks(); }  ///< of the header
 
-    /// Gives the counted records, up to the first that is not good.
-    WalkEnd Counted(const Visit& visit);
+    /// Gives the counted records, up to the first that is not good. A template, because a call through a pointer for each
+    /// small record would show.
+    template <typename Visitor = VisitNothing>
+    WalkEnd Counted(const Visitor& visit)
+    {
+        end_ = {};
+        end_.position = scanner_.GetPosition();
+        for (Step step = Next();; step = Next()) {
+            if (step != Step::Record) {
+                return end_ = WhyItEnded(step);
+            }
+            const Pellin::DataChunk& chunk = scanner_.GetChunk();
+            if (judging_) {
+                times_.Add(chunk.GetTimePoint());
+            }
+            const std::uint64_t size = chunk.GetSizeOnFile();
+            if (!visit(FoundRecord{chunk, end_.position, size, end_.records, Standing::Counted})) {
+                end_.kind = WalkEnd::Kind::Stopped;
+                return end_;
+            }
+            end_.position += size;
+            ++end_.records;
+        }
+    }
 
     /// Call after Counted. Searches for good records from there to the end of the file. Gives them, if there is a
     /// `visit`, in runs of back-to-back records, each judged before its first record is given. If all counted records
@@ -86,8 +114,17 @@ private:
     struct Candidate;
     enum class Step { Record, End, Unreadable };
 
-    Step Next();
-    WalkEnd WhyItEnded();
+    Step Next()
+    {
+        try {
+            return scanner_.Next() ? Step::Record : Step::End;
+        } catch (const std::runtime_error& error) {
+            failure_ = error.what();
+            return Step::Unreadable;
+        }
+    }
+
+    WalkEnd WhyItEnded(Step step);
     void Accept(const Time::TimePoint& timePoint);
     void NoteAnnounced(std::uint64_t position);
     const Time::TimePoint* LastAccepted() const { return last_ ? &*last_ : nullptr; }
