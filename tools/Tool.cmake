@@ -8,7 +8,9 @@ set(CORVANE_FILE_TOOL_SOURCES
   CheckReport
   Commands
   Completion
+  Copy
   EqualTimes
+  FileBytes
   Findings
   Info
   InfoReport
@@ -22,6 +24,8 @@ set(CORVANE_FILE_TOOL_SOURCES
   ParseNumber
   ParseTimes
   Parser
+  Plan
+  Recover
   Reopening
   Selection
   Survey

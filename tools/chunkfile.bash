@@ -25,6 +25,20 @@ _chunkfile() {
         check:--max-size) words=' ' ;;
         check:--format) words='table json csv' ;;
         check:--color) words='auto always never' ;;
+        recover:-o | recover:--output) words=':' ;;
+        recover:--max-size) words=' ' ;;
+        recover:--split) words=' ' ;;
+        recover:--on-equal-time) words='stop skip shift' ;;
+        recover:--color) words='auto always never' ;;
+        copy:--fields) words=' ' ;;
+        copy:--from) words=' ' ;;
+        copy:--to) words=' ' ;;
+        copy:--index) words=' ' ;;
+        copy:-o | copy:--output) words=':' ;;
+        copy:--max-size) words=' ' ;;
+        copy:--split) words=' ' ;;
+        copy:--on-equal-time) words='stop skip shift' ;;
+        copy:--color) words='auto always never' ;;
         attr:--color) words='auto always never' ;;
         attr:attr) words='list get set remove' ;;
         *) [ -z "$command" ] || words=: ;;  # files
@@ -34,8 +48,10 @@ _chunkfile() {
         list) words='--from --to --index --limit --scan --format --color -q --quiet -v --verbose --help' ;;
         cat) words='--fields --from --to --index --limit --scan --strings --format --color -q --quiet -v --verbose --help' ;;
         check) words='--max-size --strict --format --color -q --quiet -v --verbose --help' ;;
+        recover) words='--doubtful -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
+        copy) words='--fields --from --to --index --sort -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
         attr) words='--color -q --quiet -v --verbose --help' ;;
-        *) words='info list cat check attr --help --version' ;;
+        *) words='info list cat check recover copy attr --help --version' ;;
     esac
     if [ "$words" = : ]; then
         mapfile -t COMPREPLY < <(compgen -f -- "$word")

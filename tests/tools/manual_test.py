@@ -22,9 +22,9 @@ GUIDE = os.path.join(TOOLS, "..", "docs", "chunkfile.md")
 README = os.path.join(TOOLS, "..", "README.md")
 COMPLETION = os.path.join(TOOLS, "chunkfile.bash")
 PROGRAM = os.environ["CHUNKFILE"]
-COMMANDS = ("info", "list", "cat", "check", "attr")
+COMMANDS = ("info", "list", "cat", "check", "recover", "copy", "attr")
 
-HELP_OPTION = re.compile(r"^  ((?:-\w,)?--[\w-]+)(?: ([A-Z][A-Z,:]*|\w+\|\S+))? +\S", re.MULTILINE)
+HELP_OPTION = re.compile(r"^  ((?:-\w,)?--[\w-]+)(?: ([A-Z][A-Z,:]*|\w+\|\S+))?\s+\S", re.MULTILINE)
 PAGE_OPTION = re.compile(r"^\.It Fl (?:(\w) , )?-([\w-]+)(?: Ar (\S+))?$", re.MULTILINE)
 
 
@@ -219,7 +219,7 @@ class Completion(unittest.TestCase):
         listed = re.findall(r"^  (\w+) {5,}\S", printed("--help"), re.MULTILINE)
         self.assertEqual(listed, list(COMMANDS))
         self.assertEqual(self.completed(""), {*COMMANDS, "--help", "--version"})
-        self.assertEqual(self.completed("c"), {"cat", "check"})
+        self.assertEqual(self.completed("c"), {"cat", "check", "copy"})
 
     def test_options_are_those_of_help(self):
         for command in COMMANDS:

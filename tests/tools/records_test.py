@@ -265,11 +265,11 @@ class Usage(ProgramTest):
     def test_version_and_help_end_with_0(self):
         self.assertRegex(self.out("--version"), r"^chunkfile \d+\.\d+\.\d+ \(reference platform\)\n$")
         self.assertIn("Commands:", self.out("--help"))
-        for command in ("info", "list", "cat", "check", "attr"):
+        for command in ("info", "list", "cat", "check", "recover", "copy", "attr"):
             self.assertIn(f"Examples:\n  chunkfile {command} ", self.out(command, "--help"))
 
     def test_help_fits_a_terminal(self):
-        for command in ((), ("info",), ("list",), ("cat",), ("check",), ("attr",)):
+        for command in ((), ("info",), ("list",), ("cat",), ("check",), ("recover",), ("copy",), ("attr",)):
             for line in self.out(*command, "--help").splitlines():
                 self.assertLessEqual(len(line), 100, line)
 

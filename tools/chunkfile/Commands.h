@@ -58,7 +58,7 @@ struct Options {
     bool verbose = false;
 
     bool countFields = false;              ///< info --fields
-    std::vector<std::string> fields;       ///< cat --fields a,b
+    std::vector<std::string> fields;       ///< cat and copy --fields a,b
     std::optional<std::string> from;       ///< --from, as written
     std::optional<std::string> to;         ///< --to, as written
     IndexRange index;                      ///< --index
@@ -74,15 +74,19 @@ struct Options {
     std::uint64_t splitBytes = 0;        ///< --split 64MiB; 0: no limit
     std::uint64_t splitNanoseconds = 0;  ///< --split 10min; 0: no limit
     OnEqualTime onEqualTime = OnEqualTime::Stop;
-    bool dryRun = false;  ///< --dry-run
-    bool force = false;   ///< --force
+    bool dryRun = false;    ///< --dry-run
+    bool force = false;     ///< --force
+    bool sort = false;      ///< copy --sort
+    bool doubtful = false;  ///< recover --doubtful
 };
 
-Exit Info(const Options& options, Terminal& terminal);   // Info.cpp
-Exit Check(const Options& options, Terminal& terminal);  // Check.cpp
-Exit List(const Options& options, Terminal& terminal);   // List.cpp
-Exit Cat(const Options& options, Terminal& terminal);    // Cat.cpp
-Exit Attr(const Options& options, Terminal& terminal);   // Attr.cpp
+Exit Info(const Options& options, Terminal& terminal);     // Info.cpp
+Exit Check(const Options& options, Terminal& terminal);    // Check.cpp
+Exit List(const Options& options, Terminal& terminal);     // List.cpp
+Exit Cat(const Options& options, Terminal& terminal);      // Cat.cpp
+Exit Attr(const Options& options, Terminal& terminal);     // Attr.cpp
+Exit Recover(const Options& options, Terminal& terminal);  // Recover.cpp
+Exit Copy(const Options& options, Terminal& terminal);     // Copy.cpp
 
 /// The program: parses the arguments, runs a command, and returns its exit code.
 int RunTool(int count, char** arguments);  // Parser.cpp

@@ -84,10 +84,9 @@ private:
         }
         ++written_.parts;
         written_.records += part_.records;
-        if (!options_.quiet) {
-            const std::string size = Records(part_.records) + ", " + Bytes(std::max(part_.bytes, maxSize_));
-            terminal_.Write(Terminal::Escaped(ErrorText(name, size)) + (options_.dryRun ? ", not written\n" : "\n"));
-        }
+        Say(terminal_, options_, name,
+            Records(part_.records) + ", " + Bytes(std::max(part_.bytes, maxSize_)) +
+                (options_.dryRun ? ", not written" : ""));
     }
 
     // Appends chunks up to the end of the part.
@@ -219,6 +218,13 @@ private:
 
 }  // namespace
 
+void Say(Terminal& terminal, const Options& options, const std::string& file, const std::string& text)
+{
+    if (!options.quiet) {
+        terminal.Write(Terminal::Escaped(ErrorText(file, text)) + "\n");
+    }
+}
+
 bool Interrupted()
 {
     return Interrupts::Count() != 0;
@@ -246,6 +252,12 @@ Written WriteChunks(ChunkSource& source, const Options& options, Terminal& termi
     Writer writer(source, options, terminal);
     try {
         const Written& written = writer.Run();
+        if (written.skipped != 0) {
+            Say(terminal, options, options.output, Records(written.skipped) + " left out: of a time that was taken");
+        }
+        if (written.shifted != 0) {
+            Say(terminal, options, options.output, Records(written.shifted) + " with a later time: theirs was taken");
+        }
         const std::string next = PartName(options.output, written.parts + 1);
         if (Splits(options) && Exists(next)) {
             terminal.Error(ErrorText(next, "is of an earlier run, and so are the parts after it"));

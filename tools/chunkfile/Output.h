@@ -36,7 +36,7 @@ public:
     virtual const Pellin::DataChunk* Next() = 0;
 
     /// Where the chunk comes from that Next has given last: `a.csv: line 7`.
-    virtual std::string Where() const = 0;
+    virtual std::string Where() = 0;
 
     /// Compares a record of a fresh file with where its chunk came from. Called for all records of a part, in their
     /// order, before the part gets its name.
@@ -64,8 +64,11 @@ void CheckOutput(const Options& options);
 
 /// Writes the chunks to OUT, or to its parts, and prints a line for each. Each part is durable, and proved by `source`,
 /// before it gets its name. If that fails, its name leads to the old file or none; the parts before it stay. Throws
-/// std::runtime_error.
+/// what CheckOutput throws, and std::runtime_error.
 Written WriteChunks(ChunkSource& source, const Options& options, Terminal& terminal);
+
+/// Prints `FILE: TEXT`, unless --quiet forbids that.
+void Say(Terminal& terminal, const Options& options, const std::string& file, const std::string& text);
 
 /// Whether Ctrl-C was pressed, or the program was asked to end, since WriteChunks began. A blocked system call then
 /// fails with EINTR.

@@ -20,6 +20,7 @@ enum Bit : unsigned {
     kImport = 128,
 };
 constexpr unsigned kBoth = kList | kCat;
+constexpr unsigned kSlices = kBoth | kCopy;
 constexpr unsigned kWriters = kRecover | kCopy | kImport;
 constexpr unsigned kAll = kInfo | kList | kCat | kCheck | kAttr | kWriters;
 
@@ -125,6 +126,13 @@ constexpr auto kCommands = std::to_array<CommandRow>({
      "  chunkfile check a.chunks\n"
      "  chunkfile check --max-size 4000000 a.chunks\n"
      "  chunkfile check -q --strict folder  # silent if all is well\n"},
+    {kRecover, "recover", "FILE", Recover, "All records of a file, those after damage included, into a new file",
+     "  chunkfile recover --dry-run damaged.chunks -o whole.chunks\n"
+     "  chunkfile recover damaged.chunks -o whole.chunks\n"},
+    {kCopy, "copy", "FILE...", Copy, "Slices, merges, splits and sorts files into a new one",
+     "  chunkfile copy --from -10s a.chunks -o end.chunks\n"
+     "  chunkfile copy --sort a.chunks b.chunks -o both.chunks\n"
+     "  chunkfile copy --split 64MiB a.chunks -o part.chunks\n"},
     {kAttr, "attr", nullptr, Attr, "Lists, gets, sets or removes extended attributes of any file",
      "  chunkfile attr list a.chunks\n"
      "  chunkfile attr set a.chunks user.__trackSize 836434\n"
@@ -134,11 +142,12 @@ constexpr auto kCommands = std::to_array<CommandRow>({
 constexpr auto kOptions = std::to_array<OptionRow>({
     {kInfo, "--fields", nullptr, "Also the names of fields, and how often each comes", Set<&Options::countFields>},
     {kCat, "--fields", "A,B", "Only these fields, in this order; \\, is a comma in a name", TakeFields},
-    {kBoth, "--from", "T", "From T on: RFC 3339, @seconds, +10s from the first, -10s from the last",
+    {kCopy, "--fields", "A,B", "Only these fields; \\, is a comma in a name", TakeFields},
+    {kSlices, "--from", "T", "From T on: RFC 3339, @seconds, +10s from the first, -10s from the last",
      [](Options& options, const std::string& text) { return TakeTime(options.from, text); }},
-    {kBoth, "--to", "T", "Up to T, which is left out",
+    {kSlices, "--to", "T", "Up to T, which is left out",
      [](Options& options, const std::string& text) { return TakeTime(options.to, text); }},
-    {kBoth, "--index", "A:B", "Records A to B - 1, counted from 0; A or B can be left out", TakeIndex},
+    {kSlices, "--index", "A:B", "Records A to B - 1, counted from 0; A or B can be left out", TakeIndex},
     {kBoth, "--limit", "N", "At most N records of each file",
      [](Options& options, const std::string& text) { return TakeNumber(options.limit, text); }},
     {kBoth, "--scan", nullptr, "Go on after damage, with the good records there", Set<&Options::scan>},
@@ -146,12 +155,15 @@ constexpr auto kOptions = std::to_array<OptionRow>({
     {kCheck, "--max-size", "N", "Predict a reopening with this maximum size; 0, the default, is none",
      [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
     {kCheck, "--strict", nullptr, "Warnings count as findings: exit code 3", Set<&Options::strict>},
+    {kRecover, "--doubtful", nullptr, "Also records that may be of an older file, or lie in a value",
+     Set<&Options::doubtful>},
+    {kCopy, "--sort", nullptr, "In the order of their times; without it in the order of the files",
+     Set<&Options::sort>},
     {kWriters, "-o,--output", "OUT", "The new file, or with --split the pattern of its names",
      [](Options& options, const std::string& text) { return !(options.output = text).empty(); }, true},
     {kWriters, "--max-size", "N", "Its size in bytes; without it or with 0: as long as its records",
      [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
-    {kWriters, "--split", "SPAN", "Parts of at most 64MiB (B, KiB, GiB), or of less than 10min (s, h, d): OUT.0001",
-     TakeSplit},
+    {kWriters, "--split", "SPAN", "Several files, OUT.0001 and so on: each up to 64MiB, or 10min", TakeSplit},
     {kWriters, "--on-equal-time", "stop|skip|shift",
      "Leave a record out whose time is taken, or add 1 ns; default: stop", TakeOnEqualTime},
     {kWriters, "--dry-run", nullptr, "Only say what would be written", Set<&Options::dryRun>},

@@ -1,0 +1,48 @@
+// chunkfile copy: records of one file or several, into a new one.
+#include <sys/resource.h>
+
+#include <stdexcept>
+
+#include "chunkfile/Plan.h"
+#include "chunkfile/Selection.h"
+
+namespace Corvane::FileTool {
+
+namespace {
+
+// Each source stays open.
+void AllowManyFiles()
+{
+    rlimit limit = {};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+Exit PlanCopy(Plan& plan, const Options& options, Terminal& terminal)
+{
+    Exit code = Exit::Fine;
+    for (const std::string& path : options.paths) {
+        const Input& input = plan.Open(path);
+        const auto add = [&](const FoundRecord& record) { plan.Add(record); };
+        code = Graver(code, PrintSelected(options, input, terminal, add));
+    }
+    return code;
+}
+
+}  // namespace
+
+Exit Copy(const Options& options, Terminal& terminal)
+{
+    CheckOutput(options);
+    if (!options.fields.empty() && Glue::MakeChunk(0, {}) == nullptr) {
+        throw std::invalid_argument("--fields needs a platform that makes chunks of fields");
+    }
+    AllowManyFiles();
+    Plan plan(options, terminal);
+    const Exit code = PlanCopy(plan, options, terminal);
+    plan.Decide();
+    return Graver(code, WriteChunks(plan, options, terminal).skipped == 0 ? Exit::Fine : Exit::Found);
+}
+
+}  // namespace Corvane::FileTool
