@@ -26,6 +26,14 @@ class Cat(ProgramTest):
         self.assertEqual(self.out("cat", self.five(), "--limit", "1"),
                          '{"time":"2027-01-15T08:00:00.000000000Z","fields":{"i":0,"name":"n0"}}\n')
 
+    def test_names_after_two_dashes_may_begin_with_a_dash(self):
+        for name in ("-b", "--help", "--"):
+            self.five(name)
+            self.assertEqual(len(self.lines("--", name)), 5)
+            self.assertEqual(len(self.lines(self.five(), "--limit", "2", "--", name, name)), 6)
+        self.assertIn("no such file or directory", self.error("cat", "--", "a", "-c", code=1).lower())
+        self.assertEqual(len(self.out("list", "--", "-b").splitlines()), 6)
+
     def test_files_follow_each_other(self):
         self.assertEqual(len(self.lines(self.five("a"), self.five("b"))), 10)
 

@@ -18,6 +18,23 @@ namespace Corvane::FileTool {
 
 namespace {
 
+// CLI11 takes a word after `--` for an option if a list of files began before. A NUL in front, which no argument can have,
+// hides its dash until the word is stored.
+std::vector<std::string> WordsOf(int count, char** arguments)
+{
+    std::vector<std::string> words(arguments + 1, arguments + count);
+    if (const auto mark = std::ranges::find(words, "--"); mark != words.end()) {
+        std::for_each(words.erase(mark), words.end(), [](std::string& word) { word.insert(0, 1, '\0'); });
+    }
+    std::ranges::reverse(words);  // as CLI11 wants them
+    return words;
+}
+
+std::string Shown(std::string word)
+{
+    return word.starts_with('\0') ? word.substr(1) : word;
+}
+
 void AddOption(CLI::App& command, const OptionRow& row, Options& options)
 {
     if (row.argument == nullptr) {
@@ -46,10 +63,10 @@ void AddAttributeArguments(CLI::App& command, Options& options)
         const bool is = action == "list" || action == "get" || action == "set" || action == "remove";
         return is ? "" : action + " is none of list|get|set|remove";
     };
-    command.add_option("ACTION", attribute.action, "list, get, set or remove")->required()->check(known)->type_name("");
-    command.add_option("PATH", attribute.path, "The file")->required()->type_name("");
-    command.add_option("NAME", attribute.name, "The attribute, with its namespace: user.x")->type_name("");
-    command.add_option("VALUE", attribute.value, "What set stores")->type_name("");
+    command.add_option("ACTION", attribute.action, "list, get, set or remove")->required()->check(known);
+    command.add_option("PATH", attribute.path, "The file")->required();
+    command.add_option("NAME", attribute.name, "The attribute, with its namespace: user.x");
+    command.add_option("VALUE", attribute.value, "What set stores");
 }
 
 void AddCommand(CLI::App& app, const CommandRow& row, Options& options)
@@ -64,8 +81,11 @@ void AddCommand(CLI::App& app, const CommandRow& row, Options& options)
         const bool many = name.ends_with("...");
         command.add_option(many ? name.substr(0, name.size() - 3) : name, options.paths, "`-` is standard input")
             ->required()
-            ->type_name("")
             ->expected(1, many ? CLI::detail::expected_max_vector_size : 1);
+    }
+    for (CLI::Option* const argument :
+         command.get_options([](const CLI::Option* it) { return it->get_positional(); })) {
+        argument->type_name("")->transform(Shown);
     }
     for (const OptionRow& option : OptionRows()) {
         if ((option.commands & row.bit) != 0) {
@@ -182,7 +202,7 @@ int RunTool(int count, char** arguments)
         AddCommand(app, row, options);
     }
     try {
-        app.parse(count, arguments);
+        app.parse(WordsOf(count, arguments));
     } catch (const CLI::ParseError& error) {
         return static_cast<int>(Explain(app, error));
     }
