@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <optional>
 #include <random>
@@ -356,6 +357,30 @@ TEST_F(Scanner, EveryDamagedRecordIsSkipped)
         ExpectNext(scanner, chunks[i + 1], 116 + 100 * i);
     }
     EXPECT_FALSE(scanner.FindNext());
+}
+
+// Byte by byte, 1 TiB would take hours.
+TEST_F(Scanner, SearchPassesHolesAndFindsTheRecordAfterThem)
+{
+    const auto chunks = Chunks({100, 100});
+    const std::string file = FileOf(chunks);
+    constexpr std::uint64_t kHole = std::uint64_t{1} << 40U;
+    for (const std::uint64_t shift : {0, 1, 4095, 4096}) {
+        Put(file.substr(0, 116) + std::string(3000, 'x'));
+        std::error_code error;
+        std::filesystem::resize_file(path_, kHole + shift, error);
+        if (error) {
+            GTEST_SKIP() << "no file of 1 TiB here: " << error.message();
+        }
+        std::ofstream(path_, std::ios::app) << file.substr(116);
+        DataChunkFileScanner scanner(path_);
+        ExpectNext(scanner, chunks[0], 16);
+        ASSERT_TRUE(scanner.FindNext());
+        ExpectNext(scanner, chunks[1], kHole + shift);
+        std::filesystem::resize_file(path_, 2 * kHole);
+        EXPECT_FALSE(scanner.FindNext());
+        EXPECT_EQ(scanner.GetPosition(), 2 * kHole);
+    }
 }
 
 TEST_F(Scanner, SearchFindsWhatTheFileHasGrownBy)

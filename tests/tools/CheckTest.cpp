@@ -188,6 +188,9 @@ TEST_F(ToolProgram, HugeFileOfHolesIsCheckedAtOnce)
     support::WriteFile(folder_ / "header", Word(2) + Word(5));
     std::filesystem::resize_file(folder_ / "header", std::uint64_t{1} << 40U);
     EXPECT_EQ(CodeOf("timeout 20 $CHUNKFILE check header"), 3);
+    Put("damage", FileOf({ChunkOfSize(1, 100), ChunkOfSize(2, 100)}).replace(116, 100, 100, 'x'));
+    std::filesystem::resize_file(folder_ / "damage", std::uint64_t{1} << 40U);
+    EXPECT_EQ(CodeOf("timeout 20 $CHUNKFILE check damage"), 3);
 }
 
 TEST_F(ToolProgram, InfoCallsAFileWithoutAHeaderThat)

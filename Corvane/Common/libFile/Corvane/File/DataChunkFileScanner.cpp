@@ -190,6 +190,7 @@ private:
 
     bool CanSearchWindow(std::uint64_t ahead) const;
     bool SearchWindow(std::uint64_t ahead);
+    void SkipHole(std::uint64_t ahead);
     std::uint64_t SizeInWindow() const;
     bool SearchThroughDescriptor();
     bool Found(std::uint64_t recordSize);
@@ -437,6 +438,7 @@ bool DataChunkFileScanner::Walk::FindNext()
         if (SearchWindow(ahead)) {
             return true;
         }
+        SkipHole(ahead);
     }
     if (window_.Error() != 0) {
         FailToRead(position_, window_.Error());
@@ -463,6 +465,20 @@ bool DataChunkFileScanner::Walk::SearchWindow(std::uint64_t ahead)
         }
     }
     return false;
+}
+
+// A hole is zeros. A position whose bytes ahead all lie in it looks like the one before, which was no record.
+void DataChunkFileScanner::Walk::SkipHole(std::uint64_t ahead)
+{
+    const auto tried = static_cast<off64_t>(position_ - 1);
+    const auto size = static_cast<off64_t>(ahead);
+    off64_t end = ::lseek64(file_.Get(), tried, SEEK_DATA);
+    if (end == -1 && errno == ENXIO) {  // it reaches to the end of the file
+        end = ::lseek64(file_.Get(), 0, SEEK_END);
+    }
+    if (end - tried > size) {
+        position_ = static_cast<std::uint64_t>(end - size) + 1;
+    }
 }
 
 // The size of the good record at the position; 0 if there is none, or one without length.
