@@ -32,20 +32,20 @@ public:
             case Damage::Unreadable:
                 return;
             case Damage::ShortFile:
-                Error("short-file", {0, size}, Number(size, "byte is", "bytes are") + " no whole header");
+                Error(NameOf(survey_.damage), {0, size}, Number(size, "byte is", "bytes are") + " no whole header");
                 return;
             case Damage::CountTooHigh:
-                AtEnd("count-too-high", size,
+                AtEnd(size,
                       "the header counts " + Records(survey_.count) + ", " + Number(good, "is", "are") + " there");
                 return;
             case Damage::CutRecord:
-                AtEnd("cut-record", size, "the file ends inside this record: it has " + Bytes(size - position));
+                AtEnd(size, "the file ends inside this record: it has " + Bytes(size - position));
                 return;
             case Damage::ZerosForRecord:
-                Bad("zeros-for-record", survey_.fill.other, "zeros, and other bytes after them");
+                Bad(survey_.notZero, "zeros, and other bytes after them");
                 return;
             case Damage::BadRecord:
-                Bad("bad-record", survey_.runs.empty() ? size : survey_.runs.front().begin, survey_.end.reason);
+                Bad(survey_.runs.empty() ? size : survey_.runs.front().begin, survey_.end.reason);
                 return;
         }
     }
@@ -56,7 +56,7 @@ public:
             Error("unreadable", range, "the system cannot read these bytes");
         }
         if (survey_.unreadable.empty() && survey_.damage == Damage::Unreadable) {
-            AtEnd("unreadable", survey_.end.position, survey_.end.reason);
+            AtEnd(survey_.end.position, survey_.end.reason);
         }
     }
 
@@ -94,7 +94,8 @@ public:
 
     void AfterEnd()
     {
-        const Fill& fill = survey_.fill;
+        const std::uint64_t end = survey_.end.position;
+        const auto& second = survey_.secondImage;
         const std::uint64_t others = survey_.found + survey_.doubtful;
         if (survey_.damage != Damage::None) {
             if (others != 0) {
@@ -104,18 +105,15 @@ public:
             }
             return;
         }
-        if (fill.begin >= survey_.size) {
-            return;
+        if (end < survey_.size && survey_.notZero == survey_.size) {
+            Note("fill-zero", end, "zeros after the last record");
+        } else if (end < survey_.size && others == 0) {
+            Note("fill-other", survey_.notZero, "other bytes than zeros after the last record");
         }
-        if (fill.other == survey_.size) {
-            Note("fill-zero", fill.begin, "zeros after the last record");
-        } else if (others == 0) {
-            Note("fill-other", fill.other, "other bytes than zeros after the last record");
+        if (second) {
+            Note("second-image", second->begin - kHeaderSize, "the image once more, with its header");
         }
-        if (fill.secondImage) {
-            Note("second-image", fill.secondImage->begin - kHeaderSize, "the image once more, with its header");
-        }
-        if (const std::uint64_t older = others - (fill.secondImage ? fill.secondImage->records : 0); older != 0) {
+        if (const std::uint64_t older = others - (second ? second->records : 0); older != 0) {
             Note("older-records", survey_.runs.front().begin, Records(older) + " after the last counted one");
         }
     }
@@ -137,19 +135,19 @@ private:
     }
 
     // About the record that could not be had.
-    void AtEnd(std::string_view code, std::uint64_t end, std::string text)
+    void AtEnd(std::uint64_t end, std::string text)
     {
-        Error(code, {survey_.end.position, end}, std::move(text));
+        Error(NameOf(survey_.damage), {survey_.end.position, end}, std::move(text));
         findings_.back().record = survey_.end.records;
         findings_.back().time = survey_.times.last ? TimeText(*survey_.times.last) : "";
     }
 
-    void Bad(std::string_view code, std::uint64_t end, std::string text)
+    void Bad(std::uint64_t end, std::string text)
     {
         if (survey_.knownChunks) {
-            AtEnd(code, end, std::move(text));
+            AtEnd(end, std::move(text));
         } else if (survey_.count == 1) {
-            AtEnd(code, end, text + ", or one of another chunk type: one record cannot tell");
+            AtEnd(end, text + ", or one of another chunk type: one record cannot tell");
         } else {
             Error("unknown-records", {kHeaderSize, survey_.size},
                   Records(survey_.count) + " are counted, and none is of this tool's chunk type");

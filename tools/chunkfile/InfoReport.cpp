@@ -78,28 +78,20 @@ std::string OrderText(const TimeSpan& times, std::uint64_t records)
     return times.distinct == records ? "ascend" : "ascend, some are equal";
 }
 
-std::string_view NameOfRest(const Survey& survey)
+std::string NameOfRest(const Survey& survey)
 {
-    if (survey.end.position >= survey.size) {
-        return "nothing";
+    std::string name(RestOf(survey));
+    if (survey.damage != Damage::None && name != "nothing" && name != "zeros") {
+        return "damage";
     }
-    if (survey.damage != Damage::None) {
-        return survey.damage == Damage::CountTooHigh ? "zeros" : "damage";
-    }
-    if (survey.fill.other == survey.size) {
-        return "zeros";
-    }
-    if (survey.fill.secondImage) {
-        return "second image";
-    }
-    return survey.numberOfRuns != 0 ? "older records" : "other bytes";
+    std::ranges::replace(name, '-', ' ');
+    return name;
 }
 
 std::string RestText(const Survey& survey)
 {
-    const std::string name(NameOfRest(survey));
     const std::uint64_t others = survey.found + survey.doubtful;
-    return name + (others == 0 ? "" : ", with " + Number(others, "good record", "good records"));
+    return NameOfRest(survey) + (others == 0 ? "" : ", with " + Number(others, "good record", "good records"));
 }
 
 // A row of bars, the highest for the largest number.

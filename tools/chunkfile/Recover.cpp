@@ -94,8 +94,8 @@ private:
     void ReportNumbers(const Walk& walk)
     {
         std::string text = Records(plan_.Size()) + " taken; the header counts " + std::to_string(walk.Count());
-        if (walk.Doubtful() != 0) {
-            text += "; " + std::to_string(walk.Doubtful()) + " doubtful ones " +
+        if (walk.After().doubtful != 0) {
+            text += "; " + std::to_string(walk.After().doubtful) + " doubtful ones " +
                     (options_.doubtful ? "among them" : "left out");
         }
         Print(text);

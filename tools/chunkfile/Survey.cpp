@@ -35,14 +35,6 @@ void AddFields(std::map<std::string, std::uint64_t>& fields, const DataChunk& ch
     });
 }
 
-// Whether the bytes at this position are an intact head.
-std::optional<std::uint64_t> AnnouncedAt(const Input& input, std::uint64_t position)
-{
-    std::array<unsigned char, 4096> head = {};
-    const std::size_t size = input.ReadAt(position, head.data(), std::min(head.size(), Glue::HeadSize()));
-    return Glue::AnnouncedSize(head.data(), size);
-}
-
 Damage DamageOf(const Input& input, const WalkEnd& end)
 {
     switch (end.kind) {
@@ -60,7 +52,7 @@ Damage DamageOf(const Input& input, const WalkEnd& end)
     if (data == input.Size()) {
         return Damage::CountTooHigh;
     }
-    if (AnnouncedAt(input, end.position).value_or(0) > input.Size() - end.position) {
+    if (AnnouncedSizeAt(input, end.position).value_or(0) > input.Size() - end.position) {
         return Damage::CutRecord;
     }
     return data - end.position >= kTellingZeros ? Damage::ZerosForRecord : Damage::BadRecord;
@@ -71,7 +63,7 @@ bool IsKnown(const Input& input, const Survey& survey)
 {
     const bool strange = survey.damage == Damage::ZerosForRecord || survey.damage == Damage::BadRecord;
     return !strange || survey.end.records != 0 || survey.found != 0 || survey.doubtful != 0 ||
-           AnnouncedAt(input, survey.end.position).has_value();
+           AnnouncedSizeAt(input, survey.end.position).has_value();
 }
 
 // A second Flush writes the image again, after the first one: the same header, then as many records.
@@ -80,7 +72,7 @@ std::optional<RecordRun> SecondImage(const Input& input, const Survey& survey)
     for (const RecordRun& run : survey.runs) {
         std::array<unsigned char, kHeaderSize> first = {};
         std::array<unsigned char, kHeaderSize> second = {};
-        if (run.begin < survey.fill.begin + kHeaderSize || run.records != survey.count) {
+        if (run.begin < survey.end.position + kHeaderSize || run.records != survey.count) {
             continue;
         }
         input.ReadAt(0, first.data(), first.size());
@@ -159,17 +151,40 @@ void SurveyTimes(HeldTimes& held, std::size_t parts, Survey& survey)
 void SurveyAfterEnd(Walk& walk, const Input& input, Survey& survey)
 {
     walk.AfterEnd();
-    survey.runs = walk.Runs();
-    survey.numberOfRuns = walk.NumberOfRuns();
-    survey.found = walk.Found();
-    survey.doubtful = walk.Doubtful();
-    survey.unreadable = walk.Unreadable();
+    static_cast<FoundAfter&>(survey) = walk.After();
     if (survey.damage == Damage::None) {
-        survey.fill.secondImage = SecondImage(input, survey);
+        survey.secondImage = SecondImage(input, survey);
     }
 }
 
 }  // namespace
+
+std::string_view NameOf(Damage damage)
+{
+    constexpr std::array<std::string_view, 7> names = {"none",       "short-file", "count-too-high", "zeros-for-record",
+                                                       "cut-record", "bad-record", "unreadable"};
+    return names[static_cast<std::size_t>(damage)];
+}
+
+std::string_view RestOf(const Survey& survey)
+{
+    if (survey.end.position >= survey.size) {
+        return "nothing";
+    }
+    if (survey.damage == Damage::BadRecord && !survey.knownChunks && survey.count != 1) {
+        return "unknown-records";
+    }
+    if (survey.damage != Damage::None && survey.damage != Damage::CountTooHigh) {
+        return NameOf(survey.damage);
+    }
+    if (survey.notZero == survey.size) {
+        return "zeros";
+    }
+    if (survey.secondImage) {
+        return "second-image";
+    }
+    return survey.numberOfRuns != 0 ? "older-records" : "other-bytes";
+}
 
 Survey SurveyOf(const Input& input, const SurveyOptions& options)
 {
@@ -181,7 +196,7 @@ Survey SurveyOf(const Input& input, const SurveyOptions& options)
     survey.count = walk.Count();
     SurveyRecords(walk, options, survey);
     survey.damage = survey.size < kHeaderSize ? Damage::ShortFile : DamageOf(input, survey.end);
-    survey.fill = {survey.end.position, input.SkipZeros(survey.end.position), {}};
+    survey.notZero = input.SkipZeros(survey.end.position);
     SurveyTimes(walk.Times(), options.parts, survey);
     if (survey.damage != Damage::ShortFile) {
         SurveyAfterEnd(walk, input, survey);

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Corvane/Time/TimePoint.h"
@@ -23,6 +24,8 @@ enum class Damage {
     BadRecord,
     Unreadable
 };
+
+std::string_view NameOf(Damage damage);  ///< `bad-record`: the code of its finding
 
 /// A record whose time is before the one that precedes it.
 struct Descent {
@@ -48,15 +51,8 @@ struct TimeSpan {
     std::uint64_t distinct = 0;  ///< the number of different time points
 };
 
-/// What follows the last counted record, if all were read.
-struct Fill {
-    std::uint64_t begin = 0;
-    std::uint64_t other = 0;  ///< the first byte that is not zero; the file's size if all are
-    std::optional<RecordRun> secondImage;
-};
-
 /// The facts of one file that info and check share.
-struct Survey {
+struct Survey : FoundAfter {
     std::uint64_t size = 0;
     std::uint64_t allocated = 0;
     std::uint64_t version = 0;
@@ -66,18 +62,18 @@ struct Survey {
     bool knownChunks = true;  ///< false: records are counted, and there is no sign of the tool's chunk type
     Sizes sizes;
     TimeSpan times;
-    std::vector<std::uint64_t> overTime;  ///< counted records in equal parts of the span, if asked for
-    Fill fill;
+    std::vector<std::uint64_t> overTime;          ///< counted records in equal parts of the span, if asked for
+    std::uint64_t notZero = 0;                    ///< the first byte after the records that is not zero, or `size`
+    std::optional<RecordRun> secondImage;         ///< the same records again, if all counted ones were read
     std::map<std::string, std::uint64_t> fields;  ///< how often; the first kMostFields names
-    std::vector<RecordRun> runs;                  ///< found after the end; the first Walk::kMostRuns
-    std::uint64_t numberOfRuns = 0;
-    std::uint64_t found = 0;
-    std::uint64_t doubtful = 0;
-    std::vector<Range> unreadable;
-    bool changed = false;  ///< the file changed while it was read
+    bool changed = false;                         ///< the file changed while it was read
 
     static constexpr std::size_t kMostFields = 10000;
 };
+
+/// What lies after the last counted record: `nothing`, `zeros`, `second-image`, `older-records` or `other-bytes`; or the
+/// code of the damage there, such as `bad-record`.
+std::string_view RestOf(const Survey& survey);
 
 struct SurveyOptions {
     bool countFields = false;

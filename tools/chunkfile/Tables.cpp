@@ -172,7 +172,8 @@ constexpr auto kOptions = std::to_array<OptionRow>({
     {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
     {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},
     {kAll, "-q,--quiet", nullptr, "No progress; check leaves out files that are fine", Set<&Options::quiet>},
-    {kAll, "-v,--verbose", nullptr, "Log entries of the library, and how many records were printed", Set<&Options::verbose>},
+    {kAll, "-v,--verbose", nullptr, "Log entries of the library, and how many records were printed",
+     Set<&Options::verbose>},
 });
 
 }  // namespace

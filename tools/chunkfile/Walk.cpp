@@ -15,6 +15,9 @@ using Time::TimePoint;
 namespace {
 
 constexpr std::uint64_t kHeadRead = 4096;  // the most that a glue looks at
+
+}  // namespace
+
 std::optional<std::uint64_t> AnnouncedSizeAt(const Input& input, std::uint64_t position)
 {
     std::vector<unsigned char> head(std::min<std::uint64_t>(Glue::HeadSize(), kHeadRead));
@@ -25,8 +28,6 @@ std::optional<std::uint64_t> AnnouncedSizeAt(const Input& input, std::uint64_t p
         return {};  // a head that cannot be read announces nothing
     }
 }
-
-}  // namespace
 
 // A run that is not judged yet.
 struct Walk::Candidate {
@@ -114,8 +115,8 @@ bool Walk::SkipUnreadable()
     if (!range) {
         return false;
     }
-    if (unreadable_.size() < kMostRuns) {
-        unreadable_.push_back(*range);
+    if (after_.unreadable.size() < FoundAfter::kMostRuns) {
+        after_.unreadable.push_back(*range);
     }
     scanner_.GoTo(range->end);
     return true;
@@ -148,8 +149,9 @@ Walk::Candidate Walk::ReadRun()
         run.end = scanner_.GetPosition() + chunk.GetSizeOnFile();
         if (++run.records <= room_) {
             const TimePoint timePoint = chunk.GetTimePoint();
-            const TimePoint* const before = candidate.times.empty() ? LastAccepted() : &candidate.times.back();
-            candidate.ascends = candidate.ascends && (before == nullptr || *before < timePoint);
+            const bool ascends =
+                candidate.times.empty() ? !last_ || *last_ < timePoint : candidate.times.back() < timePoint;
+            candidate.ascends = candidate.ascends && ascends;
             candidate.times.push_back(timePoint);
         }
     }
@@ -177,8 +179,7 @@ std::string Walk::Doubt(const Candidate& candidate)
     if (candidate.inside) {
         return "inside a damaged record";
     }
-    if (std::any_of(candidate.times.begin(), candidate.times.end(),
-                    [this](const TimePoint& timePoint) { return times_.Contains(timePoint); })) {
+    if (std::ranges::any_of(candidate.times, [this](const TimePoint& time) { return times_.Contains(time); })) {
         return "a time point that the file already holds";
     }
     return run.records == room_ || candidate.ascends ? "" : "times before those of earlier records";
@@ -191,15 +192,15 @@ bool Walk::Judge(const Candidate& candidate, const Visit& visit)
     run.standing = run.reason.empty() ? Standing::Found : Standing::Doubtful;
     const std::uint64_t index = Count() - room_;
     if (run.standing == Standing::Found) {
-        std::for_each(candidate.times.begin(), candidate.times.end(), [this](const auto& time) { Accept(time); });
+        std::ranges::for_each(candidate.times, [this](const TimePoint& timePoint) { Accept(timePoint); });
         room_ -= std::min(room_, run.records + 1);
-        found_ += run.records;
+        after_.found += run.records;
     } else {
-        doubtful_ += run.records;
+        after_.doubtful += run.records;
     }
-    ++numberOfRuns_;
-    if (runs_.size() < kMostRuns) {
-        runs_.push_back(run);
+    ++after_.numberOfRuns;
+    if (after_.runs.size() < FoundAfter::kMostRuns) {
+        after_.runs.push_back(run);
     }
     return !visit || (Give(run, index, visit) && (scanner_.GoTo(candidate.next), true));
 }

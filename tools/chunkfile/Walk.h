@@ -54,6 +54,19 @@ struct RecordRun {
     std::string reason;  ///< why they are doubtful
 };
 
+/// What lies after the counted records.
+struct FoundAfter {
+    static constexpr std::size_t kMostRuns = 100;
+    std::vector<RecordRun> runs;  ///< the first kMostRuns
+    std::uint64_t numberOfRuns = 0;
+    std::uint64_t found = 0;  ///< records that count as the file's
+    std::uint64_t doubtful = 0;
+    std::vector<Range> unreadable;  ///< bytes that the system could not read, the first kMostRuns ranges
+};
+
+/// The size that an intact head at this position announces for its record. Nothing if there is none.
+std::optional<std::uint64_t> AnnouncedSizeAt(const Input& input, std::uint64_t position);
+
 /// Walks the records of a file by its header and, if wanted, those that lie after damage.
 ///
 ///     Walk walk(input, options.scan);
@@ -100,15 +113,7 @@ public:
     /// Of the records that count as the file's, in any order.
     HeldTimes& Times() { return times_; }
 
-    /// What AfterEnd found: the first runs, and sums over all.
-    static constexpr std::size_t kMostRuns = 100;
-    const std::vector<RecordRun>& Runs() const { return runs_; }
-    std::uint64_t NumberOfRuns() const { return numberOfRuns_; }
-    std::uint64_t Found() const { return found_; }
-    std::uint64_t Doubtful() const { return doubtful_; }
-
-    /// Bytes that the system could not read, the first kMostRuns ranges of them.
-    const std::vector<Range>& Unreadable() const { return unreadable_; }
+    const FoundAfter& After() const { return after_; }
 
 private:
     struct Candidate;
@@ -127,7 +132,6 @@ private:
     WalkEnd WhyItEnded(Step step);
     void Accept(const Time::TimePoint& timePoint);
     void NoteAnnounced(std::uint64_t position);
-    const Time::TimePoint* LastAccepted() const { return last_ ? &*last_ : nullptr; }
     bool SkipUnreadable();
     bool Find();
     Candidate ReadRun();
@@ -144,11 +148,7 @@ private:
     std::uint64_t announcedEnd_ = 0;       // where the record that an intact head announces ends
     WalkEnd end_;
     std::string failure_;  // of the last step that could not read
-    std::vector<RecordRun> runs_;
-    std::uint64_t numberOfRuns_ = 0;
-    std::uint64_t found_ = 0;
-    std::uint64_t doubtful_ = 0;
-    std::vector<Range> unreadable_;
+    FoundAfter after_;
 };
 
 }  // namespace Corvane::FileTool
