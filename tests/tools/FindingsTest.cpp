@@ -294,6 +294,20 @@ protected:
 TEST_F(Judgement, RunThatEndsWhereTheCountEndsIsFound)
 {
     EXPECT_EQ(AfterDamage(Header(4) + Records({1}) + Bad() + Records({3, 2})), (Lines{"2 3", "3 2"}));
+    EXPECT_EQ(AfterDamage(Header(5) + Records({7, 6}) + Bad() + Records({3, 2})), (Lines{"3 3", "4 2"}));
+}
+
+// It looks like the rest of an older file.
+TEST_F(Judgement, RunThatBeginsWithTheFirstEarlierTimeIsDoubtful)
+{
+    EXPECT_EQ(AfterDamage(Header(4) + Records({5, 6}) + Bad() + Records({3})), (Lines{"? 3"}));
+}
+
+// Nothing tells them from the rest of an older file, unless they end where the count ends.
+TEST_F(Judgement, RunAfterADamagedFirstRecordIsDoubtfulIfSomeAreMissing)
+{
+    EXPECT_EQ(AfterDamage(Header(4) + Bad() + Records({3, 4})), (Lines{"? 3", "? 4"}));
+    EXPECT_EQ(AfterDamage(Header(3) + Bad() + Records({3, 4})), (Lines{"1 3", "2 4"}));
 }
 
 TEST_F(Judgement, RunWhoseTimesAscendIsFoundThoughSomeAreMissing)

@@ -4,10 +4,9 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <random>
 
+#include "RandomDamages.h"
 #include "chunkfile/Reopening.h"
-#include "model/Damage.h"
 #include "support/ChunkFileTest.h"
 #include "support/Chunks.h"
 #include "support/DamagedFiles.h"
@@ -130,17 +129,7 @@ TEST_F(Prediction, HoldsForATearAtEveryByte)
 
 TEST_F(Prediction, HoldsForRandomDamages)
 {
-    std::mt19937_64 random(14);  // NOLINT(cert-msc51-cpp): the same in every run
-    support::Files files;
-    for (int i = 0; i < 500; ++i) {
-        std::string bytes(64, '\0');
-        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
-        model::Choices choices(bytes);
-        std::string what;
-        const std::string once = model::Damaged(sound_, FileOf({chunks_[2], chunks_[0]}), choices, what).value_or("");
-        files.push_back(model::Damaged(once, sound_, choices, what).value_or(""));
-    }
-    ExpectEachPredicted(files);
+    ExpectEachPredicted(support::RandomDamages(sound_, FileOf({chunks_[2], chunks_[0]})));
 }
 
 // The missing bytes of a truncated record are zeros, and a larger maximum size brings them back.

@@ -7,7 +7,7 @@ namespace Corvane::FileTool {
 
 namespace {
 
-constexpr std::array<int, 3> kSignals = {SIGINT, SIGHUP, SIGTERM};
+constexpr std::array<int, 5> kSignals = {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGPIPE};
 
 volatile std::sig_atomic_t count = 0;
 volatile std::sig_atomic_t last = 0;

@@ -5,8 +5,8 @@
 
 namespace Corvane::FileTool {
 
-/// While it lives, Ctrl-C and requests to end (SIGINT, SIGHUP, SIGTERM) are counted, and do not end the program.
-/// Signals that are ignored stay ignored.
+/// While it lives, Ctrl-C and other requests to end are counted, and do not end the program: a fresh file would
+/// stay. Signals that are ignored stay ignored.
 class Interrupts {
 public:
     Interrupts();
@@ -20,7 +20,7 @@ public:
     [[noreturn]] static void End();
 
 private:
-    std::array<struct sigaction, 3> before_ = {};
+    std::array<struct sigaction, 5> before_ = {};
 };
 
 }  // namespace Corvane::FileTool

@@ -270,6 +270,11 @@ Written WriteChunks(ChunkSource& source, const Options& options, Terminal& termi
         terminal.Error(ErrorText(options.output,
                                  "interrupted; " + Number(writer.Done().parts, "file was", "files were") + " written"));
         Interrupts::End();
+    } catch (const OutputError&) {
+        if (Interrupted()) {  // the reader of standard output has gone away
+            Interrupts::End();
+        }
+        throw;
     } catch (const std::runtime_error& error) {
         Rethrow(error);
     }

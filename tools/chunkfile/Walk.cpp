@@ -182,7 +182,15 @@ std::string Walk::Doubt(const Candidate& candidate)
     if (std::ranges::any_of(candidate.times, [this](const TimePoint& time) { return times_.Contains(time); })) {
         return "a time point that the file already holds";
     }
-    return run.records == room_ || candidate.ascends ? "" : "times before those of earlier records";
+    // The rest of an older file can have as many records as the header counts further. It has earlier times.
+    const bool descends = last_ && times_.Descents() == 0 && candidate.times.front() < *last_;
+    if (run.records == room_ && !descends) {
+        return "";
+    }
+    if (!last_) {
+        return "no earlier record to compare times with";
+    }
+    return candidate.ascends ? "" : "times before those of earlier records";
 }
 
 bool Walk::Judge(const Candidate& candidate, const Visit& visit)
