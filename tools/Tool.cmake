@@ -9,15 +9,19 @@ set(CORVANE_FILE_TOOL_SOURCES
   Commands
   Completion
   Copy
+  CsvRows
   EqualTimes
   FileBytes
   Findings
+  Import
   Info
   InfoReport
   Input
   Interrupts
   Json
   JsonGrammar
+  JsonRow
+  JsonRows
   List
   Output
   OutputName
@@ -27,10 +31,12 @@ set(CORVANE_FILE_TOOL_SOURCES
   Plan
   Recover
   Reopening
+  RowTimes
   Selection
   Survey
   Tables
   Terminal
+  TextStream
   Times
   Utf8
   Walk)
@@ -43,12 +49,16 @@ function(corvane_file_tool name)
   if(NOT CLI11_FOUND)
     message(FATAL_ERROR "CLI11 is missing. On Debian: apt-get install libcli11-dev")
   endif()
+  find_package(simdjson QUIET)
+  if(NOT simdjson_FOUND)
+    message(FATAL_ERROR "simdjson is missing. On Debian: apt-get install libsimdjson-dev")
+  endif()
   add_library(${name}_parts STATIC ${CORVANE_FILE_TOOL_SOURCES} ${ARG_GLUE})
   target_compile_features(${name}_parts PUBLIC cxx_std_20)
   target_include_directories(${name}_parts PUBLIC ${CORVANE_FILE_TOOL_DIR})
   get_target_property(version CorvaneFile VERSION)
   target_compile_definitions(${name}_parts PRIVATE CORVANE_FILE_VERSION="${version}")
-  target_link_libraries(${name}_parts PUBLIC CLI11::CLI11)
+  target_link_libraries(${name}_parts PUBLIC CLI11::CLI11 simdjson::simdjson)
   corvane_file_for_platform(${name}_parts ${ARG_PLATFORM})
   add_executable(${name} ${CORVANE_FILE_TOOL_DIR}/chunkfile/main.cpp)
   target_link_libraries(${name} PRIVATE ${name}_parts)

@@ -39,6 +39,15 @@ _chunkfile() {
         copy:--split) words=' ' ;;
         copy:--on-equal-time) words='stop skip shift' ;;
         copy:--color) words='auto always never' ;;
+        import:-o | import:--output) words=':' ;;
+        import:--max-size) words=' ' ;;
+        import:--split) words=' ' ;;
+        import:--on-equal-time) words='stop skip shift' ;;
+        import:--time) words=' ' ;;
+        import:--time-unit) words='s ms us ns' ;;
+        import:--rows) words=' ' ;;
+        import:--format) words='ndjson json csv' ;;
+        import:--color) words='auto always never' ;;
         attr:--color) words='auto always never' ;;
         attr:attr) words='list get set remove' ;;
         *) [ -z "$command" ] || words=: ;;  # files
@@ -50,8 +59,9 @@ _chunkfile() {
         check) words='--max-size --strict --format --color -q --quiet -v --verbose --help' ;;
         recover) words='--doubtful -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
         copy) words='--fields --from --to --index --sort -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
+        import) words='-o --output --max-size --split --on-equal-time --dry-run --force --time --time-unit --drop-time --rows --skip-bad --format --color -q --quiet -v --verbose --help' ;;
         attr) words='--color -q --quiet -v --verbose --help' ;;
-        *) words='info list cat check recover copy attr --help --version' ;;
+        *) words='info list cat check recover copy import attr --help --version' ;;
     esac
     if [ "$words" = : ]; then
         mapfile -t COMPREPLY < <(compgen -f -- "$word")

@@ -113,6 +113,8 @@ MissingPackagesAreNamed() {
     configuring_stops_with "xxHash is missing. On Debian: apt-get install libxxhash-dev" "${no_xxhash[@]}"
     configuring_stops_with "CLI11 is missing. On Debian: apt-get install libcli11-dev" \
         -DCORVANE_FILE_TOOLS=ON -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON
+    configuring_stops_with "simdjson is missing. On Debian: apt-get install libsimdjson-dev" \
+        -DCORVANE_FILE_TOOLS=ON -DCMAKE_DISABLE_FIND_PACKAGE_simdjson=ON
     configuring_stops_with "GoogleTest is missing. On Debian: apt-get install libgtest-dev" \
         -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON
     PKG_CONFIG_LIBDIR=/nowhere configuring_stops_with "fuse 3 is missing. On Debian: apt-get install libfuse3-dev"

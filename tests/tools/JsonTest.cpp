@@ -56,6 +56,7 @@ TEST(JsonValue, OtherTextComesOutAsAString)
     EXPECT_EQ(Value(R"(["\udc00\ud800"])"), R"("[\"\\udc00\\ud800\"]")");
     EXPECT_EQ(Value(R"(["\u12"])"), R"("[\"\\u12\"]")");
     EXPECT_EQ(Value(R"(["\x"])"), R"("[\"\\x\"]")");
+    EXPECT_EQ(Value(R"(["\ud800"a"])"), R"("[\"\\ud800\"a\"]")");
     EXPECT_EQ(Value("[\"\n\"]"), R"("[\"\n\"]")");
 }
 

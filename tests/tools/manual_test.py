@@ -22,7 +22,7 @@ GUIDE = os.path.join(TOOLS, "..", "docs", "chunkfile.md")
 README = os.path.join(TOOLS, "..", "README.md")
 COMPLETION = os.path.join(TOOLS, "chunkfile.bash")
 PROGRAM = os.environ["CHUNKFILE"]
-COMMANDS = ("info", "list", "cat", "check", "recover", "copy", "attr")
+COMMANDS = ("info", "list", "cat", "check", "recover", "copy", "import", "attr")
 
 HELP_OPTION = re.compile(r"^  ((?:-\w,)?--[\w-]+)(?: ([A-Z][A-Z,:]*|\w+\|\S+))?\s+\S", re.MULTILINE)
 PAGE_OPTION = re.compile(r"^\.It Fl (?:(\w) , )?-([\w-]+)(?: Ar (\S+))?$", re.MULTILINE)
@@ -232,7 +232,9 @@ class Completion(unittest.TestCase):
                 if "|" in argument:
                     self.assertEqual(self.completed(command, names, ""), set(argument.split("|")), (command, names))
                     self.assertEqual(self.completed(command, names, "="), set(argument.split("|")), (command, names))
-                    self.assertEqual(self.completed(command, names, "=", argument[:3]), {argument.split("|")[0]})
+                    begin = argument.split("|")[0][:3]
+                    self.assertEqual(self.completed(command, names, "=", begin),
+                                     {choice for choice in argument.split("|") if choice.startswith(begin)})
 
     def test_files_and_actions(self):
         self.assertIn("chunkfile.1", self.completed("cat", "chunk"))

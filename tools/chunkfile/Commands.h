@@ -49,6 +49,15 @@ struct AttributeOptions {
     std::optional<std::string> value;
 };
 
+struct ImportOptions {
+    std::optional<std::string> time;  ///< --time COLUMN|POINTER|now
+    std::int64_t timeUnit = 0;        ///< --time-unit, in nanoseconds; 0: none
+    std::string timeUnitName;
+    std::optional<std::string> rows;  ///< --rows POINTER
+    bool dropTime = false;
+    bool skipBad = false;
+};
+
 /// The options of all commands; each uses its own.
 struct Options {
     std::vector<std::string> paths;  ///< `-` is standard input
@@ -78,6 +87,7 @@ struct Options {
     bool force = false;     ///< --force
     bool sort = false;      ///< copy --sort
     bool doubtful = false;  ///< recover --doubtful
+    ImportOptions import;
 };
 
 Exit Info(const Options& options, Terminal& terminal);     // Info.cpp
@@ -87,6 +97,7 @@ Exit Cat(const Options& options, Terminal& terminal);      // Cat.cpp
 Exit Attr(const Options& options, Terminal& terminal);     // Attr.cpp
 Exit Recover(const Options& options, Terminal& terminal);  // Recover.cpp
 Exit Copy(const Options& options, Terminal& terminal);     // Copy.cpp
+Exit Import(const Options& options, Terminal& terminal);   // Import.cpp
 
 /// The program: parses the arguments, runs a command, and returns its exit code.
 int RunTool(int count, char** arguments);  // Parser.cpp

@@ -28,9 +28,9 @@ struct JsonFault {
     const char* reason;
 };
 
-/// The first byte that makes the text no JSON value, or its end. Nothing if it is one. Spaces are allowed, and values
-/// inside an object or array may have kMostNesting levels. Strings are UTF-8 without halves of surrogates.
-std::optional<JsonFault> FaultOf(std::string_view text);  // JsonGrammar.cpp
+/// The first byte that makes the text no JSON value of at most this many levels, or its end. Nothing if it is one.
+/// Spaces are allowed. Strings are UTF-8 without halves of surrogates.
+std::optional<JsonFault> FaultOf(std::string_view text, int levels);  // JsonGrammar.cpp
 
 /// A line of CSV (RFC 4180) with its line end. Fields are quoted only where they must be.
 std::string CsvLine(std::initializer_list<std::string_view> fields);

@@ -85,7 +85,8 @@ private:
         }
         while (!Take("\"")) {
             rest_.remove_prefix(PlainPrefix(rest_));
-            if (rest_.empty() || !(rest_.starts_with('"') || Escape() || OtherCharacter())) {
+            const bool escaped = rest_.starts_with('\\');
+            if (rest_.empty() || !(rest_.starts_with('"') || (escaped ? Escape() : OtherCharacter()))) {
                 return false;
             }
         }
@@ -144,17 +145,17 @@ bool IsCompactJson(std::string_view bytes)
     return !bytes.starts_with('"') && grammar.Value(0) && grammar.Rest().empty();
 }
 
-std::optional<JsonFault> FaultOf(std::string_view text)
+std::optional<JsonFault> FaultOf(std::string_view text, int levels)
 {
     Grammar grammar(text, /* compact = */ false);
-    const bool isJson = grammar.Value(-1);
+    const bool isJson = grammar.Value(kMostNesting - levels);
     const std::string_view rest = grammar.Rest();
     const std::size_t position = text.size() - rest.size();
     if (rest.empty()) {
         return isJson ? std::nullopt : std::optional(JsonFault{position, "the JSON ends too early"});
     }
     if (grammar.IsTooDeep()) {
-        return JsonFault{position, "more than 64 levels of JSON"};
+        return JsonFault{position, "too many levels of JSON"};
     }
     return JsonFault{position, FirstCharacter(rest).code == kNoCharacter ? "not UTF-8" : "not JSON"};
 }

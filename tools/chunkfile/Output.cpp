@@ -107,8 +107,8 @@ private:
     void Take()
     {
         for (;;) {
-            StopIfInterrupted();
             chunk_ = source_.Next();
+            StopIfInterrupted();  // null may mean that Ctrl-C came
             ++taken_;
             if (chunk_ == nullptr || times_.Give(chunk_->GetTimePoint())) {
                 return;

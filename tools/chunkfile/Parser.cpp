@@ -77,10 +77,12 @@ void AddCommand(CLI::App& app, const CommandRow& row, Options& options)
     if (row.paths == nullptr) {
         AddAttributeArguments(command, options);
     } else {
-        const std::string name = row.paths;
-        const bool many = name.ends_with("...");
-        command.add_option(many ? name.substr(0, name.size() - 3) : name, options.paths, "`-` is standard input")
-            ->required()
+        const std::string words = row.paths;
+        const bool many = words.ends_with("...");
+        const bool optional = words.starts_with("[");
+        const std::string name = words.substr(optional ? 1 : 0, words.find_first_of(".]") - (optional ? 1 : 0));
+        command.add_option(name, options.paths, "`-` is standard input")
+            ->required(!optional)
             ->expected(1, many ? CLI::detail::expected_max_vector_size : 1);
     }
     for (CLI::Option* const argument :

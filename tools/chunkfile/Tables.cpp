@@ -103,6 +103,16 @@ bool TakeOnEqualTime(Options& options, const std::string& text)
     return true;
 }
 
+bool TakeTimeUnit(Options& options, const std::string& text)
+{
+    for (const auto& [name, nanoseconds] :
+         {std::pair("s", 1'000'000'000), std::pair("ms", 1'000'000), std::pair("us", 1000), std::pair("ns", 1)}) {
+        options.import.timeUnit = text == name ? nanoseconds : options.import.timeUnit;
+    }
+    options.import.timeUnitName = text;
+    return true;
+}
+
 // Takes a switch.
 template <bool Options::* Member>
 bool Set(Options& options, const std::string& /*text*/)
@@ -133,6 +143,11 @@ constexpr auto kCommands = std::to_array<CommandRow>({
      "  chunkfile copy --from -10s a.chunks -o end.chunks\n"
      "  chunkfile copy --sort a.chunks b.chunks -o both.chunks\n"
      "  chunkfile copy --split 64MiB a.chunks -o part.chunks\n"},
+    {kImport, "import", "[FILE]", Import, "Makes a chunk file of NDJSON, JSON or CSV",
+     "  chunkfile import --time date rows.csv -o a.chunks\n"
+     "  chunkfile import --time /meta/ts --time-unit ms --rows /data rows.json -o a.chunks\n"
+     "  chunkfile cat a.chunks | jq -c 'select(.fields.load > 0.5)' | chunkfile import -o b.chunks\n"
+     "  chunkfile cat --format csv a.chunks | chunkfile import --drop-time -o c.chunks\n"},
     {kAttr, "attr", nullptr, Attr, "Lists, gets, sets or removes extended attributes of any file",
      "  chunkfile attr list a.chunks\n"
      "  chunkfile attr set a.chunks user.__trackSize 836434\n"
@@ -168,6 +183,16 @@ constexpr auto kOptions = std::to_array<OptionRow>({
      "Leave a record out whose time is taken, or add 1 ns; default: stop", TakeOnEqualTime},
     {kWriters, "--dry-run", nullptr, "Only say what would be written", Set<&Options::dryRun>},
     {kWriters, "--force", nullptr, "Replace OUT if it exists", Set<&Options::force>},
+    {kImport, "--time", "FIELD", "The field with the time, a JSON pointer to it, or now; default: time",
+     [](Options& options, const std::string& text) { return !options.import.time.emplace(text).empty(); }},
+    {kImport, "--time-unit", "s|ms|us|ns", "What times that are numbers count, since 1970", TakeTimeUnit},
+    {kImport, "--drop-time", nullptr, "The time is no field of the chunk",
+     [](Options& options, const std::string& /*text*/) { return options.import.dropTime = true; }},
+    {kImport, "--rows", "POINTER", "The array of rows in a JSON document: /data/rows",
+     [](Options& options, const std::string& text) { return options.import.rows.emplace(text), true; }},
+    {kImport, "--skip-bad", nullptr, "Leave bad rows out and count them: exit code 3",
+     [](Options& options, const std::string& /*text*/) { return options.import.skipBad = true; }},
+    {kImport, "--format", "ndjson|json|csv", "What the rows are; default: what they look like", TakeFormat},
     {kInfo | kList | kCheck, "--format", "table|json|csv", "What to print; default: table", TakeFormat},
     {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
     {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},

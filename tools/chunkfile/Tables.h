@@ -14,7 +14,7 @@ class Terminal;
 struct CommandRow {
     unsigned bit;
     const char* name;
-    const char* paths;  ///< what they are called; many if it ends with dots. Null: the command has other arguments
+    const char* paths;  ///< `FILE`, `FILE...`, or `[FILE]` if none is needed. Null: the command has other arguments
     Exit (*run)(const Options& options, Terminal& terminal);
     const char* summary;
     const char* examples;

@@ -1,0 +1,282 @@
+// Only this source includes simdjson.
+#include "chunkfile/JsonRow.h"
+
+#include <simdjson.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "chunkfile/Json.h"
+
+namespace Corvane::FileTool {
+
+namespace ondemand = simdjson::ondemand;
+
+namespace {
+
+constexpr std::string_view kBase64Mark = "base64:";
+constexpr std::string_view kSpace = " \t\r\n";
+constexpr std::size_t kFewFields = 16;
+constexpr const char* kNotCat = "not a line of cat, as the first row is";
+
+static_assert(TextStream::kPadding >= simdjson::SIMDJSON_PADDING);
+
+struct Refused {
+    const char* reason;
+};
+
+std::string_view WithoutSpace(std::string_view token)
+{
+    return token.substr(0, token.find_last_not_of(kSpace) + 1);
+}
+
+// simdjson finds where an object or array ends. Whether it is JSON in between shows the grammar.
+void TakeNested(std::string_view json, std::string& bytes)
+{
+    constexpr std::string_view begin = R"({"base64":")";
+    constexpr std::string_view end = R"("})";
+    if (IsCompactJson(json)) {
+        bytes = json;
+    } else if (FaultOf(json, kMostNesting)) {
+        throw Refused{"not JSON"};
+    } else {
+        std::size_t size = 0;
+        bytes.resize(json.size() + simdjson::SIMDJSON_PADDING);
+        if (simdjson::minify(json.data(), json.size(), bytes.data(), size) != simdjson::SUCCESS) {
+            throw Refused{"not JSON"};
+        }
+        bytes.resize(size);
+    }
+    if (bytes.starts_with(begin) && bytes.ends_with(end)) {
+        const std::string_view text =
+            std::string_view(bytes).substr(begin.size(), bytes.size() - begin.size() - end.size());
+        if (auto decoded = FromBase64(text)) {
+            bytes = std::move(*decoded);
+        }
+    }
+}
+
+void TakeValue(ondemand::value value, std::string& bytes)
+{
+    const std::string_view token = WithoutSpace(value.raw_json_token());
+    switch (token.front()) {
+        case '{':
+            return TakeNested(WithoutSpace(value.get_object().value().raw_json()), bytes);
+        case '[':
+            return TakeNested(WithoutSpace(value.get_array().value().raw_json()), bytes);
+        case '"':
+            if (token.find('\\') == std::string_view::npos && token.size() >= 2 && token.back() == '"') {
+                bytes = token.substr(1, token.size() - 2);  // faster than get_string where the processor is not known
+            } else {
+                bytes = std::string_view(value.get_string());
+            }
+            return;
+        default:
+            bytes = IsCompactJson(token) ? token : throw Refused{"not JSON"};
+    }
+}
+
+ondemand::value MemberOf(ondemand::value value, const std::string& name)
+{
+    if (value.type() == ondemand::json_type::array) {
+        std::size_t index = 0;
+        for (auto element : value.get_array()) {
+            if (std::to_string(index++) == name) {
+                return element.value();
+            }
+        }
+        throw Refused{"no such element"};
+    }
+    for (auto field : value.get_object()) {
+        if (field.unescaped_key().value() == name) {
+            return field.value();
+        }
+    }
+    throw Refused{"no such member"};
+}
+
+// The second of two fields that have the same name; or their number.
+std::size_t Duplicate(const Glue::Fields& fields)
+{
+    if (fields.size() <= kFewFields) {
+        for (std::size_t i = 1; i < fields.size(); ++i) {
+            for (std::size_t j = 0; j < i; ++j) {
+                if (fields[i].first == fields[j].first) {
+                    return i;
+                }
+            }
+        }
+        return fields.size();
+    }
+    std::vector<std::size_t> order(fields.size());
+    std::iota(order.begin(), order.end(), 0);
+    const auto name = [&](std::size_t index) -> const std::string& { return fields[index].first; };
+    std::ranges::stable_sort(order, {}, name);
+    const auto same = std::ranges::adjacent_find(order, {}, name);
+    return same == order.end() ? fields.size() : same[1];
+}
+
+}  // namespace
+
+class JsonRow::Parser {
+public:
+    explicit Parser(bool catLines) : form_(catLines ? Form::Unknown : Form::Plain) {}
+
+    void Parse(std::string_view text, Row& row)
+    {
+        row.time.reset();
+        if (form_ != Form::Cat) {
+            Read(text, [&](ondemand::object object) { TakeFields(object, row.fields); });
+            if (form_ == Form::Plain || !IsCatLine(row.fields)) {
+                form_ = Form::Plain;
+                return;
+            }
+            form_ = Form::Cat;
+        }
+        Read(text, [&](ondemand::object object) { TakeCatLine(object, row); });
+    }
+
+private:
+    enum class Form { Unknown, Plain, Cat };
+
+    struct Member {
+        const char* name;  // in the text
+        char first;        // of the value
+    };
+
+    void Read(std::string_view text, const auto& take)
+    {
+        text_ = text;
+        try {
+            ondemand::document document = parser_.iterate(text.data(), text.size(), text.size() + TextStream::kPadding);
+            take(document.get_object());
+            if (document.current_location().error() != simdjson::OUT_OF_BOUNDS) {  // something follows
+                throw Refused{"not JSON"};
+            }
+        } catch (const Refused& refused) {
+            Explain(refused.reason);
+        } catch (const simdjson::simdjson_error& error) {
+            Explain(error.what());
+        }
+    }
+
+    // simdjson does not say where. The grammar does.
+    [[noreturn]] void Explain(const char* reason)
+    {
+        known_ = 0;
+        if (const auto fault = FaultOf(text_, kMostNesting + 1)) {
+            throw BadText(fault->position, fault->reason);
+        }
+        const std::size_t begin = text_.find_first_not_of(kSpace);
+        throw BadText(begin, text_[begin] == '{' ? reason : "a row is an object");
+    }
+
+    bool IsCatLine(const Glue::Fields& fields) const
+    {
+        const auto is = [&](std::size_t index, const char* name, char first) {
+            return fields[index].first == name && members_[index].first == first;
+        };
+        return fields.size() == 2 &&
+               ((is(0, "time", '"') && is(1, "fields", '{')) || (is(1, "time", '"') && is(0, "fields", '{')));
+    }
+
+    void TakeCatLine(ondemand::object object, Row& row)
+    {
+        bool hasFields = false;
+        for (auto field : object) {
+            const std::string_view name = field.unescaped_key();
+            ondemand::value value = field.value();
+            if (name == "time" && !row.time && value.type() == ondemand::json_type::string) {
+                row.time = std::string_view(value.get_string());
+            } else if (name == "fields" && !hasFields && value.type() == ondemand::json_type::object) {
+                TakeFields(value.get_object(), row.fields);
+                hasFields = true;
+            } else {
+                throw Refused{kNotCat};
+            }
+        }
+        if (!row.time || !hasFields) {
+            throw Refused{kNotCat};
+        }
+    }
+
+    void TakeFields(ondemand::object object, Glue::Fields& fields)
+    {
+        members_.clear();
+        areKnown_ = true;
+        for (auto field : object) {
+            const std::size_t index = members_.size();
+            if (index == fields.size()) {
+                fields.emplace_back();
+            }
+            members_.push_back({field.key().value().raw(), '\0'});
+            TakeName(field.unescaped_key(), fields[index].first);
+            ondemand::value value = field.value();
+            members_.back().first = value.raw_json_token().front();
+            TakeValue(value, fields[index].second);
+        }
+        fields.resize(members_.size());
+        if (areKnown_ && fields.size() <= known_) {
+            return;
+        }
+        if (const std::size_t second = Duplicate(fields); second != fields.size()) {
+            known_ = 0;
+            throw BadText(static_cast<std::size_t>(members_[second].name - text_.data()) - 1,
+                          "a second field of the name " + fields[second].first);
+        }
+        known_ = fields.size();
+    }
+
+    // Leaves a name alone that the last row had there: it is a known one.
+    void TakeName(std::string_view name, std::string& into)
+    {
+        if (name.starts_with(kBase64Mark)) {
+            decoded_ = name;
+            DecodeBase64Mark(decoded_);
+            name = decoded_;
+        }
+        if (into != name) {
+            into = name;
+            areKnown_ = false;
+        }
+    }
+
+    ondemand::parser parser_;
+    Form form_;
+    std::string_view text_;
+    std::vector<Member> members_;  // of this row
+    std::size_t known_ = 0;        // this many first names of the last row differ from each other
+    bool areKnown_ = false;        // this row has the same
+    std::string decoded_;
+};
+
+JsonRow::JsonRow(bool catLines) : parser_(std::make_unique<Parser>(catLines)) {}
+
+JsonRow::~JsonRow() = default;
+
+void JsonRow::Parse(std::string_view text, Row& row)
+{
+    parser_->Parse(text, row);
+}
+
+std::optional<std::string> JsonAt(const std::string& json, std::span<const std::string> tokens)
+{
+    const simdjson::padded_string text(json);
+    ondemand::parser parser;
+    try {
+        ondemand::document document = parser.iterate(text);
+        ondemand::value value = document;
+        for (const std::string& token : tokens) {
+            value = MemberOf(value, token);
+        }
+        std::string bytes;
+        TakeValue(value, bytes);
+        return bytes;
+    } catch (const simdjson::simdjson_error&) {
+        return {};
+    } catch (const Refused&) {
+        return {};
+    }
+}
+
+}  // namespace Corvane::FileTool

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "chunkfile/Commands.h"
+#include "chunkfile/Glue.h"
+#include "chunkfile/TextStream.h"
+
+/// @file
+/// Rows of text: what import reads. NDJSON and CSV are read as they come; a JSON document is held whole.
+namespace Corvane::FileTool {
+
+struct Row {
+    Glue::Fields fields;              ///< no name twice
+    std::optional<std::string> time;  ///< of a line of cat, where it is no field
+};
+
+/// Both count from 1; columns are bytes.
+struct Place {
+    std::uint64_t line = 1;
+    std::uint64_t column = 1;
+};
+
+/// A row that cannot be read.
+struct BadRow : std::runtime_error {
+    BadRow(Place where, const std::string& reason) : std::runtime_error(reason), place(where) {}
+    Place place;
+};
+
+class RowReader {
+public:
+    RowReader() = default;
+    RowReader(const RowReader&) = delete;
+    RowReader& operator=(const RowReader&) = delete;
+    virtual ~RowReader() = default;
+
+    /// Reads the next row; false at the end. If Ctrl-C has cut a row, its bytes are still in the stream. `row` is always the same object: its texts are used again. Throws BadRow;
+    /// the next call goes on with the next row. Throws std::runtime_error if the input cannot be read.
+    virtual bool Next(Row& row) = 0;
+
+    /// Where the row begins that Next has read last.
+    virtual Place Begin() const = 0;
+};
+
+/// What a file is, by its first bytes; Ndjson, Json or Csv. Takes a byte order mark.
+Format FormatOf(TextStream& stream);
+
+/// A row a line: an object. If `catLines` and the first row is {"time":"...","fields":{...}}, all rows must be such
+/// lines of cat. Blank lines are no rows.
+std::unique_ptr<RowReader> ReadNdjson(TextStream& stream, bool catLines);
+
+/// The objects in the array that this JSON pointer names. Throws BadRow if there is none, or no array.
+std::unique_ptr<RowReader> ReadJson(TextStream& stream, const std::string& pointer, bool catLines);
+
+/// RFC 4180 with a line of names. A line ends with LF or CRLF. Throws BadRow if the names are wrong.
+std::unique_ptr<RowReader> ReadCsv(TextStream& stream);
+
+/// The tokens of a JSON pointer: `/a/b`. Nothing if the text is none.
+std::optional<std::vector<std::string>> PointerTokens(std::string_view pointer);
+
+}  // namespace Corvane::FileTool
