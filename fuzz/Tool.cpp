@@ -1,4 +1,4 @@
-// Surveys any file as chunkfile info and check do: the facts fit together, a reopening does what is predicted, and the
+// Surveys any file as chunkfile info, check and view do: the facts fit together, a reopening does what is predicted, and the
 // file does not change.
 #include <algorithm>
 #include <stdexcept>
@@ -10,6 +10,7 @@
 #include "chunkfile/CheckReport.h"
 #include "chunkfile/InfoReport.h"
 #include "chunkfile/Json.h"
+#include "chunkfile/ViewPage.h"
 
 namespace {
 
@@ -54,6 +55,19 @@ void CheckFields(const FoundRecord& record)
     Check(std::count(line.begin(), line.end(), '\n') == 0, "a line stays one line");
 }
 
+// Whatever the file holds, the page has no element of its own choice, and the map shows each byte once.
+void CheckPage(const Checked& checked, const ViewFacts& facts)
+{
+    const std::string page = ViewPage(checked, facts);
+    Check(page.find("<script") == std::string::npos && page.find('\0') == std::string::npos, "the page is harmless");
+    Check(page.size() < 4'000'000, "the page is small");
+    std::uint64_t sum = 0;
+    for (std::size_t kind = 0; kind < kByteKinds; ++kind) {
+        sum += facts.Map().Sum(static_cast<ByteKind>(kind));
+    }
+    Check(sum == checked.survey.size, "the map is whole");
+}
+
 // The texts, too, must do no harm. They stay in the terminal's buffer.
 void Write(const Checked& checked)
 {
@@ -87,20 +101,18 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const fuzz::MemoryFile file(input.file);
     const std::uint64_t maxSize = fuzz::ChooseMaxSize(input);
     const Input opened(file.Path());
-    Checked checked = {file.Path(), maxSize, SurveyOf(opened, {true, 20, {}}), {}, {}, {}};
-    CheckSurvey(checked.survey);
-    checked.findings = FindingsOf(checked.survey);
-    checked.verdict = VerdictOf(checked.findings, checked.survey);
-    checked.reopening = PredictReopening(opened, checked.survey, maxSize);
-    Write(checked);
-    Walk walk(opened, true);
-    const auto visit = [](const FoundRecord& record) {
+    ViewFacts facts(opened);
+    SurveyOptions options = {true, 20, {}};
+    options.visit = [&facts](const FoundRecord& record) {
         CheckFields(record);
+        facts.Add(record);
         return true;
     };
-    if (walk.Counted(visit).kind != WalkEnd::Kind::AllRead) {
-        walk.AfterEnd(visit);
-    }
+    const Checked checked = CheckedOf(opened, maxSize, options);
+    CheckSurvey(checked.survey);
+    facts.Finish(checked.survey);
+    CheckPage(checked, facts);
+    Write(checked);
     Check(file.Bytes() == input.file, "the tool changes no byte");
     CheckReopening(file.Path(), checked.reopening, maxSize);
     return 0;

@@ -3,6 +3,7 @@
 set(CORVANE_FILE_TOOL_DIR ${CMAKE_CURRENT_LIST_DIR})
 set(CORVANE_FILE_TOOL_SOURCES
   Attr
+  ByteMap
   Cat
   Check
   CheckReport
@@ -14,6 +15,7 @@ set(CORVANE_FILE_TOOL_SOURCES
   FileBytes
   Findings
   Import
+  Html
   Info
   InfoReport
   Input
@@ -37,8 +39,15 @@ set(CORVANE_FILE_TOOL_SOURCES
   Tables
   Terminal
   TextStream
+  Timeline
   Times
   Utf8
+  View
+  ViewCharts
+  ViewFacts
+  ViewPage
+  ViewStyle
+  ViewTime
   Walk)
 list(TRANSFORM CORVANE_FILE_TOOL_SOURCES PREPEND ${CORVANE_FILE_TOOL_DIR}/chunkfile/)
 list(TRANSFORM CORVANE_FILE_TOOL_SOURCES APPEND .cpp)

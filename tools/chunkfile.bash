@@ -49,6 +49,8 @@ _chunkfile() {
         import:--format) words='ndjson json csv' ;;
         import:--color) words='auto always never' ;;
         attr:--color) words='auto always never' ;;
+        view:-o | view:--output) words=':' ;;
+        view:--color) words='auto always never' ;;
         attr:attr) words='list get set remove' ;;
         *) [ -z "$command" ] || words=: ;;  # files
     esac
@@ -61,7 +63,8 @@ _chunkfile() {
         copy) words='--fields --from --to --index --sort -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
         import) words='-o --output --max-size --split --on-equal-time --dry-run --force --time --time-unit --drop-time --rows --skip-bad --format --color -q --quiet -v --verbose --help' ;;
         attr) words='--color -q --quiet -v --verbose --help' ;;
-        *) words='info list cat check recover copy import attr --help --version' ;;
+        view) words='-o --output --force --color -q --quiet -v --verbose --help' ;;
+        *) words='info list cat check recover copy import attr view --help --version' ;;
     esac
     if [ "$words" = : ]; then
         mapfile -t COMPREPLY < <(compgen -f -- "$word")

@@ -22,7 +22,7 @@ GUIDE = os.path.join(TOOLS, "..", "docs", "chunkfile.md")
 README = os.path.join(TOOLS, "..", "README.md")
 COMPLETION = os.path.join(TOOLS, "chunkfile.bash")
 PROGRAM = os.environ["CHUNKFILE"]
-COMMANDS = ("info", "list", "cat", "check", "recover", "copy", "import", "attr")
+COMMANDS = ("info", "list", "cat", "check", "recover", "copy", "import", "attr", "view")
 
 HELP_OPTION = re.compile(r"^  ((?:-\w,)?--[\w-]+)(?: ([A-Z][A-Z,:]*|\w+\|\S+))?\s+\S", re.MULTILINE)
 PAGE_OPTION = re.compile(r"^\.It Fl (?:(\w) , )?-([\w-]+)(?: Ar (\S+))?$", re.MULTILINE)

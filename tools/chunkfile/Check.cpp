@@ -10,19 +10,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Exit CodeOf(const Checked& checked, bool strict)
-{
-    Exit code = Exit::Fine;
-    for (const Finding& finding : checked.findings) {
-        if (finding.code == "unreadable") {
-            code = Graver(code, Exit::CouldNot);
-        } else if (finding.severity == Severity::Error || (strict && finding.severity == Severity::Warning)) {
-            code = Graver(code, Exit::Found);
-        }
-    }
-    return code;
-}
-
 // Checks one file after another.
 class Checker {
 public:
@@ -98,12 +85,7 @@ private:
             const auto progress = [&](std::uint64_t position) {
                 terminal_.Progress(input.Name(), position, input.Size());
             };
-            Checked checked = {
-                input.Name(), options_.maxSize.value_or(0), SurveyOf(input, {false, 0, progress}), {}, {}, {}};
-            checked.findings = FindingsOf(checked.survey);
-            checked.verdict = VerdictOf(checked.findings, checked.survey);
-            checked.reopening = PredictReopening(input, checked.survey, checked.maxSize);
-            return checked;
+            return CheckedOf(input, options_.maxSize.value_or(0), {false, 0, progress});
         } catch (const std::runtime_error& error) {
             Fail(path, error.what());
             return {};
@@ -123,6 +105,28 @@ private:
 };
 
 }  // namespace
+
+Checked CheckedOf(const Input& input, std::uint64_t maxSize, const SurveyOptions& options)
+{
+    Checked checked = {input.Name(), maxSize, SurveyOf(input, options), {}, {}, {}};
+    checked.findings = FindingsOf(checked.survey);
+    checked.verdict = VerdictOf(checked.findings, checked.survey);
+    checked.reopening = PredictReopening(input, checked.survey, maxSize);
+    return checked;
+}
+
+Exit CodeOf(const Checked& checked, bool strict)
+{
+    Exit code = Exit::Fine;
+    for (const Finding& finding : checked.findings) {
+        if (finding.code == "unreadable") {
+            code = Graver(code, Exit::CouldNot);
+        } else if (finding.severity == Severity::Error || (strict && finding.severity == Severity::Warning)) {
+            code = Graver(code, Exit::Found);
+        }
+    }
+    return code;
+}
 
 Exit Check(const Options& options, Terminal& terminal)
 {

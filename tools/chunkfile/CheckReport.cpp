@@ -46,19 +46,6 @@ std::string RunText(const RecordRun& run)
     return run.reason.empty() ? text : text + ", doubtful: " + run.reason;
 }
 
-std::string ReopeningText(const Checked& checked)
-{
-    const Reopening& reopening = checked.reopening;
-    const std::string bound = checked.maxSize == 0 ? "" : " with maximum size " + std::to_string(checked.maxSize);
-    if (!reopening.refusal.empty()) {
-        return "a reopening" + bound + " throws: " + Terminal::Escaped(reopening.refusal);
-    }
-    return "a reopening" + bound + " keeps " + std::to_string(reopening.records) + " of " +
-           Records(checked.survey.count) + " and " + Number(reopening.timePoints, "time point", "time points") +
-           "; an append then writes from byte " + std::to_string(reopening.position) + " on, over " +
-           std::string(reopening.overwrites);
-}
-
 void WriteTable(Terminal& terminal, const Checked& checked)
 {
     const Style style = checked.verdict == Verdict::Sound ? Style::Good : Style::Bad;
@@ -153,6 +140,19 @@ void WriteCsv(Terminal& terminal, bool first, const Checked& checked)
 }
 
 }  // namespace
+
+std::string ReopeningText(const Checked& checked)
+{
+    const Reopening& reopening = checked.reopening;
+    const std::string bound = checked.maxSize == 0 ? "" : " with maximum size " + std::to_string(checked.maxSize);
+    if (!reopening.refusal.empty()) {
+        return "a reopening" + bound + " throws: " + Terminal::Escaped(reopening.refusal);
+    }
+    return "a reopening" + bound + " keeps " + std::to_string(reopening.records) + " of " +
+           Records(checked.survey.count) + " and " + Number(reopening.timePoints, "time point", "time points") +
+           "; an append then writes from byte " + std::to_string(reopening.position) + " on, over " +
+           std::string(reopening.overwrites);
+}
 
 void WriteReport(Terminal& terminal, Format format, bool first, const Checked& checked)
 {

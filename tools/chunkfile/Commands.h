@@ -78,7 +78,7 @@ struct Options {
     std::optional<std::uint64_t> maxSize;  ///< --max-size; nothing or 0: unbounded
     AttributeOptions attribute;
 
-    // recover, copy and import
+    // recover, copy and import; the first and the last also of view
     std::string output;                  ///< -o
     std::uint64_t splitBytes = 0;        ///< --split 64MiB; 0: no limit
     std::uint64_t splitNanoseconds = 0;  ///< --split 10min; 0: no limit
@@ -98,6 +98,7 @@ Exit Attr(const Options& options, Terminal& terminal);     // Attr.cpp
 Exit Recover(const Options& options, Terminal& terminal);  // Recover.cpp
 Exit Copy(const Options& options, Terminal& terminal);     // Copy.cpp
 Exit Import(const Options& options, Terminal& terminal);   // Import.cpp
+Exit View(const Options& options, Terminal& terminal);     // View.cpp
 
 /// The program: parses the arguments, runs a command, and returns its exit code.
 int RunTool(int count, char** arguments);  // Parser.cpp

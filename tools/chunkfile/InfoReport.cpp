@@ -16,7 +16,6 @@ namespace Corvane::FileTool {
 
 namespace {
 
-using Line = std::pair<std::string, std::string>;  // a name and what it says
 constexpr std::size_t kNameWidth = 12;
 
 // Nanoseconds from the first to the last time, whatever their order in the file.
@@ -129,31 +128,10 @@ std::vector<Line> TimeLines(const Survey& survey, bool utf8)
     return lines;
 }
 
-std::vector<Line> LinesOf(const Facts& facts, bool utf8)
-{
-    const Survey& survey = facts.survey;
-    std::vector<Line> lines = {{"version", VersionText(survey)},
-                               {"records", Number(survey.end.records, "is", "are") + " readable, " +
-                                               std::to_string(survey.count) + " counted"}};
-    std::ranges::move(TimeLines(survey, utf8), std::back_inserter(lines));
-    if (survey.end.records != 0) {
-        const Sizes& sizes = survey.sizes;
-        lines.emplace_back("sizes", std::to_string(sizes.least) + " to " + Bytes(sizes.most) + ", mean " +
-                                        std::to_string(BytesOfRecords(survey) / survey.end.records));
-    }
-    lines.emplace_back("space", Bytes(UsedBytes(survey)) + " used, " + std::to_string(survey.size - UsedBytes(survey)) +
-                                    " free, " + std::to_string(survey.allocated) + " allocated");
-    lines.emplace_back("after it", RestText(survey));
-    for (const auto& [name, number] : survey.fields) {
-        lines.emplace_back("field", Terminal::Escaped(name) + ": " + std::to_string(number));
-    }
-    return lines;
-}
-
 void WriteTable(Terminal& terminal, bool first, const Facts& facts)
 {
     terminal.Write((first ? "" : "\n") + terminal.Styled(Terminal::Style::Bold, Terminal::Escaped(facts.file)) + "\n");
-    for (const auto& [name, text] : LinesOf(facts, Terminal::Utf8())) {
+    for (const auto& [name, text] : InfoLines(facts, Terminal::Utf8())) {
         const std::string padded = "  " + name + std::string(kNameWidth - name.size(), ' ');
         terminal.Write(terminal.Styled(Terminal::Style::Dim, padded) + text + "\n");
     }
@@ -210,6 +188,27 @@ void WriteCsv(Terminal& terminal, bool first, const Facts& facts)
 }
 
 }  // namespace
+
+std::vector<Line> InfoLines(const Facts& facts, bool utf8)
+{
+    const Survey& survey = facts.survey;
+    std::vector<Line> lines = {{"version", VersionText(survey)},
+                               {"records", Number(survey.end.records, "is", "are") + " readable, " +
+                                               std::to_string(survey.count) + " counted"}};
+    std::ranges::move(TimeLines(survey, utf8), std::back_inserter(lines));
+    if (survey.end.records != 0) {
+        const Sizes& sizes = survey.sizes;
+        lines.emplace_back("sizes", std::to_string(sizes.least) + " to " + Bytes(sizes.most) + ", mean " +
+                                        std::to_string(BytesOfRecords(survey) / survey.end.records));
+    }
+    lines.emplace_back("space", Bytes(UsedBytes(survey)) + " used, " + std::to_string(survey.size - UsedBytes(survey)) +
+                                    " free, " + std::to_string(survey.allocated) + " allocated");
+    lines.emplace_back("after it", RestText(survey));
+    for (const auto& [name, number] : survey.fields) {
+        lines.emplace_back("field", Terminal::Escaped(name) + ": " + std::to_string(number));
+    }
+    return lines;
+}
 
 std::size_t BarsThatFit()
 {

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "chunkfile/Commands.h"
 #include "chunkfile/Survey.h"
@@ -15,6 +17,11 @@ struct Facts {
     bool withFields;
     Survey survey;
 };
+
+using Line = std::pair<std::string, std::string>;  ///< a name and what it says
+
+/// What a table says, without colours.
+std::vector<Line> InfoLines(const Facts& facts, bool utf8);
 
 /// The number of bars over time for which there is room.
 std::size_t BarsThatFit();

@@ -129,7 +129,7 @@ void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
         if (options.progress && record.index % kProgressStep == 0) {
             options.progress(record.position);
         }
-        return true;
+        return !options.visit || options.visit(record);
     });
 }
 
@@ -148,9 +148,9 @@ void SurveyTimes(HeldTimes& held, std::size_t parts, Survey& survey)
     survey.overTime = OverTime(held, parts);
 }
 
-void SurveyAfterEnd(Walk& walk, const Input& input, Survey& survey)
+void SurveyAfterEnd(Walk& walk, const Input& input, const SurveyOptions& options, Survey& survey)
 {
-    walk.AfterEnd();
+    walk.AfterEnd(options.visit);
     static_cast<FoundAfter&>(survey) = walk.After();
     if (survey.damage == Damage::None) {
         survey.secondImage = SecondImage(input, survey);
@@ -199,7 +199,7 @@ Survey SurveyOf(const Input& input, const SurveyOptions& options)
     survey.notZero = input.SkipZeros(survey.end.position);
     SurveyTimes(walk.Times(), options.parts, survey);
     if (survey.damage != Damage::ShortFile) {
-        SurveyAfterEnd(walk, input, survey);
+        SurveyAfterEnd(walk, input, options, survey);
     }
     survey.knownChunks = IsKnown(input, survey);
     survey.changed = input.HasChanged();

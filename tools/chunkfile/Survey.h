@@ -79,6 +79,7 @@ struct SurveyOptions {
     bool countFields = false;
     std::size_t parts = 0;  ///< of the span of time
     std::function<void(std::uint64_t position)> progress;
+    Visit visit = {};  ///< gets all records, doubtful ones too, and returns true
 };
 
 /// Reads the whole file. Throws std::runtime_error if that is not possible at all.

@@ -18,11 +18,12 @@ enum Bit : unsigned {
     kRecover = 32,
     kCopy = 64,
     kImport = 128,
+    kView = 256,
 };
 constexpr unsigned kBoth = kList | kCat;
 constexpr unsigned kSlices = kBoth | kCopy;
 constexpr unsigned kWriters = kRecover | kCopy | kImport;
-constexpr unsigned kAll = kInfo | kList | kCat | kCheck | kAttr | kWriters;
+constexpr unsigned kAll = kInfo | kList | kCat | kCheck | kAttr | kWriters | kView;
 
 bool TakeFormat(Options& options, const std::string& text)
 {
@@ -152,6 +153,9 @@ constexpr auto kCommands = std::to_array<CommandRow>({
      "  chunkfile attr list a.chunks\n"
      "  chunkfile attr set a.chunks user.__trackSize 836434\n"
      "  chunkfile attr get a.chunks user.__trackSize\n"},
+    {kView, "view", "FILE", View, "A page that shows a file: map, times, sizes, numbers, findings",
+     "  chunkfile view a.chunks -o a.html\n"
+     "  ssh host cat a.chunks | chunkfile view - -o a.html --force\n"},
 });
 
 constexpr auto kOptions = std::to_array<OptionRow>({
@@ -176,6 +180,8 @@ constexpr auto kOptions = std::to_array<OptionRow>({
      Set<&Options::sort>},
     {kWriters, "-o,--output", "OUT", "The new file, or with --split the pattern of its names",
      [](Options& options, const std::string& text) { return !(options.output = text).empty(); }, true},
+    {kView, "-o,--output", "PAGE", "The new page",
+     [](Options& options, const std::string& text) { return !(options.output = text).empty(); }, true},
     {kWriters, "--max-size", "N", "Its size in bytes; without it or with 0: as long as its records",
      [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
     {kWriters, "--split", "SPAN", "Several files, OUT.0001 and so on: each up to 64MiB, or 10min", TakeSplit},
@@ -193,6 +199,7 @@ constexpr auto kOptions = std::to_array<OptionRow>({
     {kImport, "--skip-bad", nullptr, "Leave bad rows out and count them: exit code 3",
      [](Options& options, const std::string& /*text*/) { return options.import.skipBad = true; }},
     {kImport, "--format", "ndjson|json|csv", "What the rows are; default: what they look like", TakeFormat},
+    {kView, "--force", nullptr, "Replace PAGE if it exists", Set<&Options::force>},
     {kInfo | kList | kCheck, "--format", "table|json|csv", "What to print; default: table", TakeFormat},
     {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
     {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},
