@@ -23,36 +23,44 @@ void VisitFields(const Pellin::DataChunk& chunk, const VisitField& visit)
     }
 }
 
-// Values of the chosen fields, in the order of their names. A field that the record lacks has none.
+// The chosen fields of a record, in the order of their names. A field that the record lacks has no value.
 class Chosen {
 public:
-    explicit Chosen(std::vector<std::string> names) : names_(std::move(names)), values_(names_.size()) {}
+    explicit Chosen(const std::vector<std::string>& names)
+    {
+        for (const std::string& name : names) {
+            fields_.emplace_back(name, std::nullopt);
+        }
+    }
+
+    const auto& Fields() const { return fields_; }
 
     void Read(const Pellin::DataChunk& chunk)
     {
-        std::fill(values_.begin(), values_.end(), std::nullopt);
+        for (auto& [name, value] : fields_) {
+            value.reset();
+        }
         VisitFields(chunk, [this](std::string_view name, std::string_view value) {
-            for (std::size_t i = 0; i < names_.size(); ++i) {
-                if (names_[i] == name) {
-                    values_[i].emplace(value);
+            for (auto& field : fields_) {
+                if (field.first == name) {
+                    field.second.emplace(value);
                 }
             }
         });
     }
 
-    const std::vector<std::string>& Names() const { return names_; }
-    const std::vector<std::optional<std::string>>& Values() const { return values_; }
-
 private:
-    std::vector<std::string> names_;
-    std::vector<std::optional<std::string>> values_;
+    std::vector<std::pair<std::string, std::optional<std::string>>> fields_;
 };
 
-void WriteLine(Terminal& terminal, const std::string& line)
+// Gives the chosen records without the doubtful ones.
+Exit PrintOwn(const Options& options, const Input& input, Terminal& terminal, const Print& print)
 {
-    // A terminal gets no byte that could control it. JSON has none, but a locale may read UTF-8 as such.
-    terminal.Write(terminal.IsTerminal() ? Terminal::Escaped(line) : line);
-    terminal.Write("\n");
+    return PrintSelected(options, input, terminal, [&](const FoundRecord& record) {
+        if (record.standing != Standing::Doubtful) {
+            print(record);
+        }
+    });
 }
 
 Exit CatNdjson(const Options& options, const Input& input, Terminal& terminal)
@@ -65,10 +73,7 @@ Exit CatNdjson(const Options& options, const Input& input, Terminal& terminal)
         AppendJsonValue(line += ':', value, !options.strings);
         comma = ",";
     };
-    return PrintSelected(options, input, terminal, [&](const FoundRecord& record) {
-        if (record.standing == Standing::Doubtful) {
-            return;
-        }
+    return PrintOwn(options, input, terminal, [&](const FoundRecord& record) {
         line = "{\"time\":";
         AppendJsonName(line, TimeText(record.chunk.GetTimePoint()));
         line += ",\"fields\":{";
@@ -77,13 +82,16 @@ Exit CatNdjson(const Options& options, const Input& input, Terminal& terminal)
             VisitFields(record.chunk, append);
         } else {
             chosen.Read(record.chunk);
-            for (std::size_t i = 0; i < chosen.Names().size(); ++i) {
-                if (chosen.Values()[i]) {
-                    append(chosen.Names()[i], *chosen.Values()[i]);
+            for (const auto& [name, value] : chosen.Fields()) {
+                if (value) {
+                    append(name, *value);
                 }
             }
         }
-        WriteLine(terminal, line += "}}");
+        // A terminal gets no byte that could control it. JSON has none, but a locale may read UTF-8 as such.
+        line += "}}";
+        terminal.Write(terminal.IsTerminal() ? Terminal::Escaped(line) : line);
+        terminal.Write("\n");
     });
 }
 
@@ -110,31 +118,29 @@ std::vector<std::string> AllNames(const Input& input)
     return {names.begin(), names.end()};
 }
 
-void WriteCsv(Terminal& terminal, const std::string& time, const std::vector<std::optional<std::string>>& values)
-{
-    std::string line;
-    const auto append = [&](const std::string& text) {
-        AppendCsv(line, terminal.IsTerminal() ? Terminal::Escaped(text) : text);
-    };
-    append(time);
-    for (const auto& value : values) {
-        append((line += ',', value ? TextOrBase64(*value) : ""));
-    }
-    terminal.Write(line += "\r\n");
-}
-
 // The first file's line of names is for all.
 Exit CatCsv(const Options& options, const Input& input, Terminal& terminal, bool& named)
 {
     Chosen chosen(options.fields.empty() ? AllNames(input) : options.fields);
-    if (!std::exchange(named, true)) {
-        WriteCsv(terminal, "time", {chosen.Names().begin(), chosen.Names().end()});
-    }
-    return PrintSelected(options, input, terminal, [&](const FoundRecord& record) {
-        if (record.standing != Standing::Doubtful) {
-            chosen.Read(record.chunk);
-            WriteCsv(terminal, TimeText(record.chunk.GetTimePoint()), chosen.Values());
+    std::string line;
+    const auto append = [&](const std::string& text) {
+        AppendCsv(line, terminal.IsTerminal() ? Terminal::Escaped(text) : text);
+    };
+    const auto write = [&](const std::string& time, auto textOf) {
+        line.clear();
+        append(time);
+        for (const auto& field : chosen.Fields()) {
+            append((line += ',', textOf(field)));
         }
+        terminal.Write(line += "\r\n");
+    };
+    if (!std::exchange(named, true)) {
+        write("time", [](const auto& field) { return TextOrBase64(field.first); });
+    }
+    return PrintOwn(options, input, terminal, [&](const FoundRecord& record) {
+        chosen.Read(record.chunk);
+        write(TimeText(record.chunk.GetTimePoint()),
+              [](const auto& field) { return field.second ? TextOrBase64(*field.second) : ""; });
     });
 }
 
@@ -142,10 +148,7 @@ Exit CatCsv(const Options& options, const Input& input, Terminal& terminal, bool
 Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
 {
     std::vector<unsigned char> bytes(65536);
-    return PrintSelected(options, input, terminal, [&](const FoundRecord& record) {
-        if (record.standing == Standing::Doubtful) {
-            return;
-        }
+    return PrintOwn(options, input, terminal, [&](const FoundRecord& record) {
         const std::uint64_t size = record.size;
         for (std::uint64_t done = 0; done < size;) {
             const std::size_t count =
@@ -159,37 +162,31 @@ Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
     });
 }
 
-// Options that do not go together. Empty if all is well.
-std::string WrongUse(const Options& options, const Terminal& terminal)
+void RefuseWrongUse(const Options& options, const Terminal& terminal)
 {
     if (options.format == Format::Raw && terminal.IsTerminal()) {
-        return "raw records do not go to a terminal: redirect standard output";
+        throw std::invalid_argument("raw records do not go to a terminal: redirect standard output");
     }
     if (options.format == Format::Raw && !options.fields.empty()) {
-        return "--fields has no meaning for --format raw";
+        throw std::invalid_argument("--fields has no meaning for --format raw");
     }
     if (options.format == Format::Csv && options.fields.empty() && options.paths.size() > 1) {
-        return "--format csv of several files needs --fields";
+        throw std::invalid_argument("--format csv of several files needs --fields");
     }
-    return {};
 }
 
 }  // namespace
 
 Exit Cat(const Options& options, Terminal& terminal)
 {
-    const bool csv = options.format == Format::Csv;
-    const bool raw = options.format == Format::Raw;
-    if (const std::string wrong = WrongUse(options, terminal); !wrong.empty()) {
-        terminal.Error(wrong);
-        return Exit::Usage;
-    }
+    RefuseWrongUse(options, terminal);
     bool named = false;
     return ForEachFile(options, terminal, [&](const Input& input) {
-        if (raw) {
+        if (options.format == Format::Raw) {
             return CatRaw(options, input, terminal);
         }
-        return csv ? CatCsv(options, input, terminal, named) : CatNdjson(options, input, terminal);
+        return options.format == Format::Csv ? CatCsv(options, input, terminal, named)
+                                             : CatNdjson(options, input, terminal);
     });
 }
 

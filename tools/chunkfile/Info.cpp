@@ -1,27 +1,11 @@
-#include <algorithm>
-#include <optional>
-#include <stdexcept>
+#include <utility>
 
 #include "chunkfile/InfoReport.h"
+#include "chunkfile/Selection.h"
 
 namespace Corvane::FileTool {
 
 namespace {
-
-std::optional<Facts> FactsOf(const std::string& path, const Options& options, Terminal& terminal)
-{
-    try {
-        const Input input(path);
-        SurveyOptions wanted;
-        wanted.countFields = options.countFields;
-        wanted.parts = BarsThatFit();
-        wanted.progress = [&](std::uint64_t position) { terminal.Progress(input.Name(), position, input.Size()); };
-        return Facts{input.Name(), options.countFields, SurveyOf(input, wanted)};
-    } catch (const std::runtime_error& error) {
-        terminal.Error(ErrorText(path, error.what()));
-        return {};
-    }
-}
 
 Exit CodeOf(const Survey& survey)
 {
@@ -49,20 +33,17 @@ void ReportEnd(const Facts& facts, Terminal& terminal)
 
 Exit Info(const Options& options, Terminal& terminal)
 {
-    Exit code = Exit::Fine;
     bool first = true;
-    for (const std::string& path : options.paths) {
-        const auto facts = FactsOf(path, options, terminal);
-        if (!facts) {
-            code = Graver(code, Exit::CouldNot);
-            continue;
-        }
-        code = Graver(code, CodeOf(facts->survey));
-        WriteInfo(terminal, options.format, first, *facts);
-        ReportEnd(*facts, terminal);
-        first = false;
-    }
-    return code;
+    return ForEachFile(options, terminal, [&](const Input& input) {
+        SurveyOptions wanted;
+        wanted.countFields = options.countFields;
+        wanted.parts = BarsThatFit();
+        wanted.progress = [&](std::uint64_t position) { terminal.Progress(input.Name(), position, input.Size()); };
+        const Facts facts = {input.Name(), options.countFields, SurveyOf(input, wanted)};
+        WriteInfo(terminal, options.format, std::exchange(first, false), facts);
+        ReportEnd(facts, terminal);
+        return CodeOf(facts.survey);
+    });
 }
 
 }  // namespace Corvane::FileTool

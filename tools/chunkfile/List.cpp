@@ -10,29 +10,29 @@ namespace Corvane::FileTool {
 
 namespace {
 
-struct StandingText {
-    const char* word;
-    const char* mark;  // before the index in a table
-};
+constexpr std::array<const char*, 3> kStandings = {"counted", "found", "doubtful"};
+constexpr std::array<const char*, 3> kMarks = {"", "+", "?"};  // of the same, before the index in a table
 
-StandingText TextOf(Standing standing)
-{
-    constexpr std::array<StandingText, 3> texts = {{{"counted", ""}, {"found", "+"}, {"doubtful", "?"}}};
-    return texts[static_cast<std::size_t>(standing)];
-}
+using Names = std::vector<std::string>;
 
 // Nothing if the platform does not show its fields.
-std::optional<std::vector<std::string>> NamesOf(const Pellin::DataChunk& chunk)
+std::optional<Names> NamesOf(const Pellin::DataChunk& chunk)
 {
-    std::vector<std::string> names;
+    Names names;
     const bool shown =
         Glue::VisitFields(chunk, [&](std::string_view name, std::string_view /*value*/) { names.emplace_back(name); });
     return shown ? std::optional(names) : std::nullopt;
 }
 
-std::string RightAligned(const std::string& text, std::size_t width)
+std::string Joined(const std::optional<Names>& names, const char* separator, std::string (*shown)(std::string_view))
 {
-    return std::string(width - std::min(width, text.size()), ' ') + text;
+    std::string joined;
+    const char* before = "";
+    for (const std::string& name : names.value_or(Names())) {
+        joined.append(before).append(shown(name));
+        before = separator;
+    }
+    return joined;
 }
 
 class Lines {
@@ -52,51 +52,45 @@ public:
     {
         const std::string time = TimeText(record.chunk.GetTimePoint());
         const auto names = NamesOf(record.chunk);
+        const auto standing = static_cast<std::size_t>(record.standing);
         if (options_.format == Format::Json) {
             terminal_.Write(JsonLine(record, time, names));
         } else if (options_.format == Format::Csv) {
-            terminal_.Write(CsvLineOf(record, time, names));
+            terminal_.Write(
+                CsvLine({std::to_string(record.index), std::to_string(record.position), std::to_string(record.size),
+                         time, kStandings[standing], Joined(names, " ", TextOrBase64)}));
         } else {
-            terminal_.Write(TableLine(record, time, names));
+            std::string line = Columns(kMarks[standing] + std::to_string(record.index), std::to_string(record.position),
+                                       std::to_string(record.size), Terminal::Escaped(time)) +
+                               Joined(names, ", ", Terminal::Escaped);
+            line.erase(line.find_last_not_of(' ') + 1);
+            terminal_.Write(Fitted(line) + "\n");
         }
     }
 
 private:
-    using Names = std::optional<std::vector<std::string>>;
-
     std::string Fitted(const std::string& line) const
     {
         return terminal_.IsTerminal() ? Terminal::Fitting(line, Terminal::Width()) : line;
     }
 
     std::string Columns(const std::string& index, const std::string& position, const std::string& size,
-                        const std::string& time) const
+                        std::string time) const
     {
-        const std::string padding(time.size() < 30 ? 30 - time.size() : 0, ' ');
-        return RightAligned(index, digits_) + "  " + RightAligned(position, digits_) + "  " +
-               RightAligned(size, digits_) + "  " + time + padding + "  ";
-    }
-
-    std::string TableLine(const FoundRecord& record, const std::string& time, const Names& names) const
-    {
-        const char* const mark = TextOf(record.standing).mark;
-        std::string line = Columns(mark + std::to_string(record.index), std::to_string(record.position),
-                                   std::to_string(record.size), Terminal::Escaped(time));
-        const char* comma = "";
-        for (const std::string& name : names.value_or(std::vector<std::string>())) {
-            line += comma + Terminal::Escaped(name);
-            comma = ", ";
+        std::string line;
+        for (const std::string& text : {index, position, size}) {
+            line.append(digits_ - std::min(digits_, text.size()), ' ').append(text).append("  ");
         }
-        line.erase(line.find_last_not_of(' ') + 1);
-        return Fitted(line) + "\n";
+        time.resize(std::max<std::size_t>(30, time.size()), ' ');
+        return line + time + "  ";
     }
 
-    static std::string JsonLine(const FoundRecord& record, const std::string& time, const Names& names)
+    static std::string JsonLine(const FoundRecord& record, const std::string& time, const std::optional<Names>& names)
     {
         JsonDocument line;
         line.Open('{').Member("schema", "chunkfile.list/1").Member("index", record.index);
-        line.Member("position", record.position).Member("size", record.size);
-        line.Member("time", time).Member("standing", TextOf(record.standing).word);
+        line.Member("position", record.position).Member("size", record.size).Member("time", time);
+        line.Member("standing", kStandings[static_cast<std::size_t>(record.standing)]);
         if (names) {
             line.Open('[', "fields");
             for (const std::string& name : *names) {
@@ -105,16 +99,6 @@ private:
             line.Close();
         }
         return line.Close().Line() + "\n";
-    }
-
-    static std::string CsvLineOf(const FoundRecord& record, const std::string& time, const Names& names)
-    {
-        std::string joined;
-        for (const std::string& name : names.value_or(std::vector<std::string>())) {
-            joined.append(joined.empty() ? "" : " ").append(TextOrBase64(name));
-        }
-        return CsvLine({std::to_string(record.index), std::to_string(record.position), std::to_string(record.size),
-                        time, TextOf(record.standing).word, joined});
     }
 
     const Options& options_;

@@ -21,24 +21,6 @@ std::int64_t Nanoseconds(const Time::TimePoint& timePoint)
     return *nanoseconds;
 }
 
-// The times of the first record and, if wanted, of the last counted one.
-struct Ends {
-    std::int64_t first = 0;
-    std::int64_t last = 0;
-};
-
-Ends EndsOf(const Input& input, bool last, Terminal& terminal)
-{
-    Ends ends;
-    Walk(input, false).Counted([&](const FoundRecord& record) {
-        terminal.Progress(input.Name(), record.position, input.Size());
-        ends.last = Nanoseconds(record.chunk.GetTimePoint());
-        ends.first = record.index == 0 ? ends.last : ends.first;
-        return last;
-    });
-    return ends;
-}
-
 class Selection {
 public:
     Selection(const Options& options, const Input& input, Terminal& terminal) : options_(options)
@@ -46,12 +28,18 @@ public:
         const auto from = options.from ? ParseTimeBound(*options.from) : std::nullopt;
         const auto to = options.to ? ParseTimeBound(*options.to) : std::nullopt;
         const auto has = [&](Base base) { return (from && from->base == base) || (to && to->base == base); };
-        Ends ends;
+        std::int64_t first = 0;
+        std::int64_t last = 0;
         if (has(Base::First) || has(Base::Last)) {
-            ends = EndsOf(input, has(Base::Last), terminal);
+            Walk(input, false).Counted([&](const FoundRecord& record) {
+                terminal.Progress(input.Name(), record.position, input.Size());
+                last = Nanoseconds(record.chunk.GetTimePoint());
+                first = record.index == 0 ? last : first;
+                return has(Base::Last);  // otherwise the first record is enough
+            });
         }
-        from_ = from ? std::optional(from->In(ends.first, ends.last)) : std::nullopt;
-        to_ = to ? std::optional(to->In(ends.first, ends.last)) : std::nullopt;
+        from_ = from ? std::optional(from->In(first, last)) : std::nullopt;
+        to_ = to ? std::optional(to->In(first, last)) : std::nullopt;
     }
 
     // Whether the record of this index and later ones cannot be taken.
@@ -117,25 +105,23 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
     return code;
 }
 
-Exit ForEachFile(const Options& options, Terminal& terminal, const std::function<Exit(const Input& input)>& command)
+Exit ForFile(const std::string& path, Terminal& terminal, const FileCommand& command)
+{
+    try {
+        return command(Input(path));
+    } catch (const OutputError&) {
+        throw;
+    } catch (const std::runtime_error& error) {
+        terminal.Error(ErrorText(path == "-" ? "standard input" : path, error.what()));
+        return Exit::CouldNot;
+    }
+}
+
+Exit ForEachFile(const Options& options, Terminal& terminal, const FileCommand& command)
 {
     Exit gravest = Exit::Fine;
     for (const std::string& path : options.paths) {
-        Exit code = Exit::CouldNot;
-        try {
-            const Input input(path);
-            try {
-                code = command(input);
-            } catch (const std::invalid_argument& error) {
-                terminal.Error(error.what());
-                return Exit::Usage;
-            }
-        } catch (const OutputError&) {
-            throw;
-        } catch (const std::runtime_error& error) {
-            terminal.Error(ErrorText(path == "-" ? "standard input" : path, error.what()));
-        }
-        gravest = Graver(gravest, code);
+        gravest = Graver(gravest, ForFile(path, terminal, command));
     }
     return gravest;
 }

@@ -15,8 +15,12 @@ using Print = std::function<void(const FoundRecord& record)>;
 /// Reports what ended the walk. Throws std::runtime_error.
 Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print);
 
-/// Opens each file and runs `command` for it. A std::runtime_error becomes an error with the file's name. Returns the
-/// gravest code.
-Exit ForEachFile(const Options& options, Terminal& terminal, const std::function<Exit(const Input& input)>& command);
+using FileCommand = std::function<Exit(const Input& input)>;
+
+/// Opens the file and runs `command` for it. A std::runtime_error becomes an error with the file's name.
+Exit ForFile(const std::string& path, Terminal& terminal, const FileCommand& command);
+
+/// The same for each file. Returns the gravest code.
+Exit ForEachFile(const Options& options, Terminal& terminal, const FileCommand& command);
 
 }  // namespace Corvane::FileTool

@@ -31,22 +31,6 @@ bool IsAble(int descriptor)
     return ::isatty(descriptor) == 1 && !Variable("TERM").empty() && Variable("TERM") != "dumb";
 }
 
-bool LocaleIsUtf8()
-{
-    static const bool is = std::string_view(::nl_langinfo(CODESET)) == "UTF-8";  // NOLINT(*-mt-unsafe): one thread
-    return is;
-}
-
-std::uint64_t WidthOf(int descriptor)
-{
-    winsize size = {};
-    if (::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-        return size.ws_col;
-    }
-    const std::uint64_t columns = std::strtoull(std::string(Variable("COLUMNS")).c_str(), nullptr, 10);
-    return columns > 0 ? columns : 80;
-}
-
 // Columns that a character takes; -1 for one that is not shown, or that turns the direction of what follows.
 int ColumnsOf(std::uint32_t code)
 {
@@ -58,7 +42,7 @@ int ColumnsOf(std::uint32_t code)
     if (code < 0x80) {
         return 1;
     }
-    return LocaleIsUtf8() ? ::wcwidth(static_cast<wchar_t>(code)) : -1;
+    return Terminal::Utf8() ? ::wcwidth(static_cast<wchar_t>(code)) : -1;
 }
 
 // Throws OutputError.
@@ -134,8 +118,8 @@ std::string Terminal::Escaped(std::string_view text)
 
 std::string Terminal::Fitting(std::string_view text, std::uint64_t columns)
 {
-    const std::string_view ellipsis = LocaleIsUtf8() ? "…" : "...";
-    const std::uint64_t room = columns - std::min<std::uint64_t>(columns, LocaleIsUtf8() ? 1 : 3);
+    const std::string_view ellipsis = Utf8() ? "…" : "...";
+    const std::uint64_t room = columns - std::min<std::uint64_t>(columns, Utf8() ? 1 : 3);
     std::uint64_t used = 0;
     std::size_t fitting = 0;  // bytes before the ellipsis
     for (std::size_t at = 0; at < text.size();) {
@@ -154,12 +138,18 @@ std::string Terminal::Fitting(std::string_view text, std::uint64_t columns)
 
 bool Terminal::Utf8()
 {
-    return LocaleIsUtf8();
+    static const bool is = std::string_view(::nl_langinfo(CODESET)) == "UTF-8";  // NOLINT(*-mt-unsafe): one thread
+    return is;
 }
 
-std::uint64_t Terminal::Width()
+std::uint64_t Terminal::Width(int descriptor)
 {
-    return WidthOf(STDOUT_FILENO);
+    winsize size = {};
+    if (::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+        return size.ws_col;
+    }
+    const std::uint64_t columns = std::strtoull(std::string(Variable("COLUMNS")).c_str(), nullptr, 10);
+    return columns > 0 ? columns : 80;
 }
 
 void Terminal::ShowProgress(std::string_view file, std::uint64_t done, std::uint64_t size)
@@ -173,7 +163,7 @@ void Terminal::ShowProgress(std::string_view file, std::uint64_t done, std::uint
     std::array<char, 64> text = {};
     const double share = size == 0 ? 0 : 100.0 * static_cast<double>(done) / static_cast<double>(size);
     std::snprintf(text.data(), text.size(), "%3.0f %% of ", share);
-    std::fprintf(stderr, "\r%s\x1b[K", Fitting(text.data() + Escaped(file), WidthOf(STDERR_FILENO) - 1).c_str());
+    std::fprintf(stderr, "\r%s\x1b[K", Fitting(text.data() + Escaped(file), Width(STDERR_FILENO) - 1).c_str());
 }
 
 void Terminal::ClearProgress()

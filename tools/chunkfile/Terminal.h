@@ -59,8 +59,10 @@ public:
     static std::string Fitting(std::string_view text, std::uint64_t columns);
 
     bool IsTerminal() const { return terminal_; }  ///< whether stdout is one
-    static bool Utf8();                            ///< whether stdout takes more than ASCII
-    static std::uint64_t Width();                  ///< columns of stdout now; 80 if it is no terminal
+    static bool Utf8();                            ///< whether the locale takes more than ASCII
+
+    /// Columns of this terminal now, COLUMNS if it is none, or 80.
+    static std::uint64_t Width(int descriptor = 1);
 
 private:
     void ShowProgress(std::string_view file, std::uint64_t done, std::uint64_t size);
