@@ -245,6 +245,7 @@ class Usage(ProgramTest):
         self.assertEqual(self.refused("cat"), "chunkfile: FILE is required")
         self.assertEqual(self.refused("list", "a", "b"), "chunkfile: FILE: takes one, not 2")
         self.assertEqual(self.refused("list", "--limit", "1", "--limit", "2", "a"), "chunkfile: --limit: takes one, not 2")
+        self.assertEqual(self.refused("list", "a", "--limit"), "chunkfile: --limit: N missing")
         self.assertEqual(self.refused("info", "-dash"), "chunkfile: unexpected option -dash")
         self.assertEqual(self.refused("info", "a", "--formt", "json"), "chunkfile: unexpected option --formt")
         self.assertEqual(self.refused("--format", "csv", "info", "a"), "chunkfile: unexpected option --format")

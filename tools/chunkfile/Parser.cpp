@@ -131,9 +131,15 @@ std::string ReasonOf(const CLI::App& app, const CLI::ParseError& error)
         return rest.empty() ? "COMMAND is required" : rest.front() + ": no such command";
     }
     std::string reason = error.what();
-    const std::string often = ": At Most 1 required but received ";
-    const std::size_t at = reason.find(often);
-    return at == std::string::npos ? reason : reason.replace(at, often.size(), ": takes one, not ");
+    for (const auto& [theirs, ours] :
+         {std::pair<std::string, const char*>(": At Most 1 required but received ", ": takes one, not "),
+          std::pair<std::string, const char*>(": 1 required ", ": ")}) {
+        const std::size_t at = reason.find(theirs);
+        if (at != std::string::npos) {
+            reason.replace(at, theirs.size(), ours);
+        }
+    }
+    return reason;
 }
 
 // Prints help, version, completion, or what is wrong.

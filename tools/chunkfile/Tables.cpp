@@ -130,7 +130,7 @@ constexpr auto kCommands = std::to_array<CommandRow>({
      "  chunkfile list --from -10s --format csv a.chunks\n"},
     {kCat, "cat", "FILE...", Cat, "The fields of each record as JSON, a line each; as CSV; or raw records",
      "  chunkfile cat --fields loadavg,stat a.chunks | jq .fields\n"
-     "  chunkfile cat --from 2026-11-21T08:30:00Z --to +60s --format csv a.chunks\n"
+     "  chunkfile cat --from +60s --to +2min --format csv a.chunks\n"
      "  chunkfile cat --index 5:6 --format raw a.chunks >record\n"
      "  ssh host cat a.chunks | chunkfile cat -\n"},
     {kCheck, "check", "PATH...", Check, "Judges files, and every regular file in folders",
