@@ -54,7 +54,7 @@ def shell(command, folder, locale):
     """Runs the command as a reader of the page would. The folder bin comes first on the path."""
     return subprocess.run(["bash", "-c", command], cwd=folder, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False, text=True,
-                          env={**os.environ, "LC_ALL": locale, "PATH": f"{folder}/bin:{os.environ['PATH']}"})
+                          env={**os.environ, "LC_ALL": locale, "COLUMNS": "80", "PATH": f"{folder}/bin:{os.environ['PATH']}"})
 
 
 @contextlib.contextmanager
