@@ -35,6 +35,7 @@ set(CORVANE_FILE_TOOL_SOURCES
   Reopening
   RowTimes
   Selection
+  SoundFile
   Survey
   Tables
   Terminal

@@ -62,7 +62,7 @@ def main():
     tool, writer, walker = (os.path.join(build, *path) for path in (
         ('tools', 'chunkfile'), ('tools', 'benchmark', 'write_file'), ('tools', 'benchmark', 'walk_file')))
     files = {s: os.path.join(folder, f'tool_benchmark_{s}') for s in (64, 1024, 65536)}
-    lines, database = files[1024] + '.ndjson', files[1024] + '.db'
+    lines, database, copy = files[1024] + '.ndjson', files[1024] + '.db', files[1024] + '.copy'
     good = True
     try:
         for record, path in files.items():
@@ -73,12 +73,18 @@ def main():
         for record, path in files.items():
             commands = {'check': f'{tool} check -q {path}', 'the bare walk': f'{walker} {path}',
                         'cat | xxhsum -H3': f'cat {path} | xxhsum -H3'}
+            if record != 65536:
+                commands |= {'cp, sync': f'rm -f {copy}; cp {path} {copy} && sync {copy}',
+                             'recover': f'rm -f {copy}; {tool} recover -q {path} -o {copy}'}
             if record == 1024:
                 commands |= {'cat as NDJSON': f'{tool} cat {path}', 'jq -c .': f'jq -c . {lines}',
                              'SQLite integrity_check': f"sqlite3 {database} 'pragma integrity_check'",
                              'SQLite -json': f"sqlite3 -json {database} 'select * from chunks'"}
             seconds = measure(commands)
             what = f'{record} B'
+            if record != 65536:
+                seconds['check, cp, sync'] = [sum(both) for both in zip(seconds['check'], seconds['cp, sync'])]
+                good &= report(what, seconds, 'recover', 'check, cp, sync', 2.5)
             good &= report(what, seconds, 'check', 'the bare walk', None if record == 1024 else 1.15)
             good &= report(what, seconds, 'check', 'cat | xxhsum -H3', 1.2 if record == 1024 else None)
             if record == 1024:
@@ -87,7 +93,7 @@ def main():
                 report(what, seconds, 'check', 'SQLite integrity_check', None)
                 report(what, seconds, 'cat as NDJSON', 'SQLite -json', None)
     finally:
-        for path in [*files.values(), lines, database]:
+        for path in [*files.values(), lines, database, copy]:
             if os.path.exists(path):
                 os.remove(path)
     print('No goal was missed.' if good else 'Some goals were missed.')

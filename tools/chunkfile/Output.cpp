@@ -1,5 +1,7 @@
 #include "chunkfile/Output.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
@@ -42,7 +44,14 @@ bool Splits(const Options& options)
 
 bool Contains(const std::vector<std::uint64_t>& ascending, std::uint64_t number)
 {
-    return std::binary_search(ascending.begin(), ascending.end(), number);
+    return !ascending.empty() && std::binary_search(ascending.begin(), ascending.end(), number);
+}
+
+// Lets the disk write while the records are compared. The library's fsync then waits less.
+void BeginSync(const std::string& name)
+{
+    const File::Descriptor file(::open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    ::sync_file_range(file.Get(), 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 // Writes one part after another.
@@ -54,7 +63,8 @@ public:
           terminal_(terminal),
           maxSize_(options.maxSize.value_or(0)),
           most_(maxSize_ == 0 ? kMostBytes : maxSize_),
-          full_(options.splitBytes == 0 ? most_ : std::min(most_, options.splitBytes))
+          full_(options.splitBytes == 0 ? most_ : std::min(most_, options.splitBytes)),
+          looksAtTimes_(!source.HasDistinctTimes())
     {
     }
 
@@ -110,7 +120,7 @@ private:
             chunk_ = source_.Next();
             StopIfInterrupted();  // null may mean that Ctrl-C came
             ++taken_;
-            if (chunk_ == nullptr || times_.Give(chunk_->GetTimePoint())) {
+            if (chunk_ == nullptr || !looksAtTimes_ || times_.Give(chunk_->GetTimePoint())) {
                 return;
             }
             if (options_.onEqualTime == OnEqualTime::Stop) {
@@ -164,6 +174,7 @@ private:
     void Prove(const std::string& freshName, const std::string& name)
     {
         const Input fresh(freshName);
+        BeginSync(freshName);
         DataChunkFileScanner scanner(freshName);
         std::uint64_t records = 0;
         for (std::uint64_t number = part_.first; scanner.Next(); ++number, ++records) {
@@ -195,6 +206,7 @@ private:
     std::uint64_t maxSize_;  // bytes; 0: none
     std::uint64_t most_;     // bytes that a part can have
     std::uint64_t full_;     // bytes after which another part begins
+    bool looksAtTimes_;
     const DataChunk* chunk_ = nullptr;
     std::uint64_t taken_ = 0;  // chunks of the source, with chunk_
     GivenTimes times_;
@@ -217,6 +229,18 @@ private:
 }
 
 }  // namespace
+
+std::string PlaceText(const std::string& file, std::uint64_t position, std::uint64_t record)
+{
+    return file + ": byte " + std::to_string(position) + " (record " + std::to_string(record) + ")";
+}
+
+void RefuseChanged(const Input& source)
+{
+    if (source.HasChanged()) {
+        throw std::runtime_error(ErrorText(source.Name(), "changed while it was read"));
+    }
+}
 
 void Say(Terminal& terminal, const Options& options, const std::string& file, const std::string& text)
 {

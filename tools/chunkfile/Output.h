@@ -45,6 +45,9 @@ public:
     /// Called after that, the last chance to refuse the part: for a source that has changed meanwhile.
     virtual void Confirm() {}
 
+    /// Whether no two chunks share their time. Otherwise WriteChunks finds that out, and needs 8 bytes a chunk for it.
+    virtual bool HasDistinctTimes() const { return false; }
+
     /// Whether Ctrl-C ends the chunks, because a person types them: Next then sees Interrupted() and returns null, and
     /// what there is is written. Otherwise Ctrl-C ends the program, and a part that has no name yet is not written.
     virtual bool EndsAtInterrupt() const { return false; }
@@ -66,6 +69,12 @@ void CheckOutput(const Options& options);
 /// before it gets its name. If that fails, its name leads to the old file or none; the parts before it stay. Throws
 /// what CheckOutput throws, and std::runtime_error.
 Written WriteChunks(ChunkSource& source, const Options& options, Terminal& terminal);
+
+/// `FILE: byte 105 (record 1)`.
+std::string PlaceText(const std::string& file, std::uint64_t position, std::uint64_t record);
+
+/// Throws std::runtime_error if the source has changed since it was opened.
+void RefuseChanged(const Input& source);
 
 /// Prints `FILE: TEXT`, unless --quiet forbids that.
 void Say(Terminal& terminal, const Options& options, const std::string& file, const std::string& text);

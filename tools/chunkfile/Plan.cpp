@@ -102,8 +102,7 @@ Plan::Source& Plan::SourceOf(std::uint64_t record)
 std::string Plan::WhereIs(std::uint64_t record)
 {
     const Record& place = records_[record];
-    return SourceOf(record).input.Name() + ": byte " + std::to_string(place.position) + " (record " +
-           std::to_string(place.index) + ")";
+    return PlaceText(SourceOf(record).input.Name(), place.position, place.index);
 }
 
 // Reads on from the record before, where the records lie back to back.
@@ -185,9 +184,7 @@ bool Plan::HasItsFields(const WrittenRecord& written, std::uint64_t record)
 void Plan::Confirm()
 {
     for (const Source& source : sources_) {
-        if (source.input.HasChanged()) {
-            throw std::runtime_error(ErrorText(source.input.Name(), "changed while it was read"));
-        }
+        RefuseChanged(source.input);
     }
 }
 

@@ -40,6 +40,7 @@ public:
     std::string Where() override;
     void Compare(const WrittenRecord& record) override;
     void Confirm() override;
+    bool HasDistinctTimes() const override { return ascends_; }
 
 private:
     struct Record {
