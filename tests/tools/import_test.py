@@ -1,7 +1,5 @@
 """chunkfile import: every option, every exit code, through the real program; and what is written comes out again."""
 import base64
-import csv
-import io
 import json
 import os
 import random
@@ -310,6 +308,245 @@ class Times(ImportTest):
             self.assertEqual(self.refused(ROWS, "--time", "now", *option, code=2),
                              "--drop-time and --time-unit have no meaning with --time now")
         self.assertIn("--time-unit: h is none of s|ms|us|ns", self.refused(ROWS, "--time-unit", "h", code=2))
+
+
+class Bad(ImportTest):
+    ROWS = '{"time":1,"i":0}\n{"time":}\n{"time":2,"i":1}\n{"i":7}\n'
+
+    def test_the_first_bad_row_ends_it_and_nothing_is_written(self):
+        self.assertEqual(self.refused(self.ROWS, "--time-unit", "s"), "line 2, column 9: not JSON")
+        self.write("rows", self.ROWS.encode())
+        self.assertEqual(self.error("import", "rows", "-o", "out", "--time-unit", "s", code=1),
+                         "rows: line 2, column 9: not JSON")
+
+    def test_skip_bad_leaves_them_out_and_counts_them(self):
+        rows = self.fields(self.ROWS, "--time-unit", "s", "--skip-bad", code=3, note=
+                           "line 2, column 9: not JSON\n"
+                           "line 4, column 1: there is no field time; --time names the one that holds the time\n"
+                           "NDJSON; times: numbers of s\n2 bad rows are left out\n")
+        self.assertEqual([row["i"] for row in rows], ["0", "1"])
+        self.assertEqual(len(self.imported(ROWS, "--skip-bad", note="NDJSON; times: RFC 3339\n")), 2)
+
+    def test_ten_bad_rows_are_named_or_all(self):
+        rows = "{\n" * 20
+        for options, lines in (((), 11), (("-v",), 21)):
+            err = self.run_tool("import", "-o", "out", "--force", "--skip-bad", *options, "--format", "ndjson",
+                                stdin=rows.encode(), code=3)[1].decode()
+            self.assertEqual(err.count("standard input: "), lines, err)
+            self.assertIn("20 bad rows are left out\n", err)
+
+
+class Output(ImportTest):
+    def series(self, number, step=SECOND):
+        return "".join('{"time":%d,"i":%d}\n' % (BEGIN + i * step, i) for i in range(number))
+
+    def write_out(self, *options, code=0, stdin=None):
+        out, err = self.run_tool("import", "-o", "out.chunks", "--time-unit", "ns", *options,
+                                 stdin=(stdin or self.series(10)).encode(), code=code)
+        return out.decode(), err.decode().replace("chunkfile: ", "")
+
+    def numbers(self, name):
+        return [json.loads(line)["fields"]["i"] for line in self.out("cat", name).splitlines()]
+
+    def test_a_file_that_exists_stays_without_force(self):
+        self.write("out.chunks", b"old")
+        self.assertIn("out.chunks", self.write_out(code=1)[1])
+        self.assertEqual(self.read("out.chunks"), b"old")
+        self.write_out("--force")
+        self.assertEqual(self.numbers("out.chunks"), list(range(10)))
+
+    def test_the_source_is_never_written(self):
+        self.write("rows", ROWS.encode())
+        os.symlink("rows", self.path("link"))
+        os.link(self.path("rows"), self.path("hard"))
+        for name in ("rows", "link", "hard", "./rows"):
+            self.error("import", "rows", "-o", name, "--force", code=1)
+        self.assertEqual(self.read("rows"), ROWS.encode())
+
+    def test_dry_run_writes_nothing(self):
+        self.assertEqual(self.write_out("--dry-run")[0], "out.chunks: 10 records, 986 bytes, not written\n")
+        self.assertEqual(os.listdir(self.folder), [])
+        self.assertIn("line 11", self.write_out("--dry-run", stdin=self.series(10) + "{}\n", code=1)[1])
+
+    def test_max_size_is_the_size_of_the_file(self):
+        self.write_out("--max-size", "10000")
+        self.assertEqual(len(self.read("out.chunks")), 10000)
+        self.assertEqual(self.numbers("out.chunks"), list(range(10)))
+
+    def test_what_does_not_fit_stops_it_with_a_count(self):
+        err = self.write_out("--max-size", "500", code=1)[1]
+        self.assertIn("standard input: line 5: a record of 97 bytes does not fit into a file of at most 500 bytes that has "
+                      "4 records", err)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_split_goes_on_in_the_next_part(self):
+        self.write_out("--max-size", "500", "--split", "1MiB")
+        parts = [self.numbers(f"out.{part:04}.chunks") for part in (1, 2, 3)]
+        self.assertEqual(parts, [[0, 1, 2, 3], [4, 5, 6, 7], [8, 9]])
+        self.assertEqual([len(self.read(f"out.{part:04}.chunks")) for part in (1, 2, 3)], [500] * 3)
+
+    def test_split_by_time(self):
+        self.write_out("--split", "3s")
+        self.assertEqual([self.numbers(f"out.{part:04}.chunks") for part in (1, 2, 3, 4)],
+                         [[0, 1, 2], [3, 4, 5], [6, 7, 8], [9]])
+
+    def test_finished_parts_stay(self):
+        self.write_out("--split", "500B", stdin=self.series(6) + "bad\n", code=1)
+        self.assertEqual(os.listdir(self.folder), ["out.0001.chunks"])
+        self.assertEqual(self.numbers("out.0001.chunks"), [0, 1, 2, 3])
+
+    def test_equal_times_stop_are_left_out_or_shifted(self):
+        rows = self.series(6, step=0) + self.series(2)
+        self.assertIn("standard input: line 2: an earlier record has the same time", self.write_out(stdin=rows, code=1)[1])
+        _, err = self.write_out("--on-equal-time", "skip", stdin=rows, code=3)
+        self.assertIn("standard input: 6 rows are left out: an earlier one has the same time\n", err)
+        self.assertEqual(self.numbers("out.chunks"), [0, 1])
+        _, err = self.write_out("--on-equal-time", "shift", "--force", stdin=rows)
+        self.assertIn("standard input: 6 rows have a later time, because an earlier one has the same\n", err)
+        lines = [json.loads(line) for line in self.out("cat", "out.chunks").splitlines()]
+        self.assertEqual([line["fields"]["i"] for line in lines], [0, 1, 2, 3, 4, 5, 0, 1])
+        self.assertEqual([line["time"] for line in lines],
+                         [time_text(BEGIN + i) for i in range(7)] + [time_text(BEGIN + SECOND)])
+
+    def test_skipped_and_shifted_rows_are_proved_in_every_part(self):
+        rows = "".join(self.series(5) for _ in range(3))
+        for choice, records in (("skip", 5), ("shift", 15)):
+            self.write_out("--on-equal-time", choice, "--split", "200B", "--force", stdin=rows, code=3 if choice == "skip" else 0)
+            names = sorted(name for name in os.listdir(self.folder))
+            self.assertEqual(sum(len(self.numbers(name)) for name in names), records)
+            for name in names:
+                os.remove(self.path(name))
+
+    def test_late_times_keep_their_place(self):
+        self.imported("".join('{"time":%d}\n' % t for t in (5, 1, 3)), "--time-unit", "s")
+        times = [json.loads(line)["time"][17:19] for line in self.out("cat", "out").splitlines()]
+        self.assertEqual(times, ["05", "01", "03"])
+
+    def test_a_full_disk_leaves_nothing(self):
+        rows = self.series(1000).encode()
+
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
+        done = subprocess.run([self.program, "import", "--time-unit", "ns", "-o", "out"], input=rows, cwd=self.folder,
+                              capture_output=True, check=False, preexec_fn=limit, restore_signals=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr.decode(), "^chunkfile: out: write: (short write: 5000 of|File too large)")
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_files_that_cannot_be_read_are_named(self):
+        self.assertEqual(self.error("import", "nowhere", "-o", "out", code=1), "nowhere: No such file or directory")
+        self.assertEqual(self.error("import", ".", "-o", "out", code=1), ".: Is a directory")
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_a_fifo_and_files_of_proc_are_read(self):
+        os.mkfifo(self.path("fifo"))
+        process = subprocess.Popen([self.program, "import", "fifo", "-o", "out"], cwd=self.folder, stderr=subprocess.PIPE)
+        with open(self.path("fifo"), "w", encoding="utf-8") as fifo:
+            fifo.write(ROWS)
+        self.assertEqual(process.communicate()[1], b"chunkfile: fifo: NDJSON; times: RFC 3339\n")
+        self.run_tool("import", "/proc/self/cmdline", "--format", "csv", "--time", "now", "-o", "proc")
+
+    def test_the_platform_must_make_chunks(self):
+        err = self.error("import", "-o", "out", stdin=ROWS.encode(), code=2, program=os.environ["CHUNKFILE_MINIMAL"])
+        self.assertEqual(err, "import needs a platform that makes chunks of times and fields, and shows them")
+        self.assertEqual(os.listdir(self.folder), [])
+
+
+class Interrupt(ImportTest):
+    def interrupted(self, data, *options, signals=1, source="-"):
+        """What a run leaves and says that waits for more input after `data`: (returncode, stderr)."""
+        process = subprocess.Popen([self.program, "import", source, "-o", "out", *options], cwd=self.folder,
+                                   stdin=subprocess.PIPE, stderr=subprocess.PIPE, stdout=subprocess.DEVNULL)
+        process.stdin.write(data.encode())
+        process.stdin.flush()
+        self.wait_for_poll(process)
+        for _ in range(signals):
+            process.send_signal(signal.SIGINT)
+        code = process.wait(timeout=60)
+        err = process.stderr.read().decode().replace("chunkfile: ", "").replace("standard input: ", "")
+        process.stdin.close()
+        process.stderr.close()
+        return code, err
+
+    def wait_for_poll(self, process):
+        """Until it has read all and waits for more."""
+        for _ in range(600):
+            with open(f"/proc/{process.pid}/wchan", encoding="ascii") as wchan:
+                if "poll" in wchan.read():
+                    return
+            time.sleep(0.05)
+
+    def records(self):
+        return len(self.out("cat", "out").splitlines())
+
+    def test_it_ends_standard_input_and_writes_what_there_is(self):
+        for rows, note in ((ROWS, "NDJSON; times: RFC 3339\n"),
+                           ("[" + ROWS.replace("\n", ","), "JSON; times: RFC 3339\n"),
+                           ("time\n2027-01-15\n2027-01-16\n", "CSV; times: ISO 8601, date only, no offset: taken as UTC\n")):
+            code, err = self.interrupted(rows, "--force")
+            self.assertEqual((code, err), (0, "out: interrupted: the input ends here\n" + note))
+            self.assertEqual(self.records(), 2)
+
+    def test_a_row_that_was_cut_is_left_out(self):
+        for rows in (ROWS + '{"time":"2027-01-16"}', "[" + ROWS.replace("\n", ",") + '{"time":"2027-01-16"',
+                     "time\n2027-01-15\n2027-01-16\n2027-01-17", 'time\n2027-01-15\n2027-01-16\n"2027-01-17\n'):
+            code, err = self.interrupted(rows, "--force")
+            self.assertEqual(code, 3)
+            self.assertIn("out: interrupted: the input ends here\n", err)
+            self.assertIn("the last row was not whole and is left out\n", err)
+            self.assertEqual(self.records(), 2)
+
+    def test_before_the_first_row_it_makes_an_empty_file(self):
+        self.assertEqual(self.interrupted("")[0], 0)
+        self.assertEqual(self.records(), 0)
+
+    def test_of_a_file_it_writes_nothing(self):
+        os.mkfifo(self.path("fifo"))
+        with open(self.path("fifo"), "r+b", buffering=0) as fifo:
+            fifo.write(ROWS.encode())
+            code, err = self.interrupted("", source="fifo")
+        self.assertEqual(code, -signal.SIGINT)
+        self.assertIn("interrupted", err)
+        self.assertEqual(os.listdir(self.folder), ["fifo"])
+
+
+class Hostile(ImportTest):
+    def test_deep_nesting_is_a_bad_row(self):
+        for number in (66, 1000, 1_000_000):
+            rows = ROWS + '{"time":"2027-01-16","a":' + "[" * number + "]" * number + "}\n"
+            self.assertEqual(self.refused(rows), "line 3, column 90: too many levels of JSON")
+            self.assertEqual(len(self.imported(rows, "--skip-bad", code=3)), 2)
+            self.assertIn("column", self.refused("[" * number))
+            self.assertIn("column", self.refused('{"a":' * number, "--format", "ndjson"))
+
+    def test_long_lines_are_rows(self):
+        for rows, size in (('{"time":"2027-01-15","a":"%s"}', 100_000_000), ('time,a\n2027-01-15,"%s"\n', 3_000_000),
+                           ('time,a\n2027-01-15,%s\n', 3_000_000), ('[{"time":"2027-01-15","a":"%s"}]', 3_000_000)):
+            self.run_tool("import", "--drop-time", "--force", "-o", "out", stdin=(rows % ("x" * size)).encode())
+            self.assertEqual(len(self.read("out")), 16 + 40 + 17 + size)
+
+    def test_many_names_and_columns(self):
+        names = [f"n{i}" for i in range(100_000)]
+        row = {"time": "2027-01-15", **{name: "" for name in names}}
+        self.assertEqual(len(self.imported(json.dumps(row), "--drop-time")[0]["fields"]), len(names))
+        text = ",".join(["time", *names]) + "\n2027-01-15" + "," * len(names) + "\n"
+        self.assertEqual(len(self.imported(text, "--drop-time")[0]["fields"]), len(names))
+        self.assertEqual(self.refused("a,b\n" + "," * 1_000_000 + "\n"), "line 2, column 3: more than 2 columns")
+        self.assertEqual(self.refused("," * 2_000_000 + "\n"), "line 1, column 1000001: more than 1000000 columns")
+
+    def test_random_bytes_do_no_harm(self):
+        random.seed(1)
+        alphabet = ['"', ",", "\n", "\r", "{", "}", "[", "]", ":", "\\", "time", "2027-01-15", "\0", "\xff", "1", " "]
+        for i in range(300):
+            text = "".join(random.choices(alphabet, k=random.randrange(60))).encode("latin-1")
+            done = subprocess.run([self.program, "import", "--force", "-o", "out", *random.choice(((), ("--skip-bad",),
+                                   ("--format", "csv"), ("--format", "json"), ("--time", "now")))], input=text,
+                                  cwd=self.folder, capture_output=True, check=False)
+            self.assertIn(done.returncode, (0, 1, 3), (i, text, done))
+
+    def test_texts_of_rows_do_not_control_the_terminal(self):
+        err = self.refused(b'{"time":"\\u001b[31m"}')
+        self.assertEqual(err, r"line 1, column 1: no time: \x1b[31m")
 
 
 if __name__ == "__main__":

@@ -204,7 +204,8 @@ Exit RowChunks::Report(const Written& written)
     if (rows_ != 0 && !options_.quiet) {
         Tell(std::string(NameOf(format_)) + "; times: " + times_.Forms());
     }
-    if (stream_->IsCut() && !stream_->Rest().empty()) {
+    const bool isCut = stream_->IsCut() && !stream_->Rest().empty();
+    if (isCut) {
         Tell("the last row was not whole and is left out");
     }
     if (bad_ != 0) {
@@ -216,7 +217,7 @@ Exit RowChunks::Report(const Written& written)
     if (written.shifted != 0 && !options_.quiet) {
         Tell(Number(written.shifted, "row has", "rows have") + " a later time, because an earlier one has the same");
     }
-    return bad_ + written.skipped == 0 ? Exit::Fine : Exit::Found;
+    return isCut || bad_ + written.skipped != 0 ? Exit::Found : Exit::Fine;
 }
 
 void CheckOptions(const Options& options)
