@@ -1,8 +1,9 @@
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
+#include <utility>
 
 #include "chunkfile/CheckReport.h"
+#include "chunkfile/Selection.h"
 
 namespace Corvane::FileTool {
 
@@ -15,92 +16,54 @@ class Checker {
 public:
     Checker(const Options& options, Terminal& terminal) : options_(options), terminal_(terminal) {}
 
-    Exit Code() const { return code_; }
-
-    void CheckPath(const std::string& path)
+    Exit CheckPath(const std::string& path)
     {
         std::error_code error;
-        if (path != "-" && fs::is_directory(path, error)) {
-            CheckFolder(path);
-        } else {
-            CheckFile(path);
-        }
+        return path != "-" && fs::is_directory(path, error) ? CheckFolder(path) : CheckFile(path);
     }
 
 private:
-    // Every regular file in the folder and below it. Symbolic links are left out: they could lead around in a circle.
-    void CheckFolder(const std::string& top)
+    // Every regular file in the folder, then below it. Symbolic links are left out: they could lead around in a circle.
+    Exit CheckFolder(const std::string& folder)  // NOLINT(misc-no-recursion): no deeper than a path is long
     {
-        std::vector<std::string> folders = {top};
-        while (!folders.empty()) {
-            const std::string folder = std::move(folders.back());
-            folders.pop_back();
-            std::vector<std::string> inner;
-            for (const fs::directory_entry& entry : EntriesOf(folder)) {
-                std::error_code error;
-                const auto type = entry.symlink_status(error).type();
-                if (type == fs::file_type::directory) {
-                    inner.push_back(entry.path());
-                } else if (type == fs::file_type::regular) {
-                    CheckFile(entry.path());
-                }
-            }
-            folders.insert(folders.end(), inner.rbegin(), inner.rend());
-        }
-    }
-
-    std::vector<fs::directory_entry> EntriesOf(const std::string& folder)
-    {
+        Exit code = Exit::Fine;
         std::vector<fs::directory_entry> entries;
         std::error_code error;
         for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator(); at.increment(error)) {
             entries.push_back(*at);
         }
         if (error) {
-            Fail(folder, error.message());
+            terminal_.Error(ErrorText(folder, error.message()));
+            code = Exit::CouldNot;
         }
         std::sort(entries.begin(), entries.end());
-        return entries;
+        for (const auto type : {fs::file_type::regular, fs::file_type::directory}) {
+            for (const fs::directory_entry& entry : entries) {
+                if (entry.symlink_status(error).type() == type) {
+                    const bool isFile = type == fs::file_type::regular;
+                    code = Graver(code, isFile ? CheckFile(entry.path()) : CheckFolder(entry.path()));
+                }
+            }
+        }
+        return code;
     }
 
-    void CheckFile(const std::string& path)
+    Exit CheckFile(const std::string& path)
     {
-        const auto checked = Judged(path);
-        if (!checked) {
-            return;
-        }
-        const Exit code = CodeOf(*checked, options_.strict);
-        code_ = Graver(code_, code);
-        if (!options_.quiet || code != Exit::Fine) {
-            WriteReport(terminal_, options_.format, first_, *checked);
-            first_ = false;
-        }
-    }
-
-    // Nothing if the file cannot be read.
-    std::optional<Checked> Judged(const std::string& path)
-    {
-        try {
-            const Input input(path);
-            const auto progress = [&](std::uint64_t position) {
-                terminal_.Progress(input.Name(), position, input.Size());
-            };
-            return CheckedOf(input, options_.maxSize.value_or(0), {false, 0, progress});
-        } catch (const std::runtime_error& error) {
-            Fail(path, error.what());
-            return {};
-        }
-    }
-
-    void Fail(const std::string& path, const std::string& reason)
-    {
-        terminal_.Error(ErrorText(path, reason));
-        code_ = Graver(code_, Exit::CouldNot);
+        return ForFile(path, terminal_, [this](const Input& input) {
+            SurveyOptions wanted;
+            wanted.progress = [&](std::uint64_t at) { terminal_.Progress(input.Name(), at, input.Size()); };
+            const Checked checked = CheckedOf(input, options_.maxSize.value_or(0), wanted);
+            const Exit code = CodeOf(checked, options_.strict);
+            if (!options_.quiet || code != Exit::Fine) {
+                WriteReport(terminal_, options_.format, std::exchange(first_, false), checked);
+            }
+            return code;
+        });
     }
 
     const Options& options_;
     Terminal& terminal_;
-    Exit code_ = Exit::Fine;
     bool first_ = true;
 };
 
@@ -131,10 +94,11 @@ Exit CodeOf(const Checked& checked, bool strict)
 Exit Check(const Options& options, Terminal& terminal)
 {
     Checker checker(options, terminal);
+    Exit code = Exit::Fine;
     for (const std::string& path : options.paths) {
-        checker.CheckPath(path);
+        code = Graver(code, checker.CheckPath(path));
     }
-    return checker.Code();
+    return code;
 }
 
 }  // namespace Corvane::FileTool

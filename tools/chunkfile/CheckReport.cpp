@@ -1,5 +1,7 @@
 #include "chunkfile/CheckReport.h"
 
+#include <array>
+
 #include "Corvane/File/ChunkFileLayout.h"
 #include "chunkfile/Json.h"
 #include "chunkfile/Times.h"
@@ -10,18 +12,7 @@ namespace {
 
 using Style = Terminal::Style;
 
-Style StyleOf(Severity severity)
-{
-    switch (severity) {
-        case Severity::Error:
-            return Style::Bad;
-        case Severity::Warning:
-            return Style::Warning;
-        case Severity::Note:
-            break;
-    }
-    return Style::Dim;
-}
+constexpr std::array<Style, 3> kStyles = {Style::Bad, Style::Warning, Style::Dim};  // of each severity
 
 std::string BytesText(Range bytes)
 {
@@ -53,7 +44,8 @@ void WriteTable(Terminal& terminal, const Checked& checked)
     terminal.Write(Terminal::Escaped(checked.file) + ": " + terminal.Styled(style, NameOf(checked.verdict)) + "\n");
     for (const Finding& finding : checked.findings) {
         const std::string code = std::string(NameOf(finding.severity)) + " " + std::string(finding.code);
-        line(terminal.Styled(StyleOf(finding.severity), code) + ": " + Terminal::Escaped(FindingText(finding)));
+        line(terminal.Styled(kStyles[static_cast<std::size_t>(finding.severity)], code) + ": " +
+             Terminal::Escaped(FindingText(finding)));
         if (finding.code == "found-after") {
             for (const RecordRun& run : checked.survey.runs) {
                 line("  " + RunText(run));
@@ -69,9 +61,7 @@ void AddFindings(JsonDocument& json, const std::vector<Finding>& findings)
     for (const Finding& finding : findings) {
         json.Open('{').Member("severity", NameOf(finding.severity)).Member("code", finding.code);
         json.Member("begin", finding.bytes.begin).Member("end", finding.bytes.end);
-        if (finding.record) {
-            json.Member("record", *finding.record);
-        }
+        json.Member("record", finding.record);
         if (!finding.time.empty()) {
             json.Member("time", finding.time);
         }

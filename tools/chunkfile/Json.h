@@ -64,6 +64,11 @@ public:
             return Plain(name, std::to_string(value));
         }
     }
+    template <typename Value>
+    JsonDocument& Member(std::string_view name, const std::optional<Value>& value)  ///< only if there is one
+    {
+        return value ? Member(name, *value) : *this;
+    }
     JsonDocument& Null(std::string_view name) { return Plain(name, "null"); }
 
     /// Adds to an array.

@@ -107,12 +107,6 @@ std::vector<std::uint64_t> OverTime(HeldTimes& held, std::size_t parts)
     return numbers;
 }
 
-void NoteFirstDescent(const FoundRecord& record, TimeSpan& times)
-{
-    const Range bytes = {record.position, record.position + record.size};
-    times.firstDescent.emplace(Descent{record.index, bytes, record.chunk.GetTimePoint()});
-}
-
 void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
 {
     const HeldTimes& held = walk.Times();
@@ -121,7 +115,8 @@ void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
         survey.sizes.least = std::min(survey.sizes.least, size);
         survey.sizes.most = std::max(survey.sizes.most, size);
         if (held.Descents() != 0 && !survey.times.firstDescent) {
-            NoteFirstDescent(record, survey.times);
+            const Range bytes = {record.position, record.position + size};
+            survey.times.firstDescent.emplace(Descent{record.index, bytes, record.chunk.GetTimePoint()});
         }
         if (options.countFields) {
             AddFields(survey.fields, record.chunk);

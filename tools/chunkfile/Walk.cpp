@@ -70,12 +70,6 @@ WalkEnd Walk::WhyItEnded(Step step)
     return end;
 }
 
-void Walk::Accept(const TimePoint& timePoint)
-{
-    times_.Add(timePoint);
-    last_.emplace(timePoint);
-}
-
 void Walk::AfterEnd(const Visit& visit)
 {
     room_ = end_.kind == WalkEnd::Kind::AllRead ? 0 : Count() - 1 - end_.records;
@@ -200,7 +194,10 @@ bool Walk::Judge(const Candidate& candidate, const Visit& visit)
     run.standing = run.reason.empty() ? Standing::Found : Standing::Doubtful;
     const std::uint64_t index = Count() - room_;
     if (run.standing == Standing::Found) {
-        std::ranges::for_each(candidate.times, [this](const TimePoint& timePoint) { Accept(timePoint); });
+        for (const TimePoint& timePoint : candidate.times) {
+            times_.Add(timePoint);
+            last_.emplace(timePoint);
+        }
         room_ -= std::min(room_, run.records + 1);
         after_.found += run.records;
     } else {

@@ -130,7 +130,6 @@ private:
     }
 
     WalkEnd WhyItEnded(Step step);
-    void Accept(const Time::TimePoint& timePoint);
     void NoteAnnounced(std::uint64_t position);
     bool SkipUnreadable();
     bool Find();
