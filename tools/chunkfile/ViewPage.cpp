@@ -48,7 +48,7 @@ std::string LeadOf(const Checked& checked)
     }
     return std::to_string(survey.end.records) + " of " + Records(survey.count) + " can be read, up to byte " +
            std::to_string(survey.end.position) + "." +
-           (survey.found == 0 ? "" : " After that, " + std::to_string(survey.found) + " more are this file's.");
+           (survey.found == 0 ? "" : " After the damage, " + std::to_string(survey.found) + " more are this file's.");
 }
 
 std::string KeyFigure(const std::string& name, const std::string& figure, const std::string& more)
@@ -64,7 +64,8 @@ std::string KeyFigures(const Checked& checked, const std::vector<Line>& lines)
                                  "of " + Numbered("count", survey.count) + " counted") +
                        KeyFigure("Size", Html::BytesText(survey.size), Numbered("size", survey.size) + " bytes");
     if (survey.found + survey.doubtful != 0) {
-        html += KeyFigure("Further on", Numbered("found", survey.found),
+        html += KeyFigure(survey.damage == Damage::None ? "After the records" : "After damage",
+                          Numbered("found", survey.found),
                           "of this file, " + Numbered("doubtful", survey.doubtful) + " doubtful");
     }
     for (const auto& [name, text] : lines) {
@@ -74,7 +75,7 @@ std::string KeyFigures(const Checked& checked, const std::vector<Line>& lines)
         }
     }
     if (const auto& [least, most] = survey.sizes; survey.end.records != 0) {
-        html += KeyFigure("Record sizes", Digits(least) + (least == most ? "" : " to " + Digits(most)), "bytes");
+        html += KeyFigure("Record sizes", Digits(least) + (least == most ? "" : "–" + Digits(most)), "bytes");
     }
     return html + "</dl>\n";
 }

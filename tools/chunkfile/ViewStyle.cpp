@@ -44,7 +44,7 @@ figure { margin: 1rem 0 0; }
 .key div { padding: .9rem 1.1rem; box-shadow: -1px -1px 0 var(--line); }
 dt { color: var(--soft); font-size: .875rem; }
 dd { margin: 0; }
-.key b { display: block; font-size: 1.5rem; font-weight: 600; line-height: 1.3; }
+.key b { display: block; white-space: nowrap; font-size: 1.5rem; font-weight: 600; line-height: 1.3; }
 .facts { display: grid; grid-template-columns: max-content 1fr; gap: .15rem 1.25rem; margin: .6rem 0 0; }
 .facts dd { overflow-wrap: anywhere; }
 .findings { margin: .6rem 0 0; padding: 0; list-style: none; }
@@ -58,6 +58,7 @@ svg { display: block; width: 100%; height: 100%; }
 .lines span { display: block; height: 1rem; line-height: 1rem; }
 .legend { display: flex; flex-wrap: wrap; gap: .4rem 1.5rem; margin: .9rem 0 0; padding: 0; list-style: none; }
 .swatch { display: inline-block; width: .95rem; height: .95rem; margin-right: .4rem; vertical-align: -.1rem; }
+figcaption .swatch { margin-left: 1rem; }
 .k0 { fill: url(#k0); } .k1 { fill: url(#k1); } .k2 { fill: var(--k2); } .k3 { fill: var(--k3); }
 .k4 { fill: var(--k4); } .k5 { fill: url(#k5); } .k6 { fill: url(#k6); } .k7 { fill: url(#k7); }
 .plot { position: relative; height: 9rem; margin: .8rem 0 0 4.6rem; }
@@ -90,16 +91,18 @@ tbody tr { border-top: 1px solid var(--line); }
 footer { margin-top: 1.5rem; color: var(--soft); font-size: .8125rem; }
 @media (max-width: 34rem) {
   .lines { display: none; }
-  .plot, .plot + .axis { margin-left: 3.4rem; }
+  .plot:not(.band), .plot:not(.band) + .axis { margin-left: 3.4rem; }
   .y { max-width: 3rem; }
   .axis span:nth-child(even):not(.last) { display: none; }
   .facts { grid-template-columns: 1fr; gap: 0; }
   .facts dd { margin-bottom: .4rem; }
   .key { grid-template-columns: 1fr 1fr; }
+  .key div:last-child:nth-child(odd) { grid-column: 1 / -1; }
 }
 @media print {
   @page { margin: 14mm; }
-  body { max-width: none; padding: 0; background: none; font-size: .8125rem; print-color-adjust: exact; }
+  :root { font-size: 78%; }
+  body { max-width: none; padding: 0; background: none; print-color-adjust: exact; }
   section, .key, article { break-inside: avoid; }
   #fields { break-inside: auto; border: none; padding: 0; }
   details { display: none; }
