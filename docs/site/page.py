@@ -11,7 +11,7 @@ from pathlib import Path
 
 HEADING = re.compile(r"^(##+ )(.*)")
 LINK_TO_SECTION = re.compile(r"\]\((?:[\w./-]*?(\w+)\.md)?#([\w-]+)\)")
-PICTURE = re.compile(r"!\[([^]]*)\]\([\w./-]*?([\w-]+\.svg)\)")
+PICTURE = re.compile(r"!\[([^]]*)\]\([\w./-]*?([\w-]+\.(?:svg|png))\)")
 LINK_TO_EXAMPLE = re.compile(r"\]\((?:\.\./)?examples/(\w+)\.cpp\)")
 LINK_TO_SOURCE = re.compile(r"\[([^][]+)\]\([\w./-]+(?:\.h|\.cpp|\.py|vectors/README\.md)\)")
 

@@ -204,7 +204,7 @@ int RunTool(int count, char** arguments)
     std::setlocale(LC_CTYPE, "");   // NOLINT(concurrency-mt-unsafe): this program has one thread
     std::signal(SIGPIPE, SIG_DFL);  // a reader that goes away ends the program, whatever its parent has set
     std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow further is an error of the call
-    CLI::App app("Looks into chunk files and judges them");
+    CLI::App app("Looks into chunk files, judges, rescues and converts them");
     Options options;
     Describe(app);
     for (const CommandRow& row : CommandRows()) {
