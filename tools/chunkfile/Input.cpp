@@ -50,13 +50,6 @@ void RefuseIrregular(const struct stat& status)
     }
 }
 
-// Files of /proc say that they are empty, and are not.
-bool StatesNoLength(int fd)
-{
-    char byte = 0;
-    return ::pread(fd, &byte, 1, 0) == 1;
-}
-
 // A file without a name in TMPDIR or /tmp. It is gone when it is closed.
 int UnnamedFile()
 {
@@ -90,7 +83,8 @@ Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : p
         file_.Reset(Done([&] { return ::open(path.c_str(), flags); }));
     }
     status_ = StatusOf(file_.Get());
-    if (status_.st_size == 0 && StatesNoLength(file_.Get())) {
+    char byte = 0;
+    if (status_.st_size == 0 && ::pread(file_.Get(), &byte, 1, 0) == 1) {  // files of /proc say that they are empty
         const File::Descriptor file(file_.Release());
         BecomeUnnamed();
         Append(file.Get());

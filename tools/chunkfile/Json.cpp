@@ -1,7 +1,6 @@
 #include "chunkfile/Json.h"
 
-#include <array>
-#include <cstring>
+#include <algorithm>
 
 #include "chunkfile/Utf8.h"
 
@@ -13,41 +12,19 @@ constexpr std::string_view kBase64Mark = "base64:";
 
 constexpr std::string_view kBase64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-using Base64Pairs = std::array<std::array<char, 2>, 4096>;
-
-constexpr Base64Pairs MakeBase64Pairs()
-{
-    Base64Pairs pairs = {};
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        pairs[i] = {kBase64Digits[i / 64], kBase64Digits[i % 64]};
-    }
-    return pairs;
-}
-
-constexpr Base64Pairs kBase64 = MakeBase64Pairs();  // the two digits of each twelve bits
-
-// Three bytes, or the last one or two and zeros, as four digits.
-void EncodeGroup(const char* bytes, std::size_t size, char* digits)
-{
-    std::array<unsigned char, 3> group = {};
-    std::memcpy(group.data(), bytes, size);
-    const unsigned bits = unsigned{group[0]} << 16U | unsigned{group[1]} << 8U | group[2];
-    std::memcpy(digits, kBase64[bits >> 12U].data(), 2);
-    std::memcpy(digits + 2, kBase64[bits & 0xFFFU].data(), 2);
-}
-
+// Three bytes, or the last one or two and zeros, become four digits, or two or three and padding.
 void AppendBase64(std::string& line, std::string_view bytes)
 {
-    const std::size_t begin = line.size();
-    const std::size_t rest = bytes.size() % 3;
-    line.resize(begin + (bytes.size() + 2) / 3 * 4);
-    char* digits = line.data() + begin;
-    for (std::size_t at = 0; at < bytes.size() - rest; at += 3, digits += 4) {
-        EncodeGroup(bytes.data() + at, 3, digits);
-    }
-    if (rest != 0) {
-        EncodeGroup(bytes.data() + bytes.size() - rest, rest, digits);
-        line.replace(line.size() - 3 + rest, 3 - rest, 3 - rest, '=');
+    line.reserve(line.size() + (bytes.size() + 2) / 3 * 4);
+    for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(3, bytes.size()))) {
+        const auto bits = [bytes](std::size_t i) {
+            return i < bytes.size() ? std::uint32_t{static_cast<unsigned char>(bytes[i])} << (16 - 8 * i) : 0;
+        };
+        const std::uint32_t group = bits(0) | bits(1) | bits(2);
+        const auto digit = [&](std::size_t i) {
+            return i > bytes.size() ? '=' : kBase64Digits[group >> (18 - 6 * i) & 63];
+        };
+        line.append({digit(0), digit(1), digit(2), digit(3)});
     }
 }
 

@@ -1,5 +1,6 @@
 #include "chunkfile/Utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
@@ -25,25 +26,8 @@ std::uint64_t NotPlain(std::uint64_t word)
            zeros(word ^ (kOnes * 0x7F));
 }
 
-// How many bytes a character has that begins with this byte, and the least code that needs them.
-struct Form {
-    std::size_t size;
-    std::uint32_t least;
-};
-
-Form FormOf(unsigned char first)
-{
-    if (first < 0x80) {
-        return {1, 0};
-    }
-    if (first >= 0xC0 && first < 0xE0) {
-        return {2, 0x80};
-    }
-    if (first >= 0xE0 && first < 0xF0) {
-        return {3, 0x800};
-    }
-    return first >= 0xF0 && first < 0xF8 ? Form{4, 0x10000} : Form{0, 0};
-}
+// The least code that needs this number of bytes.
+constexpr std::array<std::uint32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
 
 }  // namespace
 
@@ -51,12 +35,13 @@ Character FirstCharacter(std::string_view text)
 {
     constexpr Character none = {kNoCharacter, 1};
     const auto first = static_cast<unsigned char>(text.front());
-    const Form form = FormOf(first);
-    if (form.size == 0 || form.size > text.size()) {
+    const auto ones = static_cast<std::size_t>(std::countl_one(first));  // of a longer character: its number of bytes
+    const std::size_t size = std::max<std::size_t>(ones, 1);
+    if (ones == 1 || ones >= kLeast.size() || size > text.size()) {
         return none;
     }
-    std::uint32_t code = form.size == 1 ? first : first & (0x7FU >> form.size);
-    for (const char next : text.substr(1, form.size - 1)) {
+    std::uint32_t code = first & (0xFFU >> ones);
+    for (const char next : text.substr(1, size - 1)) {
         const auto byte = static_cast<unsigned char>(next);
         if ((byte & 0xC0U) != 0x80) {
             return none;
@@ -64,7 +49,7 @@ Character FirstCharacter(std::string_view text)
         code = code << 6U | (byte & 0x3FU);
     }
     const bool surrogate = code >= 0xD800 && code < 0xE000;
-    return code < form.least || code > 0x10FFFF || surrogate ? none : Character{code, form.size};
+    return code < kLeast[size] || code > 0x10FFFF || surrogate ? none : Character{code, size};
 }
 
 std::size_t PlainPrefix(std::string_view text)
