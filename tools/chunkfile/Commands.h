@@ -33,7 +33,7 @@ enum class Format { Table, Json, Csv, Ndjson, Raw };
 
 enum class When { Auto, Always, Never };
 
-/// What becomes of a record whose time is that of an earlier one.
+/// What happens to a record whose time an earlier one has.
 enum class OnEqualTime { Stop, Skip, Shift };
 
 struct IndexRange {

@@ -28,8 +28,8 @@ struct JsonFault {
     const char* reason;
 };
 
-/// The first byte that makes the text no JSON value of at most this many levels, or its end. Nothing if it is one.
-/// Spaces are allowed. Strings are UTF-8 without halves of surrogates.
+/// Where a text stops being a JSON value of at most this many levels, and why. Nothing if it is such a value. Spaces
+/// are allowed. Strings are UTF-8 without halves of surrogates.
 std::optional<JsonFault> FaultOf(std::string_view text, int levels);  // JsonGrammar.cpp
 
 /// A line of CSV (RFC 4180) with its line end. Fields are quoted only where they must be.

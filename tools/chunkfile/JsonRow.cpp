@@ -30,7 +30,7 @@ std::string_view WithoutSpace(std::string_view token)
     return token.substr(0, token.find_last_not_of(kSpace) + 1);
 }
 
-// simdjson finds where an object or array ends. Whether it is JSON in between shows the grammar.
+// simdjson finds where an object or array ends. The grammar finds whether it is JSON in between.
 void TakeNested(std::string_view json, std::string& bytes)
 {
     constexpr std::string_view begin = R"({"base64":")";

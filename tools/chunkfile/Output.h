@@ -35,14 +35,14 @@ public:
     /// The next chunk, valid until the next call; null at the end. With --dry-run it is the only member that is called.
     virtual const Pellin::DataChunk* Next() = 0;
 
-    /// Where the chunk comes from that Next has given last: `a.csv: line 7`.
+    /// Where the last chunk of Next comes from: `a.csv: line 7`.
     virtual std::string Where() = 0;
 
     /// Compares a record of a fresh file with where its chunk came from. Called for all records of a part, in their
     /// order, before the part gets its name.
     virtual void Compare(const WrittenRecord& record) = 0;
 
-    /// Called after that, the last chance to refuse the part: for a source that has changed meanwhile.
+    /// Called after that. Throws if the part must not get its name, because the source has changed meanwhile.
     virtual void Confirm() {}
 
     /// Whether no two chunks share their time. Otherwise WriteChunks finds that out, and needs 8 bytes a chunk for it.
@@ -66,7 +66,7 @@ struct Written {
 void CheckOutput(const Options& options);
 
 /// Writes the chunks to OUT, or to its parts, and prints a line for each. Each part is durable, and proved by `source`,
-/// before it gets its name. If that fails, its name leads to the old file or none; the parts before it stay. Throws
+/// before it gets its name. If that fails, the name leads to what it led to before, and earlier parts stay. Throws
 /// what CheckOutput throws, and std::runtime_error.
 Written WriteChunks(ChunkSource& source, const Options& options, Terminal& terminal);
 

@@ -18,8 +18,8 @@ namespace Corvane::FileTool {
 
 namespace {
 
-// CLI11 takes a word after `--` for an option if a list of files began before. A NUL in front, which no argument can have,
-// hides its dash until the word is stored.
+// If a list of files began before `--`, CLI11 takes words after it for options. A NUL in front hides their dash until
+// the word is stored; no argument can have one.
 std::vector<std::string> WordsOf(int count, char** arguments)
 {
     std::vector<std::string> words(arguments + 1, arguments + count);

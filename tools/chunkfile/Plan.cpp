@@ -172,7 +172,7 @@ void Plan::Compare(const WrittenRecord& written)
     }
 }
 
-// Its time is that of the record, or a later one if it was shifted.
+// It has the record's time, or a later one if it was shifted.
 bool Plan::HasItsFields(const WrittenRecord& written, std::uint64_t record)
 {
     const DataChunk& chunk = Read(record, &Source::forProof);

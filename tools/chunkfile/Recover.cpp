@@ -111,7 +111,8 @@ private:
     std::uint64_t gaps_ = 0;
 };
 
-// Tries to write the file without a plan, in two thirds of the time. Finished parts could not be taken back.
+// Tries to write the file without a plan, in two thirds of the time. Not in parts: if a later record needs a plan after
+// all, finished parts cannot be taken back.
 bool WriteSound(const Input& input, const Options& options, Terminal& terminal)
 {
     if (options.doubtful || options.dryRun || options.splitBytes != 0 || options.splitNanoseconds != 0) {

@@ -13,7 +13,7 @@ using File::kHeaderSize;
 
 namespace {
 
-// The appender's own texts. An appender that cannot read a byte that it needs takes the file for empty.
+// The appender's own texts. If an appender cannot read a byte that it needs, it takes the file for empty.
 std::string Refusal(const Input& input, const Survey& survey, std::uint64_t maxSize)
 {
     const std::string file = "DataChunkFileAppender: file " + input.Name();

@@ -40,8 +40,9 @@ public:
     RowReader& operator=(const RowReader&) = delete;
     virtual ~RowReader() = default;
 
-    /// Reads the next row; false at the end. If Ctrl-C has cut a row, its bytes are still in the stream. `row` is always the same object: its texts are used again. Throws BadRow;
-    /// the next call goes on with the next row. Throws std::runtime_error if the input cannot be read.
+    /// Reads the next row; false at the end. If Ctrl-C has cut a row, its bytes are still in the stream. `row` is
+    /// always the same object, because its texts are used again. Throws BadRow; the next call goes on with the next
+    /// row. Throws std::runtime_error if the input cannot be read.
     virtual bool Next(Row& row) = 0;
 
     /// Where the row begins that Next has read last.

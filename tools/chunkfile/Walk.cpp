@@ -176,7 +176,7 @@ std::string Walk::Doubt(const Candidate& candidate)
     if (std::ranges::any_of(candidate.times, [this](const TimePoint& time) { return times_.Contains(time); })) {
         return "a time point that the file already holds";
     }
-    // The rest of an older file can have as many records as the header counts further. It has earlier times.
+    // An older file can leave exactly as many records as the header counts further. Their times are then earlier.
     const bool descends = last_ && times_.Descents() == 0 && candidate.times.front() < *last_;
     if (run.records == room_ && !descends) {
         return "";

@@ -467,7 +467,8 @@ bool DataChunkFileScanner::Walk::SearchWindow(std::uint64_t ahead)
     return false;
 }
 
-// A hole is zeros. A position whose bytes ahead all lie in it looks like the one before, which was no record.
+// In a hole, all positions look alike as long as their bytes ahead lie in it. The last one was no record, so none of
+// them is.
 void DataChunkFileScanner::Walk::SkipHole(std::uint64_t ahead)
 {
     const auto tried = static_cast<off64_t>(position_ - 1);

@@ -94,8 +94,9 @@ public:
     /// checksums is found wherever bytes happen to parse, inside other records too.
     ///
     /// A byte costs what a chunk and its failing ReadFrom cost: about 10 ns on the reference platform. Bytes that claim
-    /// a long record cost that length: 0.1 s for 1 GiB. The worst file claims the longest record again and again. A hole
-    /// of any size costs what its last bytes do, where the file system knows it.
+    /// a long record cost that length: 0.1 s for 1 GiB. The worst file claims the longest record again and again. If
+    /// the file system knows where holes are, only the last bytes of a hole cost anything.
+    ///
     /// If the process may not map 4 GiB of address space, each byte costs a seek and the chunk's own reads.
     bool FindNext();
 
