@@ -119,6 +119,7 @@ class Ndjson(ImportTest):
                 ('{"a":[1}}', 8, "not JSON"), ('{"a":"\\x"}', 7, "not JSON"), ('{"a":"\t"}', 7, "not JSON"),
                 ('{"a":"\\ud800"}', 13, "not JSON"), ('{"a":"\\ud800"b"}', 13, "not JSON"), ('{a:1}', 2, "not JSON"), ("NaN", 1, "not JSON"),
                 ('{"a":{"b":[1,2,{]}}', 17, "not JSON"), ('{"a":"b', 8, "the JSON ends too early"),
+                ('{"a":"b":[1,{"c" 2],"d":3}', 9, "not JSON"),
                 ("[1]", 1, "a row is an object"), (' "a"', 2, "a row is an object"),
                 ('{"a":%s1%s}' % ("[" * 65, "]" * 65), 70, "too many levels of JSON")):
             self.assertEqual(self.refused(ROWS + line + "\n", "--format", "ndjson"), f"line 3, column {column}: {reason}", line)

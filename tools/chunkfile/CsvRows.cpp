@@ -118,15 +118,8 @@ void CsvRows::TakeNames()
     }
     names_ = cells_;
     std::for_each(names_.begin(), names_.end(), DecodeBase64Mark);
-    std::vector<std::size_t> order(names_.size());
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        order[i] = i;
-    }
-    const auto name = [this](std::size_t index) -> const std::string& { return names_[index]; };
-    std::ranges::stable_sort(order, {}, name);
-    const auto same = std::ranges::adjacent_find(order, {}, name);
-    if (same != order.end()) {
-        Refuse(begins_[same[1]], "a second column of the name " + names_[same[1]]);
+    if (const std::size_t second = Duplicate({names_.begin(), names_.end()}); second != names_.size()) {
+        Refuse(begins_[second], "a second column of the name " + names_[second]);
     }
 }
 

@@ -4,7 +4,6 @@
 #include <simdjson.h>
 
 #include <algorithm>
-#include <numeric>
 
 #include "chunkfile/Json.h"
 
@@ -16,7 +15,6 @@ namespace {
 
 constexpr std::string_view kBase64Mark = "base64:";
 constexpr std::string_view kSpace = " \t\r\n";
-constexpr std::size_t kFewFields = 16;
 constexpr const char* kNotCat = "not a line of cat, as the first row is";
 
 static_assert(TextStream::kPadding >= simdjson::SIMDJSON_PADDING);
@@ -66,6 +64,7 @@ void TakeValue(ondemand::value value, std::string& bytes)
             return TakeNested(WithoutSpace(value.get_array().value().raw_json()), bytes);
         case '"':
             if (token.find('\\') == std::string_view::npos && token.size() >= 2 && token.back() == '"') {
+                value.get_raw_json_string().value();  // goes on: a string that is left alone could be taken for a name
                 bytes = token.substr(1, token.size() - 2);  // faster than get_string where the processor is not known
             } else {
                 bytes = std::string_view(value.get_string());
@@ -93,27 +92,6 @@ ondemand::value MemberOf(ondemand::value value, const std::string& name)
         }
     }
     throw Refused{"no such member"};
-}
-
-// The second of two fields that have the same name; or their number.
-std::size_t Duplicate(const Glue::Fields& fields)
-{
-    if (fields.size() <= kFewFields) {
-        for (std::size_t i = 1; i < fields.size(); ++i) {
-            for (std::size_t j = 0; j < i; ++j) {
-                if (fields[i].first == fields[j].first) {
-                    return i;
-                }
-            }
-        }
-        return fields.size();
-    }
-    std::vector<std::size_t> order(fields.size());
-    std::iota(order.begin(), order.end(), 0);
-    const auto name = [&](std::size_t index) -> const std::string& { return fields[index].first; };
-    std::ranges::stable_sort(order, {}, name);
-    const auto same = std::ranges::adjacent_find(order, {}, name);
-    return same == order.end() ? fields.size() : same[1];
 }
 
 }  // namespace
@@ -219,7 +197,11 @@ private:
         if (areKnown_ && fields.size() <= known_) {
             return;
         }
-        if (const std::size_t second = Duplicate(fields); second != fields.size()) {
+        std::vector<std::string_view> names;
+        for (const auto& [name, value] : fields) {
+            names.emplace_back(name);
+        }
+        if (const std::size_t second = Duplicate(names); second != fields.size()) {
             known_ = 0;
             throw BadText(static_cast<std::size_t>(members_[second].name - text_.data()) - 1,
                           "a second field of the name " + fields[second].first);

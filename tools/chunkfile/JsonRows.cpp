@@ -292,6 +292,18 @@ std::unique_ptr<RowReader> ReadJson(TextStream& stream, const std::string& point
     return std::make_unique<DocumentRows>(stream, pointer, catLines);
 }
 
+std::size_t Duplicate(const std::vector<std::string_view>& names)
+{
+    std::vector<std::pair<std::string_view, std::size_t>> ordered;
+    ordered.reserve(names.size());
+    for (const std::string_view name : names) {
+        ordered.emplace_back(name, ordered.size());
+    }
+    std::ranges::sort(ordered);
+    const auto same = std::ranges::adjacent_find(ordered, {}, &std::pair<std::string_view, std::size_t>::first);
+    return same == ordered.end() ? names.size() : same[1].second;
+}
+
 std::optional<std::vector<std::string>> PointerTokens(std::string_view pointer)
 {
     std::vector<std::string> tokens;

@@ -11,13 +11,13 @@
 #include <stdexcept>
 #include <utility>
 
-#include "chunkfile/Output.h"
+#include "chunkfile/Interrupts.h"
 
 namespace Corvane::FileTool {
 
 namespace {
 
-constexpr std::size_t kBlock = 256 * 1024;
+constexpr std::size_t kBlock = 64 * 1024;
 constexpr int kPatience = 200;  // milliseconds
 
 [[noreturn]] void ThrowReason()
@@ -73,7 +73,7 @@ void TextStream::MakeRoom()
 bool TextStream::WaitForBytes() const
 {
     pollfd wanted = {file_.Get(), POLLIN, 0};
-    while (!Interrupted()) {
+    while (Interrupts::Count() == 0) {
         if (const int ready = ::poll(&wanted, 1, kPatience); ready != 0 && (ready != -1 || errno != EINTR)) {
             return true;  // what is wrong, the read will tell
         }

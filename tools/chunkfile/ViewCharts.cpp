@@ -52,7 +52,7 @@ std::uint64_t RoundTop(std::uint64_t number, bool inBytes)
         unit *= 1024;
     }
     for (std::uint64_t ten = 1; ten <= UINT64_MAX / 10; ten *= 10) {
-        for (const std::uint64_t digit : {1, 2, 5}) {
+        for (const std::uint64_t digit : {1U, 2U, 5U}) {
             if (ten * digit >= (number + unit - 1) / unit) {
                 return ten * digit * unit;
             }
