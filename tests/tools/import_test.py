@@ -399,11 +399,11 @@ class Output(ImportTest):
     def test_equal_times_stop_are_left_out_or_shifted(self):
         rows = self.series(6, step=0) + self.series(2)
         self.assertIn("standard input: line 2: an earlier record has the same time", self.write_out(stdin=rows, code=1)[1])
-        _, err = self.write_out("--on-equal-time", "skip", stdin=rows, code=3)
-        self.assertIn("standard input: 6 rows are left out: an earlier one has the same time\n", err)
+        out, _ = self.write_out("--on-equal-time", "skip", stdin=rows, code=3)
+        self.assertIn("out.chunks: 6 records left out: an earlier one has the same time\n", out)
         self.assertEqual(self.numbers("out.chunks"), [0, 1])
-        _, err = self.write_out("--on-equal-time", "shift", "--force", stdin=rows)
-        self.assertIn("standard input: 6 rows have a later time, because an earlier one has the same\n", err)
+        out, _ = self.write_out("--on-equal-time", "shift", "--force", stdin=rows)
+        self.assertIn("out.chunks: 6 records shifted to a later time: an earlier one has the same\n", out)
         lines = [json.loads(line) for line in self.out("cat", "out.chunks").splitlines()]
         self.assertEqual([line["fields"]["i"] for line in lines], [0, 1, 2, 3, 4, 5, 0, 1])
         self.assertEqual([line["time"] for line in lines],

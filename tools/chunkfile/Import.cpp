@@ -211,12 +211,6 @@ Exit RowChunks::Report(const Written& written)
     if (bad_ != 0) {
         Tell(Number(bad_, "bad row is", "bad rows are") + " left out");
     }
-    if (written.skipped != 0) {
-        Tell(Number(written.skipped, "row is", "rows are") + " left out: an earlier one has the same time");
-    }
-    if (written.shifted != 0 && !options_.quiet) {
-        Tell(Number(written.shifted, "row has", "rows have") + " a later time, because an earlier one has the same");
-    }
     return isCut || bad_ + written.skipped != 0 ? Exit::Found : Exit::Fine;
 }
 

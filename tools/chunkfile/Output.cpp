@@ -277,10 +277,12 @@ Written WriteChunks(ChunkSource& source, const Options& options, Terminal& termi
     try {
         const Written& written = writer.Run();
         if (written.skipped != 0) {
-            Say(terminal, options, options.output, Records(written.skipped) + " left out: of a time that was taken");
+            Say(terminal, options, options.output,
+                Records(written.skipped) + " left out: an earlier one has the same time");
         }
         if (written.shifted != 0) {
-            Say(terminal, options, options.output, Records(written.shifted) + " with a later time: theirs was taken");
+            Say(terminal, options, options.output,
+                Records(written.shifted) + " shifted to a later time: an earlier one has the same");
         }
         const std::string next = PartName(options.output, written.parts + 1);
         if (Splits(options) && Exists(next)) {
