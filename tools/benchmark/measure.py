@@ -63,6 +63,7 @@ def main():
         ('tools', 'chunkfile'), ('tools', 'benchmark', 'write_file'), ('tools', 'benchmark', 'walk_file')))
     files = {s: os.path.join(folder, f'tool_benchmark_{s}') for s in (64, 1024, 65536)}
     lines, database, copy = files[1024] + '.ndjson', files[1024] + '.db', files[1024] + '.copy'
+    page = files[1024] + '.html'
     good = True
     try:
         for record, path in files.items():
@@ -72,7 +73,8 @@ def main():
         make_database(lines, database)
         for record, path in files.items():
             commands = {'check': f'{tool} check -q {path}', 'the bare walk': f'{walker} {path}',
-                        'cat | xxhsum -H3': f'cat {path} | xxhsum -H3'}
+                        'cat | xxhsum -H3': f'cat {path} | xxhsum -H3',
+                        'view': f'{tool} view -q {path} -o {page} --force'}
             if record != 65536:
                 commands |= {'cp, sync': f'rm -f {copy}; cp {path} {copy} && sync {copy}',
                              'recover': f'rm -f {copy}; {tool} recover -q {path} -o {copy}'}
@@ -87,13 +89,14 @@ def main():
                 good &= report(what, seconds, 'recover', 'check, cp, sync', 2.5)
             good &= report(what, seconds, 'check', 'the bare walk', None if record == 1024 else 1.15)
             good &= report(what, seconds, 'check', 'cat | xxhsum -H3', 1.2 if record == 1024 else None)
+            good &= report(what, seconds, 'view', 'check', None if record == 64 else 1.5)
             if record == 1024:
                 good &= report(what, seconds, 'cat as NDJSON', 'check', 4)
                 good &= report(what, seconds, 'cat as NDJSON', 'jq -c .', 0.1)
                 report(what, seconds, 'check', 'SQLite integrity_check', None)
                 report(what, seconds, 'cat as NDJSON', 'SQLite -json', None)
     finally:
-        for path in [*files.values(), lines, database, copy]:
+        for path in [*files.values(), lines, database, copy, page]:
             if os.path.exists(path):
                 os.remove(path)
     print('No goal was missed.' if good else 'Some goals were missed.')

@@ -62,10 +62,12 @@ int Compare(double value, std::string_view text, const ExactNumber& other)
 
 std::optional<double> NumberIn(std::string_view text)
 {
-    double value = 0;
-    if (text.empty() || text.size() > kLongestNumber || (text[0] != '-' && (text[0] < '0' || text[0] > '9'))) {
+    const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };
+    if (text.empty() || text.size() > kLongestNumber || !isDigit(text.back()) ||
+        (text.front() != '-' && !isDigit(text.front()))) {
         return {};
     }
+    double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     const bool whole = end == text.data() + text.size() && error == std::errc();
     return whole && IsCompactJson(text) ? std::optional(value) : std::nullopt;
@@ -103,18 +105,18 @@ void Bin::Add(const Bin& other)
 
 Bin& Timeline::At(std::int64_t place)
 {
-    std::int64_t index = Quotient(place, width_);
-    if (last_ != nullptr && index == lastIndex_) {
+    const std::uint64_t since = static_cast<std::uint64_t>(place) - static_cast<std::uint64_t>(lastBegin_);
+    if (last_ != nullptr && place >= lastBegin_ && since < static_cast<std::uint64_t>(width_)) {  // spares a division
         return *last_;
     }
-    last_ = &bins_[index];
-    while (Length() > kMostBins) {
-        Widen();
-        index = Quotient(place, width_);
-        last_ = &bins_[index];
+    for (;; Widen()) {
+        const std::int64_t index = Quotient(place, width_);
+        Bin& bin = bins_[index];
+        if (Length() <= kMostBins) {
+            last_ = __builtin_mul_overflow(index, width_, &lastBegin_) ? nullptr : &bin;
+            return bin;
+        }
     }
-    lastIndex_ = index;
-    return *last_;
 }
 
 void Timeline::Settle()

@@ -75,8 +75,8 @@ private:
 
     std::int64_t width_ = 1;
     std::map<std::int64_t, Bin> bins_;
-    Bin* last_ = nullptr;
-    std::int64_t lastIndex_ = 0;
+    Bin* last_ = nullptr;  // the one that At has given
+    std::int64_t lastBegin_ = 0;
 };
 
 }  // namespace Corvane::FileTool

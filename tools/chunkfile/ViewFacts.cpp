@@ -30,7 +30,11 @@ std::uint64_t SizeClasses::LeastOf(std::uint64_t index, unsigned bits)
 
 void SizeClasses::Add(std::uint64_t size)
 {
-    ++records_[IndexOf(size, kFinest)];
+    if (last_ == nullptr || size != lastSize_) {
+        last_ = &records_[IndexOf(size, kFinest)];
+        lastSize_ = size;
+    }
+    ++*last_;
     least_ = std::min(least_, size);
     most_ = std::max(most_, size);
 }
@@ -63,15 +67,15 @@ void ViewFacts::Add(const FoundRecord& record)
     if (record.standing == Standing::Doubtful) {
         return;
     }
-    const bool found = record.standing == Standing::Found;
+    found_ = record.standing == Standing::Found;
     const auto nanoseconds = Glue::NanosecondsOf(record.chunk.GetTimePoint());
     hasTimes_ = nanoseconds.has_value();
-    Bin& bin = timeline_.At(nanoseconds.value_or(static_cast<std::int64_t>(records_++)));
-    (found ? bin.found : bin.counted).Add({1, record.size});
+    bin_ = &timeline_.At(nanoseconds.value_or(static_cast<std::int64_t>(records_++)));
+    (found_ ? bin_->found : bin_->counted).Add({1, record.size});
     sizes_.Add(record.size);
     expected_ = 0;
-    Glue::VisitFields(record.chunk,
-                      [&](std::string_view name, std::string_view value) { AddField(name, value, found, bin); });
+    // What the function captures fits into it: without memory from the heap for each record.
+    Glue::VisitFields(record.chunk, [this](std::string_view name, std::string_view value) { AddField(name, value); });
 }
 
 void ViewFacts::Finish(const Survey& survey)
@@ -100,13 +104,13 @@ FieldFacts* ViewFacts::FieldOf(std::string_view name)
     return &fields_.back();
 }
 
-void ViewFacts::AddField(std::string_view name, std::string_view value, bool found, Bin& bin)
+void ViewFacts::AddField(std::string_view name, std::string_view value)
 {
     FieldFacts* const field = FieldOf(name);
     if (field == nullptr) {
         return;
     }
-    ++(found ? field->found : field->records);
+    ++(found_ ? field->found : field->records);
     const auto number = NumberIn(value);
     if (!number) {
         return;
@@ -115,8 +119,8 @@ void ViewFacts::AddField(std::string_view name, std::string_view value, bool fou
         field->band = bands_++;
     }
     if (field->band != SIZE_MAX) {
-        bin.bands.resize(std::max(bin.bands.size(), field->band + 1));
-        bin.bands[field->band].Add(*number, value);
+        bin_->bands.resize(std::max(bin_->bands.size(), field->band + 1));
+        bin_->bands[field->band].Add(*number, value);
         field->all.Add(*number, value);
     }
 }

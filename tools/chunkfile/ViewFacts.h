@@ -34,6 +34,8 @@ private:
     static std::uint64_t LeastOf(std::uint64_t index, unsigned bits);
 
     std::map<std::uint64_t, std::uint64_t> records_;  // by the index of the finest class
+    std::uint64_t* last_ = nullptr;                   // of lastSize_
+    std::uint64_t lastSize_ = 0;
     std::uint64_t least_ = UINT64_MAX;
     std::uint64_t most_ = 0;
 };
@@ -67,13 +69,15 @@ public:
 
 private:
     FieldFacts* FieldOf(std::string_view name);
-    void AddField(std::string_view name, std::string_view value, bool found, Bin& bin);
+    void AddField(std::string_view name, std::string_view value);
 
     ByteMap map_;
     Timeline timeline_;
     SizeClasses sizes_;
     std::deque<FieldFacts> fields_;
     std::map<std::string, std::size_t, std::less<>> places_;  // of names in fields_
+    Bin* bin_ = nullptr;                                      // of the present record
+    bool found_ = false;                                      // it lies after damage
     std::size_t expected_ = 0;  // the field that comes next if this record is like the one before
     std::size_t bands_ = 0;
     std::uint64_t records_ = 0;
