@@ -1,5 +1,6 @@
 // What check finds in a file: each code, and which records after damage count as the file's.
 #include "chunkfile/Findings.h"
+#include "chunkfile/ViewFacts.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -13,6 +14,7 @@
 
 namespace {
 
+using Corvane::FileTool::ByteKind;
 using Corvane::FileTool::Finding;
 using Corvane::FileTool::FindingsOf;
 using Corvane::FileTool::FoundRecord;
@@ -237,6 +239,28 @@ TEST_F(Unreadable, BytesInTheFillLeaveAllRecords)
     EXPECT_EQ(survey.unreadable[0].begin, 122'880U);
     EXPECT_EQ(survey.unreadable[0].end, 126'976U);
     EXPECT_EQ(VerdictOf(FindingsOf(survey), survey), Verdict::Unreadable);
+}
+
+TEST_F(Unreadable, BytesAreAPartOfTheMapOfView)
+{
+    support::WriteFile(path_, File());
+    const BadBlock bad(45'056, 49'152);
+    const Input input(path_);
+    Corvane::FileTool::ViewFacts facts(input);
+    Corvane::FileTool::SurveyOptions options;
+    options.visit = [&facts](const Corvane::FileTool::FoundRecord& record) { return facts.Add(record), true; };
+    facts.Finish(SurveyOf(input, options));
+    std::uint64_t at = 0;
+    std::uint64_t sum = 0;
+    for (const auto& [bytes, kind] : facts.Map().Parts()) {
+        EXPECT_EQ(bytes.begin, at);
+        at = bytes.end;
+        sum += kind == ByteKind::Unreadable ? at - bytes.begin : 0;
+    }
+    EXPECT_EQ(at, input.Size());
+    EXPECT_EQ(sum, 4096U);
+    EXPECT_EQ(facts.Map().Sum(ByteKind::Unreadable), sum);
+    EXPECT_EQ(facts.Map().KindOf(45'056 / facts.Map().CellSize()), ByteKind::Unreadable);
 }
 
 TEST_F(Unreadable, HeaderIsAnError)

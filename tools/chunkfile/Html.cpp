@@ -92,6 +92,16 @@ std::string Text(std::string_view bytes)
     return bytes.empty() ? html : html.append("… and ").append(Bytes(bytes.size())).append(" more");
 }
 
+std::string Path(std::string_view path)
+{
+    std::string html;
+    for (const char character : Text(path)) {
+        html += character;
+        html += character == '/' ? "<wbr/>" : "";
+    }
+    return html;
+}
+
 std::string Prose(std::string_view text)
 {
     std::string html;

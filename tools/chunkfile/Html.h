@@ -15,6 +15,9 @@ namespace Corvane::FileTool::Html {
 std::string Text(std::string_view bytes);
 constexpr std::size_t kMostCharacters = 120;
 
+/// The same for a path, which can be broken into lines after each `/`.
+std::string Path(std::string_view path);
+
 /// The same for sentences of this program, as long as they are. Digits of long numbers stand in groups.
 std::string Prose(std::string_view text);
 

@@ -60,9 +60,12 @@ private:
 
     bool Digits()
     {
-        const std::size_t before = rest_.size();
-        rest_.remove_prefix(std::min(rest_.find_first_not_of("0123456789"), rest_.size()));
-        return rest_.size() != before;
+        std::size_t digits = 0;  // a search for one of ten characters would take ten steps for each
+        while (digits < rest_.size() && rest_[digits] >= '0' && rest_[digits] <= '9') {
+            ++digits;
+        }
+        rest_.remove_prefix(digits);
+        return digits != 0;
     }
 
     bool Number()

@@ -1,13 +1,14 @@
 // chunkfile view: one page that shows a file.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "chunkfile/Interrupts.h"
 #include "chunkfile/OutputName.h"
@@ -26,10 +27,10 @@ namespace {
 // A file beside the page. It goes away unless it becomes the page.
 class FreshFile {
 public:
-    explicit FreshFile(std::string page) : page_(std::move(page)), name_(page_ + ".XXXXXX")
+    explicit FreshFile(std::string page)
+        : page_(std::move(page)), name_(page_ + ".XXXXXX"), fd_(::mkostemp(name_.data(), O_CLOEXEC))
     {
-        const int fd = ::mkostemp(name_.data(), O_CLOEXEC);
-        if (fd == -1 || (file_ = ::fdopen(fd, "w")) == nullptr) {
+        if (fd_ == -1) {
             Fail(page_, "create a file beside it");
         }
     }
@@ -37,27 +38,31 @@ public:
     FreshFile& operator=(const FreshFile&) = delete;
     ~FreshFile()
     {
-        std::fclose(file_);
+        ::close(fd_);
         if (!name_.empty()) {
-            ::unlink(name_.c_str());
+            ::unlinkat(AT_FDCWD, name_.c_str(), 0);
         }
     }
 
-    void Write(const std::string& text)
+    void Write(std::string_view text) const
     {
+        while (!text.empty()) {
+            const ssize_t written = ::write(fd_, text.data(), text.size());
+            if (written == -1 && errno != EINTR) {
+                Fail(page_, "write");
+            }
+            text.remove_prefix(written == -1 ? 0 : static_cast<std::size_t>(written));
+        }
         const mode_t mask = ::umask(0);
         ::umask(mask);
-        if (std::fwrite(text.data(), 1, text.size(), file_) != text.size() || std::fflush(file_) != 0) {
-            Fail(page_, "write");
-        }
-        if (::fchmod(::fileno(file_), 0666 & ~mask) == -1 || ::fsync(::fileno(file_)) == -1) {
+        if (::fchmod(fd_, 0666 & ~mask) == -1 || ::fsync(fd_) == -1) {
             Fail(page_, "sync");
         }
     }
 
     void Rename()
     {
-        if (::rename(name_.c_str(), page_.c_str()) == -1) {
+        if (::renameat(AT_FDCWD, name_.c_str(), AT_FDCWD, page_.c_str()) == -1) {
             Fail(page_, "rename");
         }
         name_.clear();
@@ -66,7 +71,7 @@ public:
 private:
     std::string page_;
     std::string name_;
-    std::FILE* file_ = nullptr;
+    int fd_;
 };
 
 void WritePage(const std::string& page, const Options& options)

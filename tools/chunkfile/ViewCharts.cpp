@@ -113,9 +113,8 @@ std::string Map(const std::string& title, const ByteMap& map)
 {
     const std::uint64_t cells = map.Cells();
     const std::uint64_t lines = (cells + kCellsOfLine - 1) / kCellsOfLine;
-    const std::uint64_t width = std::min(std::max<std::uint64_t>(cells, 1), kCellsOfLine);
     std::string labels;
-    std::string html = Begin(title, width * 10, lines * 10);
+    std::string html = Begin(title, kCellsOfLine * 10, lines * 10);
     for (std::uint64_t cell = 0; cell < cells;) {
         const std::uint64_t lineEnd = std::min(cells, cell - cell % kCellsOfLine + kCellsOfLine);
         const ByteKind kind = map.KindOf(cell);

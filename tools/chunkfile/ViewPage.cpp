@@ -46,6 +46,9 @@ std::string LeadOf(const Checked& checked)
         case Verdict::Damaged:
             break;
     }
+    if (survey.damage == Damage::ShortFile) {
+        return "The file has no whole header.";
+    }
     return std::to_string(survey.end.records) + " of " + Records(survey.count) + " can be read, up to byte " +
            std::to_string(survey.end.position) + "." +
            (survey.found == 0 ? "" : " After the damage, " + std::to_string(survey.found) + " more are this file's.");
@@ -83,7 +86,7 @@ std::string KeyFigures(const Checked& checked, const std::vector<Line>& lines)
 std::string Header(const Checked& checked, const std::vector<Line>& lines)
 {
     const std::string verdict(NameOf(checked.verdict));
-    return "<header><h1><bdi>" + Html::Text(checked.file) + "</bdi></h1>\n<p><span class=\"verdict " + verdict +
+    return "<header><h1><bdi>" + Html::Path(checked.file) + "</bdi></h1>\n<p><span class=\"verdict " + verdict +
            "\" id=\"verdict\">" + verdict + "</span></p>\n<p class=\"lead\">" + Prose(LeadOf(checked)) +
            "</p></header>\n" + KeyFigures(checked, lines);
 }
@@ -159,7 +162,8 @@ std::string SizesSection(const ViewFacts& facts)
     std::vector<Charts::Tick> ticks;
     const std::size_t step = (classes.size() + 3) / 4;
     for (std::size_t i = 0; i < classes.size(); i += step) {
-        ticks.emplace_back(static_cast<double>(i) / static_cast<double>(classes.size()), Digits(classes[i].least));
+        ticks.emplace_back((static_cast<double>(i) + 0.5) / static_cast<double>(classes.size()),
+                           Digits(classes[i].least));
     }
     return Section("sizes", "Sizes of records",
                    "<figure><figcaption>Number of records by size in bytes; the axis is logarithmic</figcaption>" +

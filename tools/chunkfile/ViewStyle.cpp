@@ -64,6 +64,7 @@ figcaption .swatch { margin-left: 1rem; }
 .plot { position: relative; height: 9rem; margin: .8rem 0 0 4.6rem; }
 .plot.band { height: 6.5rem; margin: .3rem 0 0; }
 .band + .axis { margin-left: 0; }
+.band + .axis span:nth-child(even):not(.last) { display: none; }
 .limit { margin-top: .5rem; font-size: .8125rem; line-height: 1.2; overflow-wrap: anywhere; }
 .axis + .limit { margin-top: 0; }
 .plot rect { fill: transparent; }
