@@ -59,8 +59,9 @@ def make_database(lines, path):
 def main():
     build, folder = sys.argv[1:3]
     size = int(sys.argv[3] if len(sys.argv) > 3 else 256) << 20
-    tool, writer, walker = (os.path.join(build, *path) for path in (
-        ('tools', 'chunkfile'), ('tools', 'benchmark', 'write_file'), ('tools', 'benchmark', 'walk_file')))
+    tool, writer, walker, importer = (os.path.join(build, *path) for path in (
+        ('tools', 'chunkfile'), ('tools', 'benchmark', 'write_file'), ('tools', 'benchmark', 'walk_file'),
+        ('tools', 'benchmark', 'import_lines')))
     files = {s: os.path.join(folder, f'tool_benchmark_{s}') for s in (64, 1024, 65536)}
     lines, database, copy = files[1024] + '.ndjson', files[1024] + '.db', files[1024] + '.copy'
     page = files[1024] + '.html'
@@ -80,6 +81,8 @@ def main():
                              'recover': f'rm -f {copy}; {tool} recover -q {path} -o {copy}'}
             if record == 1024:
                 commands |= {'cat as NDJSON': f'{tool} cat {path}', 'jq -c .': f'jq -c . {lines}',
+                             'import of NDJSON': f'rm -f {copy}; {tool} import -q {lines} -o {copy}',
+                             'simdjson, appends, sync': f'rm -f {copy}; {importer} {lines} {copy}',
                              'SQLite integrity_check': f"sqlite3 {database} 'pragma integrity_check'",
                              'SQLite -json': f"sqlite3 -json {database} 'select * from chunks'"}
             seconds = measure(commands)
@@ -93,6 +96,7 @@ def main():
             if record == 1024:
                 good &= report(what, seconds, 'cat as NDJSON', 'check', 4)
                 good &= report(what, seconds, 'cat as NDJSON', 'jq -c .', 0.1)
+                good &= report(what, seconds, 'import of NDJSON', 'simdjson, appends, sync', 1.5)
                 report(what, seconds, 'check', 'SQLite integrity_check', None)
                 report(what, seconds, 'cat as NDJSON', 'SQLite -json', None)
     finally:
