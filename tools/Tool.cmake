@@ -30,6 +30,7 @@ set(CORVANE_FILE_TOOL_SOURCES
   ParseNumber
   ParseTimes
   Parser
+  PartWriter
   Plan
   Recover
   Reopening

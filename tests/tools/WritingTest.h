@@ -32,7 +32,7 @@ protected:
         Corvane::FileTool::Terminal terminal(options_);
         try {
             return command(options_, terminal);
-        } catch (const std::runtime_error&) {
+        } catch (const std::exception&) {
             return Exit::CouldNot;
         }
     }
