@@ -1,6 +1,7 @@
 #include "chunkfile/ViewCharts.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "chunkfile/Html.h"
 
@@ -94,16 +95,18 @@ std::string StepsOf(const std::vector<Span>& spans, double least, double most)
     const double room = most / 2 - least / 2;
     const auto height = [&](double value) { return room > 0 ? 96 - 92 * ((value / 2 - least / 2) / room) : 50; };
     std::string path;
-    for (std::size_t i = 0; i < spans.size();) {
-        std::string back;
-        const std::size_t begin = i;
-        for (; i < spans.size() && spans[i]; ++i) {
-            path += (i == begin ? "M" : "L") + std::to_string(i) + " " + Decimal(height(spans[i]->second)) + "h1";
-            back.insert(0, "L" + std::to_string(i + 1) + " " + Decimal(height(spans[i]->first)) + "h-1");
+    std::string back;
+    const auto close = [&] { path += back.empty() ? "" : std::exchange(back, {}) + "z"; };
+    for (std::size_t i = 0; i < spans.size(); ++i) {
+        const Span& span = spans[i];
+        if (!span) {
+            close();
+            continue;
         }
-        path += i == begin ? "" : back + "z";
-        i += i == begin ? 1 : 0;
+        path += (back.empty() ? "M" : "L") + std::to_string(i) + " " + Decimal(height(span->second)) + "h1";
+        back.insert(0, "L" + std::to_string(i + 1) + " " + Decimal(height(span->first)) + "h-1");
     }
+    close();
     return path;
 }
 
@@ -119,7 +122,8 @@ std::string Map(const std::string& title, const ByteMap& map)
         const std::uint64_t lineEnd = std::min(cells, cell - cell % kCellsOfLine + kCellsOfLine);
         const ByteKind kind = map.KindOf(cell);
         std::uint64_t end = cell + 1;
-        for (; end < lineEnd && map.KindOf(end) == kind; ++end) {
+        while (end < lineEnd && map.KindOf(end) == kind) {
+            ++end;
         }
         if (cell % kCellsOfLine == 0) {
             labels += "<span>" + Html::BytesText(cell * map.CellSize()) + "</span>\n";

@@ -114,8 +114,8 @@ std::string Findings(const Checked& checked)
                 "</span> <code>" + code + "</code> <span>" + Prose(finding.text) + "</span><small>bytes " +
                 Digits(finding.bytes.begin) + " to " + Digits(finding.bytes.end);
         html += finding.record ? ", record " + Digits(*finding.record) : "";
-        html +=
-            finding.time.empty() ? "" : (finding.severity == Severity::Error ? ", after " : ", ") + Prose(finding.time);
+        const char* const when = finding.severity == Severity::Error ? ", after " : ", ";
+        html += finding.time.empty() ? "" : when + Prose(finding.time);
         html += "</small></li>\n";
     }
     return Section("findings", "Findings",

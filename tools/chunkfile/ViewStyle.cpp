@@ -39,12 +39,12 @@ figure { margin: 1rem 0 0; }
 .tag { padding: .05rem .55rem; font-size: .8125rem; }
 .tag.warning { background: var(--k5); }
 .tag.note { background: none; color: var(--soft); box-shadow: inset 0 0 0 1px currentColor; }
-.lead { margin: .7rem 0 0; font-size: 1.125rem; text-wrap: balance; }
+.lead { margin: .7rem 0 0; max-width: none; font-size: 1.125rem; text-wrap: balance; }
 .key { display: grid; grid-template-columns: repeat(auto-fit, minmax(9.5rem, 1fr)); margin: 1.25rem 0 0; overflow: hidden; }
 .key div { padding: .9rem 1.1rem; box-shadow: -1px -1px 0 var(--line); }
 dt { color: var(--soft); font-size: .875rem; }
 dd { margin: 0; }
-.key b { display: block; white-space: nowrap; font-size: 1.5rem; font-weight: 600; line-height: 1.3; }
+.key b { display: block; font-size: 1.5rem; font-weight: 600; line-height: 1.3; }
 .facts { display: grid; grid-template-columns: max-content 1fr; gap: .15rem 1.25rem; margin: .6rem 0 0; }
 .facts dd { overflow-wrap: anywhere; }
 .findings { margin: .6rem 0 0; padding: 0; list-style: none; }
@@ -98,6 +98,7 @@ footer { margin-top: 1.5rem; color: var(--soft); font-size: .8125rem; }
   .facts { grid-template-columns: 1fr; gap: 0; }
   .facts dd { margin-bottom: .4rem; }
   .key { grid-template-columns: 1fr 1fr; }
+  .key b { font-size: 1.25rem; }
   .key div:last-child:nth-child(odd) { grid-column: 1 / -1; }
 }
 @media print {

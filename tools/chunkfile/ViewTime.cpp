@@ -117,6 +117,14 @@ std::string Caption(const std::string& text)
     return "<figcaption>" + text + "</figcaption>\n";
 }
 
+// Of the two colours, if there are two.
+std::string LegendOf(const std::vector<Html::Row>& rows)
+{
+    const bool found = std::any_of(rows.begin(), rows.end(), [](const Html::Row& row) { return row[3] != "0"; });
+    return found ? Charts::Swatch(ByteKind::Records) + "counted" + Charts::Swatch(ByteKind::Found) + "after damage"
+                 : "";
+}
+
 }  // namespace
 
 std::string TimeSection(const ViewFacts& facts)
@@ -137,12 +145,9 @@ std::string TimeSection(const ViewFacts& facts)
     }
     const bool times = facts.HasTimes();
     const std::string over = times ? " over time" : " in the order of the file";
-    const bool found = std::any_of(rows.begin(), rows.end(), [](const Html::Row& row) { return row[3] != "0"; });
-    const std::string legend =
-        found ? Charts::Swatch(ByteKind::Records) + "counted " + Charts::Swatch(ByteKind::Found) + "after damage" : "";
     const std::string each = "Each column is " + axis.WidthText() + (times ? ", in UTC." : ".");
     return "<section id=\"time\"><h2>Records and bytes" + over + "</h2>\n<p class=\"soft\">" + each + "</p>\n<figure>" +
-           Caption("Records " + legend) + Charts::Columns("Records" + over, records, axis.Ticks(), false) +
+           Caption("Records" + LegendOf(rows)) + Charts::Columns("Records" + over, records, axis.Ticks(), false) +
            Caption("Bytes") + Charts::Columns("Bytes of records" + over, bytes, axis.Ticks(), true) +
            Html::Table("Numbers of records and bytes",
                        {axis.Name(), "records", "bytes", "after damage", "bytes after damage"}, rows) +
