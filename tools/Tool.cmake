@@ -21,6 +21,7 @@ set(CORVANE_FILE_TOOL_SOURCES
   Input
   Interrupts
   Json
+  JsonDocument
   JsonGrammar
   JsonRow
   JsonRows

@@ -135,6 +135,12 @@ class Ndjson(ImportTest):
         many = ",".join('"%d":1' % i for i in range(1000))
         self.assertTrue(self.refused('{%s,"7":2}' % many).endswith("a second field of the name 7"))
 
+    def test_an_empty_name_is_one_too(self):
+        row = '{"time":"2027-01-15","a":1,"":2}\n'
+        self.assertEqual(self.fields(row, "--drop-time"), [{"a": "1", "": "2"}])
+        self.assertEqual(self.refused(row + '{"a":1,"":2,"":3}\n', "--drop-time"),
+                         "line 2, column 13: a second field of the name ")
+
     def test_rows_may_change_their_members(self):
         rows = [{"time": time_text(BEGIN + i), **{str(n): n for n in names}}
                 for i, names in enumerate(([1, 2, 3], [1, 2], [], [3, 2, 1], range(40), [5], range(39, 0, -1), [1, 2, 3]))]

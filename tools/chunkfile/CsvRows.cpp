@@ -118,7 +118,11 @@ void CsvRows::TakeNames()
     }
     names_ = cells_;
     std::for_each(names_.begin(), names_.end(), DecodeBase64Mark);
-    if (const std::size_t second = Duplicate({names_.begin(), names_.end()}); second != names_.size()) {
+    Glue::Fields fields;
+    for (const std::string& name : names_) {
+        fields.emplace_back(name, "");
+    }
+    if (const std::size_t second = Duplicate(fields); second != names_.size()) {
         Refuse(begins_[second], "a second column of the name " + names_[second]);
     }
 }

@@ -75,6 +75,16 @@ bool LooksLikeBytes(std::string_view json)
     return json.starts_with("{\"") && (name == "base64" || name.find('\\') != std::string_view::npos);
 }
 
+void DecodeBetween(std::string& text, std::string_view begin, std::string_view end)
+{
+    if (text.size() >= begin.size() + end.size() && text.starts_with(begin) && text.ends_with(end)) {
+        const std::string_view digits = text;
+        if (auto bytes = FromBase64(digits.substr(begin.size(), text.size() - begin.size() - end.size()))) {
+            text = std::move(*bytes);
+        }
+    }
+}
+
 }  // namespace
 
 void AppendJsonName(std::string& line, std::string_view name)
@@ -152,11 +162,12 @@ std::optional<std::string> FromBase64(std::string_view text)
 
 void DecodeBase64Mark(std::string& text)
 {
-    if (text.starts_with(kBase64Mark)) {
-        if (auto bytes = FromBase64(std::string_view(text).substr(kBase64Mark.size()))) {
-            text = std::move(*bytes);
-        }
-    }
+    DecodeBetween(text, kBase64Mark, "");
+}
+
+void DecodeBase64Object(std::string& text)
+{
+    DecodeBetween(text, R"({"base64":")", R"("})");
 }
 
 JsonDocument& JsonDocument::Open(char bracket, std::string_view name)

@@ -42,8 +42,11 @@ std::string TextOrBase64(std::string_view bytes);
 /// The bytes of base64 as the functions above write it: with padding, in one way only. Nothing for another text.
 std::optional<std::string> FromBase64(std::string_view text);
 
-/// Turns `base64:` and base64 into the bytes. Leaves another text alone.
+/// Turns `base64:...`, or the compact object `{"base64":"..."}`, into the bytes. Leaves another text alone.
+///@{
 void DecodeBase64Mark(std::string& text);
+void DecodeBase64Object(std::string& text);
+///@}
 
 /// Builds a JSON document in one line. The caller opens and closes in an order that makes sense; commas are this
 /// class's. Texts that are not UTF-8 become TextOrBase64.

@@ -3,8 +3,6 @@
 
 #include <simdjson.h>
 
-#include <algorithm>
-
 #include "chunkfile/Json.h"
 
 namespace Corvane::FileTool {
@@ -15,13 +13,13 @@ namespace {
 
 constexpr std::string_view kBase64Mark = "base64:";
 constexpr std::string_view kSpace = " \t\r\n";
-constexpr const char* kNotCat = "not a line of cat, as the first row is";
 
 static_assert(TextStream::kPadding >= simdjson::SIMDJSON_PADDING);
 
-struct Refused {
-    const char* reason;
-};
+simdjson::simdjson_error NotJson()
+{
+    return simdjson::simdjson_error(simdjson::TAPE_ERROR);
+}
 
 std::string_view WithoutSpace(std::string_view token)
 {
@@ -31,27 +29,19 @@ std::string_view WithoutSpace(std::string_view token)
 // simdjson finds where an object or array ends. The grammar finds whether it is JSON in between.
 void TakeNested(std::string_view json, std::string& bytes)
 {
-    constexpr std::string_view begin = R"({"base64":")";
-    constexpr std::string_view end = R"("})";
     if (IsCompactJson(json)) {
         bytes = json;
     } else if (FaultOf(json, kMostNesting)) {
-        throw Refused{"not JSON"};
+        throw NotJson();
     } else {
         std::size_t size = 0;
         bytes.resize(json.size() + simdjson::SIMDJSON_PADDING);
         if (simdjson::minify(json.data(), json.size(), bytes.data(), size) != simdjson::SUCCESS) {
-            throw Refused{"not JSON"};
+            throw NotJson();
         }
         bytes.resize(size);
     }
-    if (bytes.starts_with(begin) && bytes.ends_with(end)) {
-        const std::string_view text =
-            std::string_view(bytes).substr(begin.size(), bytes.size() - begin.size() - end.size());
-        if (auto decoded = FromBase64(text)) {
-            bytes = std::move(*decoded);
-        }
-    }
+    DecodeBase64Object(bytes);
 }
 
 void TakeValue(ondemand::value value, std::string& bytes)
@@ -71,7 +61,7 @@ void TakeValue(ondemand::value value, std::string& bytes)
             }
             return;
         default:
-            bytes = IsCompactJson(token) ? token : throw Refused{"not JSON"};
+            bytes = IsCompactJson(token) ? token : throw NotJson();
     }
 }
 
@@ -84,14 +74,14 @@ ondemand::value MemberOf(ondemand::value value, const std::string& name)
                 return element.value();
             }
         }
-        throw Refused{"no such element"};
+        throw NotJson();
     }
     for (auto field : value.get_object()) {
         if (field.unescaped_key().value() == name) {
             return field.value();
         }
     }
-    throw Refused{"no such member"};
+    throw NotJson();
 }
 
 }  // namespace
@@ -129,24 +119,24 @@ private:
             ondemand::document document = parser_.iterate(text.data(), text.size(), text.size() + TextStream::kPadding);
             take(document.get_object());
             if (document.current_location().error() != simdjson::OUT_OF_BOUNDS) {  // something follows
-                throw Refused{"not JSON"};
+                throw NotJson();
             }
-        } catch (const Refused& refused) {
-            Explain(refused.reason);
         } catch (const simdjson::simdjson_error& error) {
             Explain(error.what());
         }
     }
 
     // simdjson does not say where. The grammar does.
-    [[noreturn]] void Explain(const char* reason)
+    [[noreturn]] void Explain(const char* reason) const
     {
-        known_ = 0;
         if (const auto fault = FaultOf(text_, kMostNesting + 1)) {
             throw BadText(fault->position, fault->reason);
         }
         const std::size_t begin = text_.find_first_not_of(kSpace);
-        throw BadText(begin, text_[begin] == '{' ? reason : "a row is an object");
+        if (text_[begin] != '{') {
+            throw BadText(begin, "a row is an object");
+        }
+        throw BadText(begin, form_ == Form::Cat ? "not a line of cat, as the first row is" : reason);
     }
 
     bool IsCatLine(const Glue::Fields& fields) const
@@ -170,22 +160,22 @@ private:
                 TakeFields(value.get_object(), row.fields);
                 hasFields = true;
             } else {
-                throw Refused{kNotCat};
+                throw NotJson();
             }
         }
         if (!row.time || !hasFields) {
-            throw Refused{kNotCat};
+            throw NotJson();
         }
     }
 
     void TakeFields(ondemand::object object, Glue::Fields& fields)
     {
         members_.clear();
-        areKnown_ = true;
         for (auto field : object) {
             const std::size_t index = members_.size();
             if (index == fields.size()) {
                 fields.emplace_back();
+                hasNewNames_ = true;
             }
             members_.push_back({field.key().value().raw(), '\0'});
             TakeName(field.unescaped_key(), fields[index].first);
@@ -194,22 +184,21 @@ private:
             TakeValue(value, fields[index].second);
         }
         fields.resize(members_.size());
-        if (areKnown_ && fields.size() <= known_) {
-            return;
+        if (hasNewNames_) {
+            CheckNames(fields);
         }
-        std::vector<std::string_view> names;
-        for (const auto& [name, value] : fields) {
-            names.emplace_back(name);
-        }
-        if (const std::size_t second = Duplicate(names); second != fields.size()) {
-            known_ = 0;
+    }
+
+    void CheckNames(const Glue::Fields& fields)
+    {
+        if (const std::size_t second = Duplicate(fields); second != fields.size()) {
             throw BadText(static_cast<std::size_t>(members_[second].name - text_.data()) - 1,
                           "a second field of the name " + fields[second].first);
         }
-        known_ = fields.size();
+        hasNewNames_ = false;
     }
 
-    // Leaves a name alone that the last row had there: it is a known one.
+    // Leaves a name alone that the last row had there.
     void TakeName(std::string_view name, std::string& into)
     {
         if (name.starts_with(kBase64Mark)) {
@@ -219,7 +208,7 @@ private:
         }
         if (into != name) {
             into = name;
-            areKnown_ = false;
+            hasNewNames_ = true;
         }
     }
 
@@ -227,8 +216,7 @@ private:
     Form form_;
     std::string_view text_;
     std::vector<Member> members_;  // of this row
-    std::size_t known_ = 0;        // this many first names of the last row differ from each other
-    bool areKnown_ = false;        // this row has the same
+    bool hasNewNames_ = true;      // since names were last found to differ from each other
     std::string decoded_;
 };
 
@@ -255,8 +243,6 @@ std::optional<std::string> JsonAt(const std::string& json, std::span<const std::
         TakeValue(value, bytes);
         return bytes;
     } catch (const simdjson::simdjson_error&) {
-        return {};
-    } catch (const Refused&) {
         return {};
     }
 }

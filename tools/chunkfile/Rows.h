@@ -62,8 +62,8 @@ std::unique_ptr<RowReader> ReadJson(TextStream& stream, const std::string& point
 /// RFC 4180 with a line of names. A line ends with LF or CRLF. Throws BadRow if the names are wrong.
 std::unique_ptr<RowReader> ReadCsv(TextStream& stream);
 
-/// The second of two equal names; the number of names if all differ.
-std::size_t Duplicate(const std::vector<std::string_view>& names);
+/// The second of two fields of the same name; their number if all names differ.
+std::size_t Duplicate(const Glue::Fields& fields);
 
 /// The tokens of a JSON pointer: `/a/b`. Nothing if the text is none.
 std::optional<std::vector<std::string>> PointerTokens(std::string_view pointer);
