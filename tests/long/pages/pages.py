@@ -104,7 +104,7 @@ class Pages(view_test.Numbers):
         self.expect_the_numbers_of_check_and_info("damaged.chunks", self.program)
         if PICTURE:
             self.page(self.path("page.html"), 1000)
-            self.browser.screenshot(PICTURE, height=1130)
+            self.browser.screenshot(PICTURE, height=1072)
 
     def test_hostile_names_run_nothing(self):
         names = [b"<script>document.title = 1</script>", b'"><img src=x onerror="document.title = 1">', b"</title></style>",
