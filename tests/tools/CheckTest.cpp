@@ -239,6 +239,7 @@ TEST_F(ToolProgram, MemoryIsBounded)
     }
     file.close();
     EXPECT_EQ(CodeOf("$CHUNKFILE check large"), 0);
+    EXPECT_EQ(CodeOf("$CHUNKFILE view large -o page"), 0);
     rusage after = {};
     ::getrusage(RUSAGE_CHILDREN, &after);
     EXPECT_LT(after.ru_maxrss, (32 << 10) + 9'000'000 / 1024);  // KiB
