@@ -76,10 +76,12 @@ std::optional<double> NumberIn(std::string_view text)
 void Band::Add(double value, std::string_view text)
 {
     if (numbers == 0 || Compare(value, text, least) < 0) {
-        least = {value, std::string(text)};
+        least.value = value;
+        least.text.assign(text);
     }
     if (numbers == 0 || Compare(value, text, most) > 0) {
-        most = {value, std::string(text)};
+        most.value = value;
+        most.text.assign(text);
     }
     ++numbers;
 }

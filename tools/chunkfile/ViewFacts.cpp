@@ -99,7 +99,7 @@ FieldFacts* ViewFacts::FieldOf(std::string_view name)
         return nullptr;
     }
     places_.emplace(name, fields_.size());
-    fields_.push_back({std::string(name), 0, 0, 0, SIZE_MAX, {}});
+    fields_.push_back({std::string(name), 0, 0, 0, SIZE_MAX});
     expected_ = fields_.size();
     return &fields_.back();
 }
@@ -121,7 +121,6 @@ void ViewFacts::AddField(std::string_view name, std::string_view value)
     if (field->band != SIZE_MAX) {
         bin_->bands.resize(std::max(bin_->bands.size(), field->band + 1));
         bin_->bands[field->band].Add(*number, value);
-        field->all.Add(*number, value);
     }
 }
 

@@ -47,7 +47,6 @@ struct FieldFacts {
     std::uint64_t found = 0;      ///< after damage
     std::uint64_t numbers = 0;    ///< of both, with a number as value
     std::size_t band = SIZE_MAX;  ///< in Bin::bands; SIZE_MAX if there is none
-    Band all;
 };
 
 /// What `view` draws, gathered from the records as a survey passes them. Memory is bounded, whatever their number.

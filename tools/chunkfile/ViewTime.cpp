@@ -158,11 +158,13 @@ std::string BandOf(const ViewFacts& facts, const FieldFacts& field)
 {
     const Axis axis(facts);
     std::vector<Charts::Span> spans(axis.Length());
+    Band all;
     std::vector<Html::Row> rows;
     for (std::uint64_t place = 0; place < axis.Length(); ++place) {
         const Bin* const bin = axis.At(place);
         if (bin != nullptr && field.band < bin->bands.size() && bin->bands[field.band].numbers != 0) {
             const Band& band = bin->bands[field.band];
+            all.Add(band);
             spans[place] = {band.least.value, band.most.value};
             rows.push_back({axis.NameOf(place), band.least.text, band.most.text, Digits(band.numbers)});
         }
@@ -172,8 +174,7 @@ std::string BandOf(const ViewFacts& facts, const FieldFacts& field)
     return "<article><h3 class=\"mono\">" + name + "</h3><figure>" +
            Caption(Prose(Number(field.numbers, "number", "numbers")) +
                    (others == 0 ? "" : ", " + Prose(Number(others, "other value", "other values")))) +
-           Charts::Band("Least and most of " + Html::Text(field.name), spans, axis.Ticks(), field.all.least,
-                        field.all.most) +
+           Charts::Band("Least and most of " + Html::Text(field.name), spans, axis.Ticks(), all.least, all.most) +
            Html::Table("Numbers of this field", {axis.Name(), "least", "most", "numbers"}, rows) +
            "</figure></article>\n";
 }
