@@ -16,9 +16,10 @@ using namespace Corvane::FileTool;
 
 std::unique_ptr<RowReader> Open(TextStream& stream, Format format, bool catLines)
 {
-    return format == Format::Csv    ? ReadCsv(stream)
-           : format == Format::Json ? ReadJson(stream, "", catLines)
-                                    : ReadNdjson(stream, catLines);
+    if (format == Format::Csv) {
+        return ReadCsv(stream);
+    }
+    return format == Format::Json ? ReadJson(stream, "", catLines) : ReadNdjson(stream, catLines);
 }
 
 std::vector<Row> RowsOf(const std::string& text, Format format, bool catLines)

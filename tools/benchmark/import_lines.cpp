@@ -41,7 +41,7 @@ void Import(const std::string& lines, Corvane::File::DataChunkFileAppender& file
 
 }  // namespace
 
-int main(int count, char** arguments)
+int main(int count, char** arguments)  // NOLINT(bugprone-exception-escape): an exception may end this program
 {
     if (count != 3) {
         std::cerr << "usage: import_lines LINES FILE\n";

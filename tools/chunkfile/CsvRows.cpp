@@ -188,9 +188,13 @@ void CsvRows::TakeQuoted(std::string& cell)
         while ((quote = Rest().find('"')) == std::string_view::npos) {
             cell.append(Rest());
             Pass(Rest());
-            if (!Fetch()) {
-                return stream_.IsCut() ? void() : Refuse(begins_.back(), "this quote is not closed");
+            if (Fetch()) {
+                continue;
             }
+            if (stream_.IsCut()) {
+                return;
+            }
+            Refuse(begins_.back(), "this quote is not closed");
         }
         cell.append(Rest().substr(0, quote));
         Pass(Rest().substr(0, quote + 1));
