@@ -14,14 +14,6 @@ namespace {
 using fuzz::Check;
 using namespace Corvane::FileTool;
 
-std::unique_ptr<RowReader> Open(TextStream& stream, Format format, bool catLines)
-{
-    if (format == Format::Csv) {
-        return ReadCsv(stream);
-    }
-    return format == Format::Json ? ReadJson(stream, "", catLines) : ReadNdjson(stream, catLines);
-}
-
 std::vector<Row> RowsOf(const std::string& text, Format format, bool catLines)
 {
     const fuzz::MemoryFile file(text);
@@ -33,7 +25,7 @@ std::vector<Row> RowsOf(const std::string& text, Format format, bool catLines)
         try {
             if (reader == nullptr) {
                 FormatOf(stream);
-                reader = Open(stream, format, catLines);
+                reader = ReadRows(stream, format, "", catLines);
             }
             if (!reader->Next(row)) {
                 return rows;

@@ -155,7 +155,7 @@ std::uint64_t ByteMap::Cells() const
 
 ByteKind ByteMap::KindOf(std::uint64_t cell) const
 {
-    return static_cast<ByteKind>(std::max(std::bit_width(cells_[cell]), 1) - 1);
+    return static_cast<ByteKind>(std::max<int>(std::bit_width(cells_[cell]), 1) - 1);
 }
 
 std::string_view NameOf(ByteKind kind)

@@ -63,7 +63,10 @@ std::uint64_t DigestOf(std::int64_t time, const Glue::Fields& fields)
 
 const char* NameOf(Format format)
 {
-    return format == Format::Csv ? "CSV" : format == Format::Json ? "JSON" : "NDJSON";
+    if (format == Format::Csv) {
+        return "CSV";
+    }
+    return format == Format::Json ? "JSON" : "NDJSON";
 }
 
 class RowChunks : public ChunkSource {
@@ -140,10 +143,7 @@ void RowChunks::Open()
         } else if (options_.import.rows) {
             format_ = Format::Json;
         }
-        const bool catLines = !options_.import.time;
-        reader_ = format_ == Format::Csv    ? ReadCsv(*stream_)
-                  : format_ == Format::Json ? ReadJson(*stream_, options_.import.rows.value_or(""), catLines)
-                                            : ReadNdjson(*stream_, catLines);
+        reader_ = ReadRows(*stream_, format_, options_.import.rows.value_or(""), !options_.import.time.has_value());
     } catch (const BadRow& bad) {
         throw std::runtime_error(TextOf(bad));
     } catch (const std::runtime_error& error) {
@@ -224,8 +224,8 @@ void CheckOptions(const Options& options)
     if (options.import.rows && options.format != Format::Table && options.format != Format::Json) {
         throw std::invalid_argument("--rows has a meaning for --format json only");
     }
-    if (!PointerTokens(options.import.rows.value_or(""))) {
-        throw std::invalid_argument("--rows: " + *options.import.rows + " is no JSON pointer");
+    if (const std::string pointer = options.import.rows.value_or(""); !PointerTokens(pointer)) {
+        throw std::invalid_argument("--rows: " + pointer + " is no JSON pointer");
     }
 }
 

@@ -49,9 +49,11 @@ void TakeValue(ondemand::value value, std::string& bytes)
     const std::string_view token = WithoutSpace(value.raw_json_token());
     switch (token.front()) {
         case '{':
-            return TakeNested(WithoutSpace(value.get_object().value().raw_json()), bytes);
+            TakeNested(WithoutSpace(value.get_object().value().raw_json()), bytes);
+            return;
         case '[':
-            return TakeNested(WithoutSpace(value.get_array().value().raw_json()), bytes);
+            TakeNested(WithoutSpace(value.get_array().value().raw_json()), bytes);
+            return;
         case '"':
             if (token.find('\\') == std::string_view::npos && token.size() >= 2 && token.back() == '"') {
                 value.get_raw_json_string().value();  // goes on: a string that is left alone could be taken for a name

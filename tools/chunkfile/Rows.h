@@ -62,6 +62,15 @@ std::unique_ptr<RowReader> ReadJson(TextStream& stream, const std::string& point
 /// RFC 4180 with a line of names. A line ends with LF or CRLF. Throws BadRow if the names are wrong.
 std::unique_ptr<RowReader> ReadCsv(TextStream& stream);
 
+/// One of these.
+inline std::unique_ptr<RowReader> ReadRows(TextStream& stream, Format format, const std::string& pointer, bool catLines)
+{
+    if (format == Format::Csv) {
+        return ReadCsv(stream);
+    }
+    return format == Format::Json ? ReadJson(stream, pointer, catLines) : ReadNdjson(stream, catLines);
+}
+
 /// The second of two fields of the same name; their number if all names differ.
 std::size_t Duplicate(const Glue::Fields& fields);
 
