@@ -30,7 +30,7 @@ std::vector<std::string> WordsOf(int count, char** arguments)
     return words;
 }
 
-std::string Shown(std::string word)
+std::string Shown(const std::string& word)
 {
     return word.starts_with('\0') ? word.substr(1) : word;
 }

@@ -33,23 +33,23 @@ void Plan::Decide()
     if (ascends_) {
         return;
     }
-    SortByTime();
+    std::vector<std::uint64_t>& order = SortByTime();
     const auto isBefore = [this](std::uint64_t left, std::uint64_t right) {
         return records_[left].time < records_[right].time;
     };
     std::vector<bool> dropped(records_.size());
     std::uint64_t copies = 0;
-    const std::uint64_t* const last = order_->data() + order_->size();
-    for (const std::uint64_t* begin = order_->data(); begin != last;) {
+    const std::uint64_t* const last = order.data() + order.size();
+    for (const std::uint64_t* begin = order.data(); begin != last;) {
         const std::uint64_t* const end =
             std::find_if(begin, last, [&](auto record) { return isBefore(*begin, record); });
         copies += end - begin > 1 ? DropCopies(begin, end, dropped) : 0;
         begin = end;
     }
     if (!options_.sort) {
-        std::iota(order_->begin(), order_->end(), std::uint64_t{0});
+        std::iota(order.begin(), order.end(), std::uint64_t{0});
     }
-    std::erase_if(*order_, [&](std::uint64_t record) { return dropped[record]; });
+    std::erase_if(order, [&](std::uint64_t record) { return dropped[record]; });
     if (copies != 0) {
         Say(terminal_, options_, options_.output,
             Records(copies) + " left out: equal to an earlier one, byte for byte");
@@ -57,14 +57,15 @@ void Plan::Decide()
 }
 
 // Records of one time stay in their order.
-void Plan::SortByTime()
+std::vector<std::uint64_t>& Plan::SortByTime()
 {
-    order_.emplace(records_.size());
-    std::iota(order_->begin(), order_->end(), std::uint64_t{0});
-    std::sort(order_->begin(), order_->end(), [this](std::uint64_t left, std::uint64_t right) {
+    std::vector<std::uint64_t>& order = order_.emplace(records_.size());
+    std::iota(order.begin(), order.end(), std::uint64_t{0});
+    std::sort(order.begin(), order.end(), [this](std::uint64_t left, std::uint64_t right) {
         const bool isBefore = records_[left].time < records_[right].time;
         return isBefore || (left < right && !(records_[right].time < records_[left].time));
     });
+    return order;
 }
 
 // The records share their time. Of those with the same hash, only the first is compared, because hostile ones would
@@ -158,7 +159,7 @@ Glue::Fields Plan::Chosen(const DataChunk& chunk) const
 void Plan::Compare(const WrittenRecord& written)
 {
     terminal_.Progress(options_.output, given_ + compared_++, 2 * Size());
-    if (written.position == File::kHeaderSize) {
+    if (!fresh_ || written.position == File::kHeaderSize) {
         fresh_.emplace(written.file);
     }
     const std::uint64_t record = Which(written.number);

@@ -38,7 +38,7 @@ public:
 
     const Pellin::DataChunk* Next() override;
     std::string Where() override;
-    void Compare(const WrittenRecord& record) override;
+    void Compare(const WrittenRecord& written) override;
     void Confirm() override;
     bool HasDistinctTimes() const override { return ascends_; }
 
@@ -74,7 +74,7 @@ private:
     Glue::Fields Chosen(const Pellin::DataChunk& chunk) const;
     bool HasItsFields(const WrittenRecord& written, std::uint64_t record);
 
-    void SortByTime();
+    std::vector<std::uint64_t>& SortByTime();
     std::uint64_t DropCopies(const std::uint64_t* begin, const std::uint64_t* end, std::vector<bool>& dropped);
 
     const Options& options_;

@@ -29,7 +29,7 @@ RowTimes::RowTimes(const Options& options)
       now_(std::numeric_limits<std::int64_t>::min())
 {
     if (tokens_.empty()) {
-        throw std::invalid_argument("--time: " + *options_.time + " is no JSON pointer");
+        throw std::invalid_argument("--time: " + options_.time.value_or("") + " is no JSON pointer");
     }
     if (options_.dropTime && tokens_.size() > 1) {
         throw std::invalid_argument("--drop-time needs a time that is a field of its own");

@@ -17,7 +17,7 @@ namespace Corvane::FileTool {
 
 namespace {
 
-constexpr std::size_t kBlock = 64 * 1024;
+constexpr std::size_t kBlock = 65536;
 constexpr int kPatience = 200;  // milliseconds
 
 [[noreturn]] void ThrowReason()
