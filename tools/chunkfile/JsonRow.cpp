@@ -11,9 +11,7 @@ namespace ondemand = simdjson::ondemand;
 
 namespace {
 
-constexpr std::string_view kBase64Mark = "base64:";
 constexpr std::string_view kSpace = " \t\r\n";
-
 static_assert(TextStream::kPadding >= simdjson::SIMDJSON_PADDING);
 
 simdjson::simdjson_error NotJson()
@@ -49,10 +47,10 @@ void TakeValue(ondemand::value value, std::string& bytes)
     const std::string_view token = WithoutSpace(value.raw_json_token());
     switch (token.front()) {
         case '{':
-            TakeNested(WithoutSpace(value.get_object().value().raw_json()), bytes);
-            return;
         case '[':
-            TakeNested(WithoutSpace(value.get_array().value().raw_json()), bytes);
+            TakeNested(WithoutSpace(token.front() == '{' ? value.get_object().value().raw_json()
+                                                         : value.get_array().value().raw_json()),
+                       bytes);
             return;
         case '"':
             if (token.find('\\') == std::string_view::npos && token.size() >= 2 && token.back() == '"') {
@@ -203,7 +201,7 @@ private:
     // Leaves a name alone that the last row had there.
     void TakeName(std::string_view name, std::string& into)
     {
-        if (name.starts_with(kBase64Mark)) {
+        if (name.starts_with("base64:")) {
             decoded_ = name;
             DecodeBase64Mark(decoded_);
             name = decoded_;

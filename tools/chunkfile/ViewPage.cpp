@@ -94,6 +94,7 @@ std::string Header(const Checked& checked, const std::vector<Line>& lines)
 std::string RunsTable(const Survey& survey)
 {
     std::vector<Html::Row> rows;
+    rows.reserve(survey.runs.size());
     for (const RecordRun& run : survey.runs) {
         rows.push_back({Digits(run.begin), Digits(run.end), Digits(run.records), Prose(run.reason)});
     }
@@ -109,10 +110,11 @@ std::string Findings(const Checked& checked)
     for (const Finding& finding : checked.findings) {
         const std::string severity(NameOf(finding.severity));
         const std::string code(finding.code);
-        html += "<li data-begin=\"" + std::to_string(finding.bytes.begin) + "\" data-end=\"" +
-                std::to_string(finding.bytes.end) + "\"><span class=\"tag " + severity + "\">" + severity +
-                "</span> <code>" + code + "</code> <span>" + Prose(finding.text) + "</span><small>bytes " +
-                Digits(finding.bytes.begin) + " to " + Digits(finding.bytes.end);
+        html.append("<li data-begin=\"").append(std::to_string(finding.bytes.begin));
+        html.append("\" data-end=\"").append(std::to_string(finding.bytes.end));
+        html.append("\"><span class=\"tag ").append(severity).append("\">").append(severity).append("</span> <code>");
+        html.append(code).append("</code> <span>").append(Prose(finding.text)).append("</span><small>bytes ");
+        html.append(Digits(finding.bytes.begin)).append(" to ").append(Digits(finding.bytes.end));
         html += finding.record ? ", record " + Digits(*finding.record) : "";
         const char* const when = finding.severity == Severity::Error ? ", after " : ", ";
         html += finding.time.empty() ? "" : when + Prose(finding.time);

@@ -36,7 +36,7 @@ std::string ShortTime(std::int64_t nanoseconds)
 std::string TickTime(std::int64_t nanoseconds, std::int64_t step)
 {
     const std::string text = ShortTime(nanoseconds);
-    const std::string day = text.substr(0, 10);
+    std::string day = text.substr(0, 10);
     const std::string time = text.substr(11, text.size() - 12);
     if (step >= kDay || time == "00:00:00") {
         return day;
