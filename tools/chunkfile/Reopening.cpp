@@ -52,6 +52,7 @@ void AddPaddedRecords(const Input& input, const Survey& survey, std::uint64_t ma
     }
     Walk walk(input, /* judging = */ true);
     walk.Counted({});
+    walk.Times().Keep();
     const Input padded(input, reopening.position, maxSize);
     File::DataChunkFileScanner scanner(padded.Path());
     scanner.GoTo(reopening.position, survey.count - reopening.records);

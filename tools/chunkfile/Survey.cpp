@@ -109,7 +109,10 @@ std::vector<std::uint64_t> OverTime(HeldTimes& held, std::size_t parts)
 
 void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
 {
-    const HeldTimes& held = walk.Times();
+    HeldTimes& held = walk.Times();
+    if (options.parts != 0) {
+        held.Keep();
+    }
     survey.end = walk.Counted([&](const FoundRecord& record) {
         const std::uint64_t size = record.size;
         survey.sizes.least = std::min(survey.sizes.least, size);
@@ -134,8 +137,8 @@ void SurveyTimes(HeldTimes& held, std::size_t parts, Survey& survey)
         return;
     }
     TimeSpan& times = survey.times;
-    times.first.emplace(held.All().front().value);
-    times.last.emplace(held.All().back().value);
+    times.first.emplace(held.First());
+    times.last.emplace(held.Last());
     times.descents = held.Descents();
     times.distinct = held.Distinct();
     times.least.emplace(held.Least());

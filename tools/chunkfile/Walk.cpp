@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Corvane/File/ChunkFileLayout.h"
 #include "chunkfile/Glue.h"
 
 namespace Corvane::FileTool {
@@ -38,13 +39,24 @@ struct Walk::Candidate {
     std::deque<TimePoint> times;
 };
 
-Walk::Walk(const Input& input, bool judging) : input_(input), scanner_(input.Path()), judging_(judging) {}
+Walk::Walk(const Input& input, bool judging)
+    : input_(input),
+      scanner_(input.Path()),
+      judging_(judging),
+      times_([this](std::uint64_t number, const HeldTimes::Take& take) {
+          File::DataChunkFileScanner again(input_.Path());
+          for (again.GoTo(File::kHeaderSize, number); again.Next();) {
+              take(again.GetChunk().GetTimePoint());
+          }
+      })
+{
+}
 
 // A chunk takes a failed read for the end of the file. So a record that is not good may be one that cannot be read.
 WalkEnd Walk::WhyItEnded(Step step)
 {
     if (times_.Size() != 0) {
-        last_.emplace(times_.All().back().value);
+        last_.emplace(times_.Last());
     }
     WalkEnd end = end_;
     if (step == Step::Unreadable) {
