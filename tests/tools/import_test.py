@@ -368,6 +368,11 @@ class Output(ImportTest):
         os.link(self.path("rows"), self.path("hard"))
         for name in ("rows", "link", "hard", "./rows"):
             self.error("import", "rows", "-o", name, "--force", code=1)
+        for source in ([], ["-"], ["/proc/self/fd/0"]):
+            with open(self.path("rows"), "rb") as rows:
+                done = subprocess.run([self.program, "import", *source, "-o", "rows", "--force"], stdin=rows,
+                                      cwd=self.folder, capture_output=True, check=False)
+            self.assertEqual(done.returncode, 1, source)
         self.assertEqual(self.read("rows"), ROWS.encode())
 
     def test_dry_run_writes_nothing(self):

@@ -74,7 +74,7 @@ public:
     RowChunks(const Options& options, Terminal& terminal)
         : options_(options),
           terminal_(terminal),
-          path_(options.paths.empty() ? "-" : options.paths.front()),
+          path_(options.paths.front()),
           name_(path_ == "-" ? "standard input" : path_),
           times_(options)
     {
@@ -231,8 +231,12 @@ void CheckOptions(const Options& options)
 
 }  // namespace
 
-Exit Import(const Options& options, Terminal& terminal)
+Exit Import(const Options& given, Terminal& terminal)
 {
+    Options options = given;
+    if (options.paths.empty()) {
+        options.paths = {"-"};  // WriteChunks compares OUT with it, too
+    }
     CheckOptions(options);
     RowChunks rows(options, terminal);
     const Written written = WriteChunks(rows, options, terminal);

@@ -35,7 +35,9 @@ void RefuseName(const std::string& name, const Options& options)
         for (const std::string& path : options.paths) {
             struct stat source = {};
             if (StatusOf(path, source) && source.st_dev == there.st_dev && source.st_ino == there.st_ino) {
-                throw std::runtime_error(ErrorText(name, "is the same file as " + path + ", which would be replaced"));
+                throw std::runtime_error(ErrorText(
+                    name,
+                    "is the same file as " + (path == "-" ? "standard input" : path) + ", which would be replaced"));
             }
         }
     }
