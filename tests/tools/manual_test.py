@@ -195,9 +195,11 @@ class FolderCheck(unittest.TestCase):
             self.skipTest("no systemd-analyze here")
         units = dict(UNIT.findall(read(GUIDE)))
         with tempfile.TemporaryDirectory() as folder:
+            program = os.path.join(folder, "chunkfile")  # a path without spaces, which would need quotes in a unit
+            os.symlink(os.path.abspath(PROGRAM), program)
             for name, text in units.items():
                 with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
-                    file.write(text.replace("/usr/bin/chunkfile", os.path.abspath(PROGRAM)))
+                    file.write(text.replace("/usr/bin/chunkfile", program))
             done = subprocess.run(["systemd-analyze", "verify", *units], cwd=folder, capture_output=True, check=False,
                                   text=True)
             self.assertEqual((len(units), done.returncode, done.stdout + done.stderr), (3, 0, ""))
