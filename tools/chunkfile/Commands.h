@@ -8,11 +8,12 @@
 /// @file
 /// What the parts of the tool share. Run (Parser.cpp) turns arguments into Options and calls one command. Each command
 /// has a source of its own: it takes the options and the terminal, writes results to stdout through the terminal and
-/// errors to stderr, and returns an exit code. No command opens a chunk file for writing.
+/// errors to stderr, and returns an exit code. No command changes a chunk file.
 ///
 /// - **Errors**: A command reports what it meets in one file (Terminal::Error), goes on with the next file, and returns
 ///   the gravest code. Only an exception that is no std::runtime_error, such as std::bad_alloc, may leave it.
 /// - **Input**: Commands open files by Input (Input.h), which spools standard input and refuses folders.
+/// - **Output**: WriteChunks (Output.h) writes new files, each proved before it gets its name.
 /// - **Records**: Walk (Walk.h) gives the records of a file, and after damage those that count as the file's.
 namespace Corvane::FileTool {
 
