@@ -64,7 +64,7 @@ std::string LineOf(const Row& row)
 
 std::string CsvOf(const std::vector<Row>& rows)
 {
-    std::string text;
+    std::string text = "\xEF\xBB\xBF";  // the only mark that is taken: a name may begin with another
     const auto append = [&text](const std::string& cell, bool first) {
         AppendCsv(text += first ? "" : ",", TextOrBase64(cell));
     };

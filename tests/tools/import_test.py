@@ -221,6 +221,10 @@ class Csv(ImportTest):
             for last in ("", end):
                 self.assertEqual([row['a,"b'] for row in self.rows(text + last)], ['x\r\ny\n"z"', "", "' \t"])
 
+    def test_one_byte_order_mark_is_none_of_the_text(self):
+        self.assertEqual(self.fields("\ufeff\ufeffa\nx\n", "--time", "now"), [{"\ufeffa": "x"}])
+        self.assertEqual(self.refused("\ufeff \ufeff{}\n", "--format", "ndjson"), "line 1, column 2: not JSON")
+
     def test_values_may_be_any_bytes(self):
         self.imported(b"time,a\xff\n2027-01-15,\xff\x00\xfe\n")
         self.assertIn('"base64:Yf8=":{"base64":"/wD+"}', self.out("cat", "out"))

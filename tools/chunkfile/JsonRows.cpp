@@ -75,11 +75,10 @@ private:
 
 Format FormatOf(TextStream& stream)
 {
+    while (stream.Rest().size() < kByteOrderMark.size() && stream.Fetch()) {
+    }
+    stream.Take(stream.Rest().starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
     for (bool isAll = false;; isAll = !stream.Fetch()) {
-        if (stream.Rest().size() < kByteOrderMark.size() && !isAll) {
-            continue;
-        }
-        stream.Take(stream.Rest().starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
         const std::string_view text = stream.Rest();
         const std::size_t begin = text.find_first_not_of(kSpace);
         if (begin != std::string_view::npos && text[begin] != '{') {
