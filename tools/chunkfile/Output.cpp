@@ -11,15 +11,11 @@ namespace Corvane::FileTool {
 
 namespace {
 
-// The library's text without its function's name: file, step and reason.
-[[noreturn]] void Rethrow(const std::runtime_error& error)
+// The library's text without its function's name: file, step and reason. Empty if the text is not of that function.
+std::string StepText(std::string_view text)
 {
     constexpr std::string_view begin = "WriteChunkFileDurably: file ";
-    const std::string_view text = error.what();
-    if (text.starts_with(begin)) {
-        throw std::runtime_error(std::string(text.substr(begin.size())));
-    }
-    throw;  // NOLINT(misc-throw-by-value-catch-by-reference): called in a handler
+    return text.starts_with(begin) ? std::string(text.substr(begin.size())) : std::string();
 }
 
 // What a user should know besides the parts.
@@ -107,7 +103,10 @@ Written WriteChunks(ChunkSource& source, const Options& options, Terminal& termi
         }
         throw;
     } catch (const std::runtime_error& error) {
-        Rethrow(error);
+        if (const std::string text = StepText(error.what()); !text.empty()) {
+            throw std::runtime_error(text);
+        }
+        throw;
     } catch (...) {
         if (Interrupted()) {
             EndInterrupted(writer.Done(), options, terminal);
