@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <stdexcept>
+
 #include "chunkfile/Commands.h"
 #include "chunkfile/Terminal.h"
 #include "support/DamagedFiles.h"
@@ -48,7 +50,9 @@ private:
     public:
         Silence() : kept_(::dup(STDERR_FILENO)), nowhere_(::open("/dev/null", O_WRONLY | O_CLOEXEC))
         {
-            ::dup2(nowhere_, STDERR_FILENO);
+            if (kept_ < 0 || nowhere_ < 0 || ::dup2(nowhere_, STDERR_FILENO) < 0) {
+                throw std::runtime_error("stderr cannot be led to /dev/null");
+            }
         }
         Silence(const Silence&) = delete;
         Silence& operator=(const Silence&) = delete;
