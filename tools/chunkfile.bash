@@ -55,15 +55,15 @@ _chunkfile() {
         *) [ -z "$command" ] || words=: ;;  # files
     esac
     [ -n "$words" ] || case $command in
-        info) words='--fields --format --color -q --quiet -v --verbose --help' ;;
-        list) words='--from --to --index --limit --scan --format --color -q --quiet -v --verbose --help' ;;
-        cat) words='--fields --from --to --index --limit --scan --strings --format --color -q --quiet -v --verbose --help' ;;
-        check) words='--max-size --strict --format --color -q --quiet -v --verbose --help' ;;
-        recover) words='--doubtful -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
-        copy) words='--fields --from --to --index --sort -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help' ;;
-        import) words='-o --output --max-size --split --on-equal-time --dry-run --force --time --time-unit --drop-time --rows --skip-bad --format --color -q --quiet -v --verbose --help' ;;
-        attr) words='--color -q --quiet -v --verbose --help' ;;
-        view) words='-o --output --force --color -q --quiet -v --verbose --help' ;;
+        info) words='--fields --format --color -q --quiet -v --verbose --help --version' ;;
+        list) words='--from --to --index --limit --scan --format --color -q --quiet -v --verbose --help --version' ;;
+        cat) words='--fields --from --to --index --limit --scan --strings --format --color -q --quiet -v --verbose --help --version' ;;
+        check) words='--max-size --strict --format --color -q --quiet -v --verbose --help --version' ;;
+        recover) words='--doubtful -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help --version' ;;
+        copy) words='--fields --from --to --index --sort -o --output --max-size --split --on-equal-time --dry-run --force --color -q --quiet -v --verbose --help --version' ;;
+        import) words='-o --output --max-size --split --on-equal-time --dry-run --force --time --time-unit --drop-time --rows --skip-bad --format --color -q --quiet -v --verbose --help --version' ;;
+        attr) words='--color -q --quiet -v --verbose --help --version' ;;
+        view) words='-o --output --force --color -q --quiet -v --verbose --help --version' ;;
         *) words='info list cat check recover copy import attr view --help --version' ;;
     esac
     if [ "$words" = : ]; then

@@ -46,6 +46,55 @@ TEST_F(ToolProgram, ExitCodesOfCheck)
     EXPECT_EQ(CodeOf("$CHUNKFILE check"), 2);
 }
 
+TEST_F(ToolProgram, ReopeningThatThrowsIsFoundIfAMaximumSizeIsGiven)
+{
+    EXPECT_EQ(CodeOf("$CHUNKFILE check sound --max-size 176"), 0);
+    EXPECT_EQ(CodeOf("$CHUNKFILE check sound --max-size 175"), 3);
+    EXPECT_EQ(CodeOf("$CHUNKFILE check sound --max-size 0"), 0);
+    EXPECT_EQ(CodeOf("$CHUNKFILE check unbounded --max-size 0"), 3);
+    EXPECT_EQ(CodeOf("$CHUNKFILE check unbounded"), 0);
+    EXPECT_NE(Run("$CHUNKFILE check -q sound --max-size 175").out.find("a reopening with maximum size 175 throws: "),
+              std::string::npos);
+}
+
+TEST_F(ToolProgram, SizesHaveUnits)
+{
+    const auto maxSize = [this](const std::string& text) {
+        const std::string out = Run("$CHUNKFILE check --format json sound --max-size " + text).out;
+        const std::string member = "\"maxSize\":";
+        const std::size_t begin = out.find(member) + member.size();
+        return out.substr(begin, out.find(',', begin) - begin);
+    };
+    EXPECT_EQ(maxSize("200"), "200");
+    EXPECT_EQ(maxSize("200B"), "200");
+    EXPECT_EQ(maxSize("3KiB"), "3072");
+    EXPECT_EQ(maxSize("4MiB"), "4194304");
+    EXPECT_EQ(maxSize("5GiB"), "5368709120");
+}
+
+TEST_F(ToolProgram, SumFollowsSeveralFilesInATable)
+{
+    const auto sum = [this](const std::string& arguments) {
+        const std::string out = Run("$CHUNKFILE check " + arguments).out;
+        return out.substr(out.rfind('\n', out.size() - 2) + 1);
+    };
+    EXPECT_EQ(sum("sound sound"), "2 files: 2 sound\n");
+    EXPECT_EQ(sum("sound damaged unbounded unknown absent damaged"),
+              "6 files: 1 sound, 1 sound with warnings, 2 damaged, 1 unknown, 1 unreadable\n");
+    EXPECT_EQ(sum("sound unbounded damaged --max-size 160"), "3 files: 2 sound but not reopenable, 1 damaged\n");
+    std::filesystem::create_directories(folder_ / "f/g");
+    EXPECT_EQ(sum("f"), "0 files\n");
+    Put("f/a", FileOf({}));
+    EXPECT_EQ(sum("f").find("files"), std::string::npos);
+    Put("f/g/b", FileOf({}));
+    EXPECT_EQ(sum("f"), "2 files: 2 sound\n");
+    for (const char* const without : {"-q", "--format json", "--format csv", ""}) {
+        const bool isOne = *without == '\0';
+        const std::string arguments = std::string(without) + (isOne ? " damaged" : " damaged damaged");
+        EXPECT_EQ(sum(arguments).find("2 files"), std::string::npos) << arguments;
+    }
+}
+
 TEST_F(ToolProgram, ExitCodesOfInfo)
 {
     EXPECT_EQ(CodeOf("$CHUNKFILE info sound unbounded"), 0);

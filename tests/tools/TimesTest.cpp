@@ -25,6 +25,13 @@ std::string Text(std::int64_t nanoseconds)
     return text;
 }
 
+// A bound that does not depend on the file.
+std::optional<std::int64_t> ParseTime(const std::string& text)
+{
+    const auto bound = ParseTimeBound(text);
+    return bound && bound->base == Base::Epoch ? std::optional(bound->nanoseconds) : std::nullopt;
+}
+
 TEST(Times, PrintedAsThePlatformPrintsThem)
 {
     for (const std::int64_t time : {kLeast, kLeast + 1, -kSecond - 1, -kSecond, std::int64_t{-1}, std::int64_t{0},
@@ -52,6 +59,15 @@ TEST(Times, Rfc3339IsRead)
     EXPECT_EQ(ParseTime("2024-02-29T00:00:00Z"), 1'709'164'800 * kSecond);
 }
 
+TEST(Times, DateAloneIsItsMidnightInUtc)
+{
+    EXPECT_EQ(ParseTime("1970-01-02"), 86400 * kSecond);
+    EXPECT_EQ(ParseTime("2026-11-22"), ParseTime("2026-11-22T00:00:00Z"));
+    for (const char* const text : {"2026-02-29", "2026-11-22Z", "2026-11-22T", "2026-11-22 ", "20261122", "2026-11"}) {
+        EXPECT_EQ(ParseTime(text), std::nullopt) << text;
+    }
+}
+
 TEST(Times, SecondsSince1970AreRead)
 {
     EXPECT_EQ(ParseTime("@0"), 0);
@@ -74,7 +90,6 @@ TEST(Times, OtherTextsAreRefused)
                                    "@9999999999999999999",
                                    "yesterday",
                                    "2026",
-                                   "2026-11-21",
                                    "2026-11-21T08:30:00",
                                    "2026-11-21T08:30Z",
                                    "2026-11-21T08:30:00.Z",

@@ -38,8 +38,22 @@ class Cat(ProgramTest):
         self.assertEqual(len(self.lines(self.five("a"), self.five("b"))), 10)
 
     def test_chosen_fields_come_in_the_order_of_the_option(self):
-        self.assertIn('"fields":{"name":"n0","i":0}}', self.out("cat", self.five(), "--fields", "name,none,i"))
+        self.assertIn('"fields":{"name":"n0","i":0}}', self.out("cat", self.five(), "--fields", "name,i"))
         self.assertEqual(self.fields({b"a,b": b"1", b"a": b"2"}, "--fields", r"a\,b"), {"a,b": 1})
+
+    def test_fields_that_no_record_has_are_said_once(self):
+        self.five("a")
+        self.chunks("b", [record(BEGIN + i, {b"other": b""}) for i in range(1, 3)])
+        text = "chunkfile: --fields: none of the chosen records has the field {}\n"
+        for command in (("cat",), ("cat", "--format", "csv"), ("copy", "--dry-run", "-o", "out")):
+            err = self.run_tool(*command, "--fields", "none,i,i\x1b,none", "a", "b")[1].decode()
+            self.assertEqual(err, text.format(r"i\x1b") + text.format("none"), command)
+            self.assertEqual(self.run_tool(*command, "-q", "--fields", "none", "a")[1], b"")
+            self.assertEqual(self.run_tool(*command, "--fields", "other,i", "a", "b")[1], b"")
+            self.assertEqual(self.run_tool(*command, "--fields", "none", "--limit=0" if command[0] == "cat" else "--index=9:",
+                                           "a")[1], b"")
+        self.assertEqual(self.error("cat", "--fields", "other", "--limit", "1", "a", code=0), text.format("other")[11:-1])
+        self.assertEqual(self.run_tool("cat", "--fields", "none", "a")[0].count(b'"fields":{}'), 5)
 
     def test_json_stays_json_and_other_text_is_a_string(self):
         fields = {b"number": b"21.50", b"object": b'{"a":[1,null]}', b"text": b"a\n\xc3\xa9", b"empty": b""}
@@ -73,6 +87,11 @@ class Cat(ProgramTest):
         self.assertEqual(self.numbers("--from", one, "--to", three), [1, 2])
         self.assertEqual(self.numbers("--from", f"@{BEGIN // SECOND + 3}.5"), [4])
         self.assertEqual(self.numbers("--from", "2027-01-15T10:00:03+02:00"), [3, 4])
+
+    def test_date_alone_is_its_midnight_in_utc(self):
+        self.assertEqual(self.numbers("--from", "2027-01-15"), [0, 1, 2, 3, 4])
+        self.assertEqual(self.numbers("--from", "2027-01-14", "--to", "2027-01-15"), [])
+        self.assertEqual(self.numbers("--to", "2027-01-16"), [0, 1, 2, 3, 4])
 
     def test_times_count_from_the_first_or_the_last_record(self):
         self.assertEqual(self.numbers("--from", "+1s", "--to", "+3s"), [1, 2])
@@ -260,8 +279,14 @@ class Usage(ProgramTest):
         self.assertEqual(self.refused("cat", "--format", "json", "a"), "chunkfile: --format: json is none of ndjson|csv|raw")
         self.assertEqual(self.refused("info", "--format", "raw", "a"), "chunkfile: --format: raw is none of table|json|csv")
         self.assertEqual(self.refused("list", "--color", "red", "a"), "chunkfile: --color: red is none of auto|always|never")
-        self.assertEqual(self.refused("check", "--max-size", "1k", "a"), "chunkfile: --max-size: cannot understand 1k")
+        for text in ("1k", "1KB", "1kib", "KiB", "-1B", "1.5MiB", "1 MiB", "1MiB ", "17179869184GiB", "18446744073709551616"):
+            for command in (("check", "a"), ("copy", "a", "-o", "b")):
+                self.assertEqual(self.refused(*command, f"--max-size={text}"), f"chunkfile: --max-size: cannot understand {text}")
         self.assertIn("--scan", self.refused("info", "--scan", "a"))
+
+    def test_standard_input_is_read_only_once(self):
+        for command in (("info", "-", "-"), ("check", "-", "five", "-"), ("cat", "-", "--", "-"), ("copy", "-", "-", "-o", "out")):
+            self.assertEqual(self.error(*command, code=2), "standard input can be read only once")
 
     def test_closed_descriptors_are_no_files(self):
         """Nor does a file that the tool opens get the number of one."""
@@ -275,6 +300,7 @@ class Usage(ProgramTest):
         self.assertRegex(self.out("--version"), r"^chunkfile \d+\.\d+\.\d+ \(reference platform\)\n$")
         self.assertIn("Commands:", self.out("--help"))
         for command in ("info", "list", "cat", "check", "recover", "copy", "attr"):
+            self.assertEqual(self.out(command, "--version"), self.out("--version"))
             self.assertIn(f"Examples:\n  chunkfile {command} ", self.out(command, "--help"))
 
     def test_help_fits_a_terminal(self):

@@ -323,7 +323,7 @@ class Copy(WritingTest):
         self.expect("out", shuffled)
 
     def test_fields_are_chosen(self):
-        self.out("copy", "--fields", "name,absent", "file", "-o", "out")
+        self.out("copy", "-q", "--fields", "name,absent", "file", "-o", "out")
         self.expect("out", [at(i, name=b"n") for i in range(5)])
         self.chunks("equal", [at(0, i=b"1", j=b"1"), at(0, i=b"1", j=b"2")])
         self.out("copy", "--fields", "i", "--on-equal-time", "shift", "equal", "-o", "shifted")

@@ -53,18 +53,29 @@ private:
     std::vector<std::pair<std::string, std::optional<std::string>>> fields_;
 };
 
+// What the files of a call share.
+struct Call {
+    const Options& options;
+    Terminal& terminal;
+    UnmetFields unmet = UnmetFields(options);
+    bool named = false;  // the first line of CSV is written
+};
+
 // Gives the chosen records without the doubtful ones.
-Exit PrintOwn(const Options& options, const Input& input, Terminal& terminal, const Print& print)
+Exit PrintOwn(Call& call, const Input& input, const Print& print)
 {
-    return PrintSelected(options, input, terminal, [&](const FoundRecord& record) {
+    return PrintSelected(call.options, input, call.terminal, [&](const FoundRecord& record) {
         if (record.standing != Standing::Doubtful) {
             print(record);
+            call.unmet.Meet(record.chunk);
         }
     });
 }
 
-Exit CatNdjson(const Options& options, const Input& input, Terminal& terminal)
+Exit CatNdjson(Call& call, const Input& input)
 {
+    const Options& options = call.options;
+    Terminal& terminal = call.terminal;
     Chosen chosen(options.fields);
     std::string line;
     const char* comma = "";
@@ -73,7 +84,7 @@ Exit CatNdjson(const Options& options, const Input& input, Terminal& terminal)
         AppendJsonValue(line += ':', value, !options.strings);
         comma = ",";
     };
-    return PrintOwn(options, input, terminal, [&](const FoundRecord& record) {
+    return PrintOwn(call, input, [&](const FoundRecord& record) {
         line = "{\"time\":";
         AppendJsonName(line, TimeText(record.chunk.GetTimePoint()));
         line += ",\"fields\":{";
@@ -119,9 +130,11 @@ std::vector<std::string> AllNames(const Input& input)
 }
 
 // The first file's line of names is for all.
-Exit CatCsv(const Options& options, const Input& input, Terminal& terminal, bool& named)
+Exit CatCsv(Call& call, const Input& input)
 {
-    Chosen chosen(options.fields.empty() ? AllNames(input) : options.fields);
+    const std::vector<std::string>& fields = call.options.fields;
+    Terminal& terminal = call.terminal;
+    Chosen chosen(fields.empty() ? AllNames(input) : fields);
     std::string line;
     const auto append = [&](const std::string& text) {
         AppendCsv(line, terminal.IsTerminal() ? Terminal::Escaped(text) : text);
@@ -134,10 +147,10 @@ Exit CatCsv(const Options& options, const Input& input, Terminal& terminal, bool
         }
         terminal.Write(line += "\r\n");
     };
-    if (!std::exchange(named, true)) {
+    if (!std::exchange(call.named, true)) {
         write("time", [](const auto& field) { return TextOrBase64(field.first); });
     }
-    return PrintOwn(options, input, terminal, [&](const FoundRecord& record) {
+    return PrintOwn(call, input, [&](const FoundRecord& record) {
         chosen.Read(record.chunk);
         write(TimeText(record.chunk.GetTimePoint()),
               [](const auto& field) { return field.second ? TextOrBase64(*field.second) : ""; });
@@ -145,10 +158,10 @@ Exit CatCsv(const Options& options, const Input& input, Terminal& terminal, bool
 }
 
 // The bytes of the records as they are in the file.
-Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
+Exit CatRaw(Call& call, const Input& input)
 {
     std::vector<unsigned char> bytes(65536);
-    return PrintOwn(options, input, terminal, [&](const FoundRecord& record) {
+    return PrintOwn(call, input, [&](const FoundRecord& record) {
         const std::uint64_t size = record.size;
         for (std::uint64_t done = 0; done < size;) {
             const std::size_t count =
@@ -156,7 +169,7 @@ Exit CatRaw(const Options& options, const Input& input, Terminal& terminal)
             if (count == 0) {
                 throw std::runtime_error("the file became shorter");
             }
-            terminal.Write({reinterpret_cast<const char*>(bytes.data()), count});
+            call.terminal.Write({reinterpret_cast<const char*>(bytes.data()), count});
             done += count;
         }
     });
@@ -180,14 +193,15 @@ void RefuseWrongUse(const Options& options, const Terminal& terminal)
 Exit Cat(const Options& options, Terminal& terminal)
 {
     RefuseWrongUse(options, terminal);
-    bool named = false;
-    return ForEachFile(options, terminal, [&](const Input& input) {
+    Call call = {options, terminal};
+    const Exit code = ForEachFile(options, terminal, [&](const Input& input) {
         if (options.format == Format::Raw) {
-            return CatRaw(options, input, terminal);
+            return CatRaw(call, input);
         }
-        return options.format == Format::Csv ? CatCsv(options, input, terminal, named)
-                                             : CatNdjson(options, input, terminal);
+        return options.format == Format::Csv ? CatCsv(call, input) : CatNdjson(call, input);
     });
+    call.unmet.Report(options, terminal);
+    return code;
 }
 
 }  // namespace Corvane::FileTool

@@ -78,7 +78,7 @@ std::string BashCompletion()
             words += Spaced(option.names, ',') + " ";
             arguments += option.argument == nullptr ? "" : ArgumentBranch(name, option);
         }
-        options += Branch(name, words + "--help");
+        options += Branch(name, words + "--help --version");
         commands += name + " ";
     }
     arguments += Branch("attr:attr", "list get set remove");

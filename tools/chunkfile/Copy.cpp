@@ -22,11 +22,16 @@ void AllowManyFiles()
 Exit PlanCopy(Plan& plan, const Options& options, Terminal& terminal)
 {
     Exit code = Exit::Fine;
+    UnmetFields unmet(options);
     for (const std::string& path : options.paths) {
         const Input& input = plan.Open(path);
-        const auto add = [&](const FoundRecord& record) { plan.Add(record); };
+        const auto add = [&](const FoundRecord& record) {
+            plan.Add(record);
+            unmet.Meet(record.chunk);
+        };
         code = Graver(code, PrintSelected(options, input, terminal, add));
     }
+    unmet.Report(options, terminal);
     return code;
 }
 

@@ -165,13 +165,6 @@ Nanoseconds Duration(std::string_view text)
 
 }  // namespace
 
-std::optional<std::int64_t> ParseTime(std::string_view text)
-{
-    unsigned forms = 0;
-    const Nanoseconds time = ParseIsoTime(text, forms);
-    return forms == 0 ? time : std::nullopt;
-}
-
 std::optional<std::int64_t> ParseIsoTime(std::string_view text, unsigned& forms)
 {
     unsigned met = 0;
@@ -185,8 +178,9 @@ std::optional<TimeBound> ParseTimeBound(std::string_view text)
     using Base = TimeBound::Base;
     const bool first = text.substr(0, 1) == "+";
     const bool last = text.substr(0, 1) == "-";
-    const Nanoseconds size = first || last ? Duration(text.substr(1)) : ParseTime(text);
-    if (!size) {
+    unsigned forms = 0;
+    const Nanoseconds size = first || last ? Duration(text.substr(1)) : ParseIsoTime(text, forms);
+    if (!size || (forms != 0 && forms != (kDateOnly | kNoOffset))) {
         return {};
     }
     return last ? TimeBound{Base::Last, -*size} : TimeBound{first ? Base::First : Base::Epoch, *size};

@@ -69,9 +69,18 @@ void AddAttributeArguments(CLI::App& command, Options& options)
     command.add_option("VALUE", attribute.value, "What set stores");
 }
 
+void AddVersion(CLI::App& app)
+{
+    const std::string platform = Glue::PlatformName();
+    app.set_version_flag("--version",
+                         "chunkfile " CORVANE_FILE_VERSION + (platform.empty() ? "" : " (" + platform + ")"),
+                         "Print the version");
+}
+
 void AddCommand(CLI::App& app, const CommandRow& row, Options& options)
 {
     CLI::App& command = *app.add_subcommand(row.name, row.summary);
+    AddVersion(command);
     command.group("Commands");
     command.footer(std::string("Examples:\n") + row.examples);
     if (row.paths == nullptr) {
@@ -98,13 +107,10 @@ void AddCommand(CLI::App& app, const CommandRow& row, Options& options)
 
 void Describe(CLI::App& app)
 {
-    const std::string platform = Glue::PlatformName();
     app.name("chunkfile");
     app.require_subcommand(1);
     app.set_help_flag("-h,--help", "Print this help");
-    app.set_version_flag("--version",
-                         "chunkfile " CORVANE_FILE_VERSION + (platform.empty() ? "" : " (" + platform + ")"),
-                         "Print the version");
+    AddVersion(app);
     app.add_flag_callback("--bash-completion", [] { throw CLI::Success(); })->group("");
     app.footer(
         "Exit codes: 0 fine; 1 could not; 2 wrong usage; 3 done, but damage, loss or unknown records.\n"
@@ -182,6 +188,9 @@ Exit RunCommand(const CommandRow& row, const Options& options)
 {
     Terminal terminal(options);
     try {
+        if (std::ranges::count(options.paths, "-") > 1) {
+            throw std::invalid_argument("standard input can be read only once");
+        }
         const Exit code = row.run(options, terminal);
         terminal.Flush();
         return code;

@@ -105,6 +105,27 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
     return code;
 }
 
+void UnmetFields::Meet(const Pellin::DataChunk& chunk)
+{
+    any_ = true;
+    if (!names_.empty()) {
+        Glue::VisitFields(chunk, [this](std::string_view name, std::string_view /*value*/) {
+            if (const auto met = names_.find(name); met != names_.end()) {
+                names_.erase(met);
+            }
+        });
+    }
+}
+
+void UnmetFields::Report(const Options& options, Terminal& terminal) const
+{
+    if (any_ && !options.quiet) {
+        for (const std::string& name : names_) {
+            terminal.Error("--fields: none of the chosen records has the field " + name);
+        }
+    }
+}
+
 Exit ForFile(const std::string& path, Terminal& terminal, const FileCommand& command)
 {
     try {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <set>
+#include <string>
 
 #include "chunkfile/Commands.h"
 #include "chunkfile/Input.h"
@@ -14,6 +16,21 @@ using Print = std::function<void(const FoundRecord& record)>;
 /// Gives `print` the records of a file that --from, --to, --index and --limit leave, with --scan also those after damage.
 /// Reports what ended the walk. Throws std::runtime_error.
 Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print);
+
+/// The names of --fields that no record has had yet: a name that no record has is probably misspelt.
+class UnmetFields {
+public:
+    explicit UnmetFields(const Options& options) : names_(options.fields.begin(), options.fields.end()) {}
+
+    void Meet(const Pellin::DataChunk& chunk);
+
+    /// Says a line for each name. Says nothing with -q, or if Meet got no record.
+    void Report(const Options& options, Terminal& terminal) const;
+
+private:
+    std::set<std::string, std::less<>> names_;
+    bool any_ = false;
+};
 
 using FileCommand = std::function<Exit(const Input& input)>;
 

@@ -79,18 +79,26 @@ bool TakeFields(Options& options, const std::string& text)
     return true;
 }
 
-// A number of bytes, or a span of time.
-bool TakeSplit(Options& options, const std::string& text)
+// A number of bytes, with a unit or without.
+bool TakeSize(std::uint64_t& size, const std::string& text)
 {
     const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    std::uint64_t number = 0;
     for (const auto& [unit, shift] :
-         {std::pair("B", 0U), std::pair("KiB", 10U), std::pair("MiB", 20U), std::pair("GiB", 30U)}) {
-        if (text.substr(digits) == unit) {
-            const bool fits = TakeNumber(number, text.substr(0, digits)) && number <= UINT64_MAX >> shift;
-            options.splitBytes = fits ? number << shift : 0;
-            return options.splitBytes != 0;
+         {std::pair("", 0U), std::pair("B", 0U), std::pair("KiB", 10U), std::pair("MiB", 20U), std::pair("GiB", 30U)}) {
+        std::uint64_t number = 0;
+        if (text.substr(digits) == unit && TakeNumber(number, text.substr(0, digits))) {
+            size = number << shift;
+            return size >> shift == number;
         }
+    }
+    return false;
+}
+
+// A number of bytes with its unit, or a span of time.
+bool TakeSplit(Options& options, const std::string& text)
+{
+    if (text.ends_with('B')) {
+        return TakeSize(options.splitBytes, text) && options.splitBytes != 0;
     }
     const auto span = ParseTimeBound("+" + text);
     options.splitNanoseconds = span ? static_cast<std::uint64_t>(span->nanoseconds) : 0;
@@ -162,7 +170,7 @@ constexpr auto kOptions = std::to_array<OptionRow>({
     {kInfo, "--fields", nullptr, "Also the names of fields, and how often each comes", Set<&Options::countFields>},
     {kCat, "--fields", "A,B", "Only these fields, in this order; \\, is a comma in a name", TakeFields},
     {kCopy, "--fields", "A,B", "Only these fields; \\, is a comma in a name", TakeFields},
-    {kSlices, "--from", "T", "From T on: RFC 3339, @seconds, +10s from the first, -10s from the last",
+    {kSlices, "--from", "T", "From T on: RFC 3339, a date, @seconds, +10s from first, -10s from last",
      [](Options& options, const std::string& text) { return TakeTime(options.from, text); }},
     {kSlices, "--to", "T", "Up to T, which is left out",
      [](Options& options, const std::string& text) { return TakeTime(options.to, text); }},
@@ -171,8 +179,8 @@ constexpr auto kOptions = std::to_array<OptionRow>({
      [](Options& options, const std::string& text) { return TakeNumber(options.limit, text); }},
     {kBoth, "--scan", nullptr, "Go on after damage, with the good records there", Set<&Options::scan>},
     {kCat, "--strings", nullptr, "Values that are JSON come out as strings too", Set<&Options::strings>},
-    {kCheck, "--max-size", "N", "Predict a reopening with this maximum size; 0, the default, is none",
-     [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
+    {kCheck, "--max-size", "N", "Predict a reopening with this maximum size (4MiB): 3 if it throws",
+     [](Options& options, const std::string& text) { return TakeSize(options.maxSize.emplace(), text); }},
     {kCheck, "--strict", nullptr, "Warnings count as findings: exit code 3", Set<&Options::strict>},
     {kRecover, "--doubtful", nullptr, "Also records that may be of an older file, or lie in a value",
      Set<&Options::doubtful>},
@@ -182,8 +190,8 @@ constexpr auto kOptions = std::to_array<OptionRow>({
      [](Options& options, const std::string& text) { return !(options.output = text).empty(); }, true},
     {kView, "-o,--output", "PAGE", "The new page",
      [](Options& options, const std::string& text) { return !(options.output = text).empty(); }, true},
-    {kWriters, "--max-size", "N", "Its size in bytes; without it or with 0: as long as its records",
-     [](Options& options, const std::string& text) { return TakeNumber(options.maxSize.emplace(), text); }},
+    {kWriters, "--max-size", "N", "Its size, in bytes or 4MiB; without it or with 0: as long as its records",
+     [](Options& options, const std::string& text) { return TakeSize(options.maxSize.emplace(), text); }},
     {kWriters, "--split", "SPAN", "Several files, OUT.0001 and so on: each up to 64MiB, or 10min", TakeSplit},
     {kWriters, "--on-equal-time", "stop|skip|shift",
      "Leave a record out whose time is taken, or add 1 ns; default: stop", TakeOnEqualTime},

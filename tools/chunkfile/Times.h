@@ -19,10 +19,6 @@ struct TimeBound {
     std::int64_t In(std::int64_t first, std::int64_t last) const;
 };
 
-/// Reads RFC 3339 (`2026-11-21T08:30:00.5+01:00`) or `@seconds.fraction`. Nothing for another text, a date that does
-/// not exist, more than nine decimals, or a time outside 1677 to 2262.
-std::optional<std::int64_t> ParseTime(std::string_view text);
-
 /// How a time differs from RFC 3339, which has all of date, time, seconds and offset.
 enum TimeForm : unsigned {
     kDateOnly = 1,
@@ -32,14 +28,17 @@ enum TimeForm : unsigned {
     kOtherOffset = 16  ///< `+0100`, `+01`, or a space before it
 };
 
-/// Reads what ParseTime reads, and times that differ in these ways. Adds them to `forms`, bits of TimeForm.
+/// Reads RFC 3339 (`2026-11-21T08:30:00.5+01:00`), what differs from it in these ways, or `@seconds.fraction`. Adds the
+/// ways to `forms`, bits of TimeForm. Nothing for another text, a date that does not exist, more than nine decimals, or a
+/// time outside 1677 to 2262.
 std::optional<std::int64_t> ParseIsoTime(std::string_view text, unsigned& forms);
 
 /// Reads a number of units of `unit` nanoseconds, a power of ten: `1795249800.5`, `1.7952498e9`. Nothing for another text
 /// and a number that no count of nanoseconds equals.
 std::optional<std::int64_t> ParseNumber(std::string_view text, std::int64_t unit);
 
-/// Reads the same as ParseTime, or `+10s` from the first and `-10s` from the last record. Units: ns, us, ms, s, min, h, d.
+/// Reads RFC 3339, a date alone (its midnight in UTC), `@seconds.fraction`, or `+10s` from the first and `-10s` from the
+/// last record. Units: ns, us, ms, s, min, h, d.
 std::optional<TimeBound> ParseTimeBound(std::string_view text);
 
 /// Appends RFC 3339 in UTC with nine decimals.
