@@ -1,11 +1,14 @@
 // Whatever fails while recover and copy write: OUT is the old file or the whole new one, and nothing else stays.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <csignal>
 #include <fstream>
 #include <map>
 
+#include "Corvane/File/Descriptor.h"
 #include "WritingTest.h"
 #include "support/Allocations.h"
 
@@ -134,10 +137,11 @@ protected:
         EXPECT_GT(cases, 40U);
     }
 
-    // The signal that ended a child which gets it at this call; 0 if none did.
-    int EndedBy(int signal, const std::string& name, std::uint64_t nth) const
+    // The signal that ended a child which gets it at this call; 0 if none did. What it prints goes to `output`.
+    int EndedBy(int signal, const std::string& name, std::uint64_t nth, int output = STDOUT_FILENO) const
     {
         const int code = support::RunInChild([&] {
+            ::dup2(output, STDOUT_FILENO);
             SystemCalls calls;
             calls.On(name, nth, [signal](const SystemCall&) {
                 ::raise(signal);
@@ -227,6 +231,22 @@ TEST_P(WritingFaults, InterruptAtEachCallLeavesNoLitter)
         if (name == "write" && GetParam().splitBytes == 0) {
             ASSERT_TRUE(ended);
             ASSERT_EQ(Out(), GetParam().replaces ? kOld : "");
+        }
+    });
+}
+
+TEST_P(WritingFaults, InterruptAtEachCallTellsWhichFilesAreWhole)
+{
+    options_.quiet = false;
+    ForEachCall([this](const std::string& name, std::uint64_t nth) {
+        const Corvane::File::Descriptor output(::memfd_create("output", MFD_CLOEXEC));
+        EndedBy(SIGINT, name, nth, output.Get());
+        std::array<char, 1000> bytes = {};
+        ASSERT_NE(::pread(output.Get(), bytes.data(), bytes.size() - 1, 0), -1);
+        const std::string printed = bytes.data();
+        for (const std::string& file : folder_.Names()) {
+            const bool isNew = ReadFile(folder_ / file) != kOld;
+            ASSERT_TRUE(file == "a" || (printed.find(file + ": ") != std::string::npos) == isNew) << file << printed;
         }
     });
 }

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include "Corvane/File/Descriptor.h"
 #include "chunkfile/Commands.h"
 #include "chunkfile/Terminal.h"
 #include "support/DamagedFiles.h"
@@ -30,7 +31,7 @@ protected:
     // The exit code; an exception counts as the program's.
     Exit Run(Command command) const
     {
-        const Silence silence;
+        const Silence silence(nowhere_);
         Corvane::FileTool::Terminal terminal(options_);
         try {
             return command(options_, terminal);
@@ -48,9 +49,9 @@ private:
     // While it lives, stderr leads nowhere.
     class Silence {
     public:
-        Silence() : kept_(::dup(STDERR_FILENO)), nowhere_(::open("/dev/null", O_WRONLY | O_CLOEXEC))
+        explicit Silence(const Corvane::File::Descriptor& nowhere) : kept_(::dup(STDERR_FILENO))
         {
-            if (kept_ < 0 || nowhere_ < 0 || ::dup2(nowhere_, STDERR_FILENO) < 0) {
+            if (kept_ < 0 || ::dup2(nowhere.Get(), STDERR_FILENO) < 0) {
                 throw std::runtime_error("stderr cannot be led to /dev/null");
             }
         }
@@ -60,13 +61,13 @@ private:
         {
             ::dup2(kept_, STDERR_FILENO);
             ::close(kept_);
-            ::close(nowhere_);
         }
 
     private:
         int kept_;
-        int nowhere_;
     };
+
+    const Corvane::File::Descriptor nowhere_{::open("/dev/null", O_WRONLY | O_CLOEXEC)};
 };
 
 // Lets fsync succeed at once: what is tested does not depend on it.

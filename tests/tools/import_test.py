@@ -254,6 +254,15 @@ class Csv(ImportTest):
         self.assertEqual(self.refused("time,,a,\n", "--skip-bad"), "line 1, column 9: a second column of the name ")
         self.assertEqual(self.rows("time,a\n"), [])
 
+    def test_other_separators_get_a_hint(self):
+        hint = "; commas separate columns, not semicolons or tabs"
+        for text, error in (("time;a\n2027-01-15;1\n", "column 1: there is no field time"),
+                            ("time\ta\n2027-01-15\t1,5\n", "column 14: more than 1 column")):
+            self.assertEqual(self.refused(text), f"line 2, {error}{hint}")
+        self.assertEqual(self.refused("a\n1\n"),
+                         "line 2, column 1: there is no field time; --time names the one that holds the time")
+        self.assertEqual(self.rows("time;a\n2027-01-15\n", "--time", "time;a"), [{}])
+
     def test_one_column_may_be_empty(self):
         self.assertEqual(self.fields("a\n\nx\n", "--time", "now"), [{"a": ""}, {"a": "x"}])
 
@@ -512,9 +521,12 @@ class Interrupt(ImportTest):
             self.assertIn("the last row was not whole and is left out\n", err)
             self.assertEqual(self.records(), 2)
 
-    def test_before_the_first_row_it_makes_an_empty_file(self):
-        self.assertEqual(self.interrupted("")[0], 0)
-        self.assertEqual(self.records(), 0)
+    def test_before_the_first_row_it_writes_nothing(self):
+        self.write("out", b"old")
+        for rows in ("", "time\n", "[", '{"time":'):
+            code, err = self.interrupted(rows, "--force")
+            self.assertEqual((code, err), (-signal.SIGINT, "out: interrupted; 0 files were written\n"))
+            self.assertEqual((os.listdir(self.folder), self.read("out")), (["out"], b"old"))
 
     def test_of_a_file_it_writes_nothing(self):
         os.mkfifo(self.path("fifo"))

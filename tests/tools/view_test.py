@@ -59,9 +59,12 @@ class Page:
 
 class View(ProgramTest):
     def view(self, name, *options, code=0, **keywords):
-        """The page of a file. The tool prints nothing."""
-        self.assertEqual(self.out("view", name, "-o", "page.html", "--force", *options, code=code, **keywords), "")
-        return self.page(self.path("page.html"))
+        """The page of a file. The tool prints nothing but the verdict of a file that is not sound."""
+        out, err = self.run_tool("view", name, "-o", "page.html", "--force", *options, code=code, **keywords)
+        page = self.page(self.path("page.html"))
+        verdict = text_of(page.all("*[@id='verdict']")[0])
+        self.assertEqual((out, err.decode()), (b"", f"chunkfile: {name}: {verdict}\n" if code else ""))
+        return page
 
     def page(self, path):
         return Page(Path(path).read_text(encoding="utf-8"))

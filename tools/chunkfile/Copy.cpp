@@ -35,6 +35,11 @@ Exit PlanCopy(Plan& plan, const Options& options, Terminal& terminal)
     return code;
 }
 
+bool Selects(const Options& options)
+{
+    return options.from || options.to || options.index.begin != 0 || options.index.end != UINT64_MAX;
+}
+
 }  // namespace
 
 Exit Copy(const Options& options, Terminal& terminal)
@@ -46,6 +51,10 @@ Exit Copy(const Options& options, Terminal& terminal)
     AllowManyFiles();
     Plan plan(options, terminal);
     const Exit code = PlanCopy(plan, options, terminal);
+    if (plan.Size() == 0 && (code != Exit::Fine || Selects(options))) {
+        terminal.Error(ErrorText(options.output, "not written: there is no record to copy"));
+        return Graver(code, Exit::Found);
+    }
     plan.Decide();
     return Graver(code, WriteChunks(plan, options, terminal).skipped == 0 ? Exit::Fine : Exit::Found);
 }

@@ -148,7 +148,8 @@ bool CsvRows::TakeCells(std::size_t least, std::size_t most)
     begins_.clear();
     do {
         if (begins_.size() == most) {
-            Refuse(here_, "more than " + Number(most, "column", "columns"));
+            const std::string hint = names_.size() == 1 ? SeparatorHint(names_.front()) : "";
+            Refuse(here_, "more than " + Number(most, "column", "columns") + hint);
         }
         if (begins_.size() == cells_.size()) {
             cells_.emplace_back();

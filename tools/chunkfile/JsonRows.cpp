@@ -112,6 +112,12 @@ std::size_t Duplicate(const Glue::Fields& fields)
     return same == names.end() ? fields.size() : same[1].second;
 }
 
+std::string SeparatorHint(std::string_view onlyName)
+{
+    const bool has = onlyName.find_first_of(";\t") != std::string_view::npos;
+    return has ? "; commas separate columns, not semicolons or tabs" : "";
+}
+
 std::optional<std::vector<std::string>> PointerTokens(std::string_view pointer)
 {
     std::vector<std::string> tokens;

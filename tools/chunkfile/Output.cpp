@@ -80,7 +80,12 @@ void CheckOutput(const Options& options)
     if (options.splitNanoseconds != 0 && !Glue::TimePointOf(0)) {
         throw std::invalid_argument("--split by time needs a platform that tells its times in nanoseconds");
     }
-    RefuseName(Splits(options) ? PartName(options.output, 1) : options.output, options);
+    const std::uint64_t size = options.maxSize.value_or(0);
+    if (size != 0 && (size < File::kHeaderSize || size > kMostBytes)) {
+        throw std::invalid_argument("--max-size: " + Bytes(size) + "; a file has from " +
+                                    std::to_string(File::kHeaderSize) + " to " + std::to_string(kMostBytes));
+    }
+    Splits(options) ? RefuseParts(options) : RefuseName(options.output, options);
 }
 
 Written WriteChunks(ChunkSource& source, const Options& options, Terminal& terminal)
@@ -94,6 +99,7 @@ Written WriteChunks(ChunkSource& source, const Options& options, Terminal& termi
         if (Interrupted() && source.EndsAtInterrupt()) {
             terminal.Error(ErrorText(options.output, "interrupted: the input ends here"));
         }
+        terminal.Flush();  // Ctrl-C must not come between the last file and its line
         return written;
     } catch (const InterruptedError&) {
         EndInterrupted(writer.Done(), options, terminal);

@@ -49,7 +49,8 @@ public:
     virtual bool HasDistinctTimes() const { return false; }
 
     /// Whether Ctrl-C ends the chunks, because a person types them: Next then sees Interrupted() and returns null, and
-    /// what there is is written. Otherwise Ctrl-C ends the program, and a part that has no name yet is not written.
+    /// the chunks so far are written. Otherwise, or before the first chunk, Ctrl-C ends the program, and a part that has
+    /// no name yet is not written.
     virtual bool EndsAtInterrupt() const { return false; }
 };
 

@@ -18,8 +18,6 @@ using Pellin::DataChunk;
 
 namespace {
 
-constexpr std::uint64_t kMostBytes = 2'147'479'552;  // of an appender's one `write`: a limit of Linux
-
 bool Contains(const std::vector<std::uint64_t>& ascending, std::uint64_t number)
 {
     return !ascending.empty() && std::binary_search(ascending.begin(), ascending.end(), number);
@@ -169,7 +167,8 @@ void PartWriter::Prove(const std::string& freshName, const std::string& name)
 
 void PartWriter::StopIfInterrupted() const
 {
-    if (Interrupts::Count() > (source_.EndsAtInterrupt() ? 1 : 0)) {
+    const bool hasChunks = taken_ != 0 || chunk_ != nullptr;
+    if (Interrupts::Count() > (source_.EndsAtInterrupt() && hasChunks ? 1 : 0)) {
         throw InterruptedError("interrupted");
     }
 }

@@ -13,6 +13,8 @@
 
 namespace Corvane::FileTool {
 
+constexpr std::uint64_t kMostBytes = 2'147'479'552;  ///< of an appender's one `write`: a limit of Linux
+
 /// Ctrl-C, where it ends everything.
 struct InterruptedError : std::runtime_error {
     using std::runtime_error::runtime_error;

@@ -49,7 +49,9 @@ std::int64_t RowTimes::Take(Row& row)
     }
     const auto field = std::ranges::find(row.fields, tokens_.front(), &Glue::Fields::value_type::first);
     if (field == row.fields.end()) {
-        throw std::runtime_error("there is no field " + tokens_.front() + "; --time names the one that holds the time");
+        const std::string hint = row.fields.size() == 1 ? SeparatorHint(row.fields.front().first) : "";
+        throw std::runtime_error("there is no field " + tokens_.front() +
+                                 (hint.empty() ? "; --time names the one that holds the time" : hint));
     }
     if (tokens_.size() > 1) {
         const auto text = JsonAt(field->second, std::span(tokens_).subspan(1));

@@ -74,6 +74,9 @@ inline std::unique_ptr<RowReader> ReadRows(TextStream& stream, Format format, co
 /// The second of two fields of the same name; their number if all names differ.
 std::size_t Duplicate(const Glue::Fields& fields);
 
+/// A hint for errors of rows with one field, if its name has another separator than a comma. Otherwise empty.
+std::string SeparatorHint(std::string_view onlyName);
+
 /// The tokens of a JSON pointer: `/a/b`. Nothing if the text is none.
 std::optional<std::vector<std::string>> PointerTokens(std::string_view pointer);
 

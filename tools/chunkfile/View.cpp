@@ -91,6 +91,8 @@ void WritePage(const std::string& page, const Options& options)
 
 struct Seen {
     std::string page;
+    std::string file;
+    Verdict verdict;
     Exit code;
 };
 
@@ -107,9 +109,9 @@ Seen LookAt(const std::string& path, Terminal& terminal)
         };
         const Checked checked = CheckedOf(input, 0, wanted);
         facts.Finish(checked.survey);
-        return {ViewPage(checked, facts), CodeOf(checked, false)};
+        return {ViewPage(checked, facts), input.Name(), checked.verdict, CodeOf(checked, false)};
     } catch (const std::runtime_error& error) {
-        throw std::runtime_error(ErrorText(path, error.what()));
+        throw std::runtime_error(ErrorText(path == "-" ? "standard input" : path, error.what()));
     }
 }
 
@@ -123,6 +125,9 @@ Exit View(const Options& options, Terminal& terminal)
     RefuseName(options.output, options);
     const Seen seen = LookAt(options.paths.front(), terminal);
     WritePage(seen.page, options);
+    if (seen.code != Exit::Fine) {
+        terminal.Error(ErrorText(seen.file, std::string(NameOf(seen.verdict))));
+    }
     return seen.code;
 }
 
