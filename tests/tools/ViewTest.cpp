@@ -1,4 +1,4 @@
-// chunkfile view, with every step of its writing failed once, and its bins.
+// chunkfile view: how it writes, its numbers, and its bins.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -30,19 +30,6 @@ protected:
                            [](const auto& file) { return file.path().filename().string().starts_with("out."); });
     }
 };
-
-TEST_F(ToolView, FailedStepLeavesTheOldPageAndNoLitter)
-{
-    for (const char* step : {"write", "fchmod", "fsync", "renameat"}) {
-        SCOPED_TRACE(step);
-        SystemCalls calls;
-        calls.Fail(step, EIO);
-        EXPECT_EQ(Run(Corvane::FileTool::View), Exit::CouldNot);
-        EXPECT_EQ(calls.Fired(), 1U);
-        EXPECT_EQ(Out(), "old");
-        EXPECT_FALSE(HasLitter());
-    }
-}
 
 TEST_F(ToolView, PageThatIsWrittenInPiecesIsWhole)
 {

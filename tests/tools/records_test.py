@@ -154,7 +154,7 @@ class Cat(ProgramTest):
 
     def test_verbose_says_how_many(self):
         err = self.run_tool("cat", "-v", self.five())[1]
-        self.assertEqual(err, b"chunkfile: five: 5 records printed\n")
+        self.assertEqual(err, b"chunkfile: five: 5 records selected\n")
 
     def test_full_disk_is_an_error(self):
         with open("/dev/full", "wb") as full:

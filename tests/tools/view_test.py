@@ -243,6 +243,18 @@ class Writing(View):
         os.umask(mask)
         self.assertEqual(os.stat(self.path("page.html")).st_mode & 0o777, 0o666 & ~mask)
 
+    def test_replaced_page_keeps_its_mode_and_its_links(self):
+        page = self.view(self.five()).text
+        self.write("other", b"old")
+        os.chmod(self.path("other"), 0o640)
+        os.remove(self.path("page.html"))
+        os.symlink("other", self.path("page.html"))
+        self.assertEqual(self.view("five").text, page)
+        self.assertEqual((os.readlink(self.path("page.html")), os.stat(self.path("other")).st_mode & 0o777), ("other", 0o640))
+        os.remove(self.path("other"))
+        self.view("five")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["five", "page.html"])
+
     def test_full_disk_leaves_the_old_page_and_no_litter(self):
         self.write("page.html", b"old")
         self.five()

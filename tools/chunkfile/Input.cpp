@@ -18,8 +18,10 @@ namespace {
 
 constexpr std::uint64_t kPage = 4096;
 
-// The result of a system call, which is made again if a signal interrupts it. Throws the reason if it fails.
-auto Done(auto call)
+constexpr const char* kCopy = "temporary copy: ";
+
+// The result of a system call, which is made again if a signal interrupts it. Throws step and reason if it fails.
+auto Done(auto call, const std::string& step = "")
 {
     for (;;) {
         const auto result = call();
@@ -27,8 +29,8 @@ auto Done(auto call)
             return result;
         }
         if (errno != EINTR) {
-            throw std::runtime_error(
-                std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): this program has one thread
+            const char* const reason = std::strerror(errno);  // NOLINT(*-mt-unsafe): this program has one thread
+            throw std::runtime_error(step + reason);
         }
     }
 }
@@ -60,7 +62,7 @@ int UnnamedFile()
         return unnamed;
     }
     path += "/chunkfile-XXXXXX";  // some file systems have no O_TMPFILE
-    const int fd = Done([&] { return ::mkostemp(path.data(), O_CLOEXEC); });
+    const int fd = Done([&] { return ::mkostemp(path.data(), O_CLOEXEC); }, kCopy);
     ::unlink(path.c_str());
     return fd;
 }
@@ -115,7 +117,8 @@ void Input::Append(int from)
     std::vector<unsigned char> bytes(65536);
     while (const ssize_t count = Done([&] { return ::read(from, bytes.data(), bytes.size()); })) {
         for (ssize_t at = 0; at < count;) {
-            at += Done([&] { return ::write(file_.Get(), bytes.data() + at, static_cast<std::size_t>(count - at)); });
+            const auto rest = static_cast<std::size_t>(count - at);
+            at += Done([&] { return ::write(file_.Get(), bytes.data() + at, rest); }, kCopy);
         }
     }
     status_ = StatusOf(file_.Get());

@@ -100,7 +100,7 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
         }
     }
     if (options.verbose) {
-        terminal.Error(ErrorText(input.Name(), std::to_string(selection.Taken()) + " records printed"));
+        terminal.Error(ErrorText(input.Name(), Records(selection.Taken()) + " selected"));
     }
     return code;
 }

@@ -212,7 +212,7 @@ constexpr auto kOptions = std::to_array<OptionRow>({
     {kCat, "--format", "ndjson|csv|raw", "What to print; default: ndjson", TakeFormat},
     {kAll, "--color", "auto|always|never", "Colours; auto: on a terminal, without NO_COLOR", TakeColor},
     {kAll, "-q,--quiet", nullptr, "No progress, and nothing about files that are fine", Set<&Options::quiet>},
-    {kAll, "-v,--verbose", nullptr, "Log entries of the library, and how many records were printed",
+    {kAll, "-v,--verbose", nullptr, "Log entries of the library, and how many records were selected",
      Set<&Options::verbose>},
 });
 

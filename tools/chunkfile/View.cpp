@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
 
@@ -22,6 +23,15 @@ namespace {
 {
     const std::string reason = std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): this program has one thread
     throw std::runtime_error(ErrorText(name, std::string(step) + ": " + reason));
+}
+
+// A link stays, and what it leads to is replaced. A link to nothing is replaced itself.
+std::string TargetOf(const std::string& page)
+{
+    std::error_code error;
+    const bool isLink = std::filesystem::is_symlink(page, error);
+    const std::string target = isLink ? std::filesystem::canonical(page, error) : std::filesystem::path();
+    return target.empty() ? page : target;
 }
 
 // A file beside the page. It goes away unless it becomes the page.
@@ -53,9 +63,7 @@ public:
             }
             text.remove_prefix(written == -1 ? 0 : static_cast<std::size_t>(written));
         }
-        const mode_t mask = ::umask(0);
-        ::umask(mask);
-        if (::fchmod(fd_, 0666 & ~mask) == -1 || ::fsync(fd_) == -1) {
+        if (::fchmod(fd_, Mode()) == -1 || ::fsync(fd_) == -1) {
             Fail(page_, "sync");
         }
     }
@@ -69,6 +77,15 @@ public:
     }
 
 private:
+    // What the replaced page has, or a new file.
+    mode_t Mode() const
+    {
+        struct stat old = {};
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        return ::stat(page_.c_str(), &old) == 0 ? old.st_mode & 0777 : 0666 & ~mask;
+    }
+
     std::string page_;
     std::string name_;
     int fd_;
@@ -78,7 +95,7 @@ void WritePage(const std::string& page, const Options& options)
 {
     const Interrupts interrupts;  // the fresh file does not stay
     {
-        FreshFile file(options.output);
+        FreshFile file(TargetOf(options.output));
         file.Write(page);
         if (Interrupts::Count() == 0) {
             RefuseName(options.output, options);  // meanwhile, somebody may have made such a file
