@@ -264,6 +264,8 @@ TEST_F(ToolProgram, InfoCountsFields)
 {
     const Ran ran = Run("$CHUNKFILE info --fields --format json sound");
     EXPECT_NE(ran.out.find(R"("fields":[{"name":"p","records":2}])"), std::string::npos) << ran.out;
+    EXPECT_NE(Run("$CHUNKFILE info --fields sound").out.find("\n  field       p: 2\n"), std::string::npos);
+    EXPECT_NE(Run("$CHUNKFILE info --fields --format csv sound").out.find(",nothing,0,p:2\r\n"), std::string::npos);
 }
 
 // A glue that declines everything: times as they print, no fields, and the same judgement otherwise.
@@ -273,6 +275,9 @@ TEST_F(ToolProgram, MinimalPlatformIsJudgedByItsContractAlone)
     EXPECT_NE(Run("$MINIMAL check sound").out.find("unknown-records"), std::string::npos);
     EXPECT_EQ(CodeOf("$MINIMAL check unbounded"), 3);  // one record: it cannot tell
     EXPECT_NE(Run("$MINIMAL check unbounded").out.find("unclear"), std::string::npos);
+    EXPECT_NE(Run("$MINIMAL info sound").out.find("\n  after it    unknown records\n"), std::string::npos);
+    EXPECT_NE(Run("$MINIMAL info unbounded").out.find("\n  after it    damaged or unknown record\n"),
+              std::string::npos);
 }
 
 // 32 MiB, the largest record, and 9 bytes for each of a million records.

@@ -1,11 +1,13 @@
 // What check finds in a file: each code, and which records after damage count as the file's.
 #include "chunkfile/Findings.h"
+#include "chunkfile/Terminal.h"
 #include "chunkfile/ViewFacts.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "support/ChunkFileTest.h"
@@ -261,6 +263,26 @@ TEST_F(Unreadable, BytesAreAPartOfTheMapOfView)
     EXPECT_EQ(sum, 4096U);
     EXPECT_EQ(facts.Map().Sum(ByteKind::Unreadable), sum);
     EXPECT_EQ(facts.Map().KindOf(45'056 / facts.Map().CellSize()), ByteKind::Unreadable);
+}
+
+TEST_F(Unreadable, BytesAreNamedAndSkippedByScan)
+{
+    support::WriteFile(path_, File());
+    const BadBlock bad(40960, 49152);
+    Corvane::FileTool::Options options;
+    options.paths = {path_};
+    options.scan = true;
+    options.format = Corvane::FileTool::Format::Csv;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Corvane::FileTool::Terminal terminal(options);
+    const auto code = Corvane::FileTool::List(options, terminal);
+    terminal.Flush();
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(code, Corvane::FileTool::Exit::CouldNot);
+    EXPECT_EQ(std::ranges::count(out, '\n'), 1 + 8 + 10);  // names, counted and found records
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(": bytes 40960 to 49152: cannot be read\n"),
+              std::string::npos);
 }
 
 TEST_F(Unreadable, HeaderIsAnError)

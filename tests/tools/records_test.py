@@ -134,6 +134,30 @@ class Cat(ProgramTest):
         rows = self.run_tool("cat", "--scan", "--format", "csv", self.damaged(), code=3)[0].split(b"\r\n")
         self.assertEqual(len(rows), 6)
 
+    def test_scan_leaves_doubtful_records_and_their_fields_out(self):
+        def series(first, last, **fields):
+            return [record(BEGIN + i * SECOND, {b"i": b"%d" % i, **{name.encode(): b"" for name in fields}}) for i in range(first, last)]
+        records = [*series(5, 7), b"\xff" * 40, *series(0, 4, stale=1), b"\xff" * 40, *series(9, 11, late=1)]
+        file = self.chunks("file", records, count=8)
+        def cat(*arguments):
+            return self.run_tool("cat", "--fields", "i", *arguments, file, code=3)[0].decode().count("\n")
+        self.assertEqual([cat(), cat("--scan"), cat("--scan", "--limit", "3"), cat("--scan", "--index", ":4")], [2, 4, 3, 3])
+        for options, names in (((), "time,i"), (("--scan",), "time,i,late")):
+            out = self.run_tool("cat", *options, "--format", "csv", file, code=3)[0].decode()
+            self.assertEqual(out.split("\r\n")[0], names)
+        out, err = self.run_tool("list", "--scan", "-v", "--format", "csv", file, code=3)
+        self.assertEqual(out.decode().count("doubtful"), 4)
+        self.assertTrue(err.endswith(b": 8 records selected\n"), err)
+
+    def test_file_that_changes_while_it_is_read_says_so(self):
+        file = self.chunks("large", [record(BEGIN + i, {b"a": b"x" * 1000}) for i in range(1000)])
+        for command in (("cat",), ("list", "--format", "json")):
+            with subprocess.Popen([self.program, *command, file], cwd=self.folder, stdout=subprocess.PIPE,
+                                  stderr=subprocess.PIPE) as process:
+                process.stdout.read(10)  # it now waits for a reader
+                os.utime(self.path(file))
+                self.assertEqual(process.communicate()[1], b"chunkfile: large: the file changed while it was read\n")
+
     def test_what_ends_before_the_damage_is_fine(self):
         self.assertEqual(len(self.lines(self.damaged(), "--limit", "2")), 2)
         self.assertEqual(len(self.lines(self.damaged(), "--index", "1:2")), 1)

@@ -96,11 +96,14 @@ class Terminal(ProgramTest):
 
     def test_no_data_controls_the_terminal(self):
         hostile = b"\x1b]0;title\x07\xc2\x9b31m\xe2\x80\xae\xff\r"
-        self.chunks("hostile", [record(BEGIN, {hostile: hostile, b"j": b'["' + hostile + b'"]', b"c": hostile[:-2]})])
-        for command in (("list",), ("list", "--format", "json"), ("cat",), ("cat", "--format", "csv"),
-                        ("cat", "--fields", "c"), ("info", "--fields"), ("info", "--fields", "--format", "json")):
+        name = hostile[:-2].decode()
+        self.chunks(name, [record(BEGIN, {hostile: hostile, b"j": b'["' + hostile + b'"]', hostile[:-2]: hostile[:-2]})])
+        commands = [("cat",), ("cat", "--fields", name), ("cat", "--format", "csv")]
+        for command in (("list",), ("info", "--fields"), ("check",)):
+            commands += [command, (*command, "--format", "json"), (*command, "--format", "csv")]
+        for command in commands:
             for locale in ("C.UTF-8", "C"):
-                text = self.shown(*command, "hostile", LC_ALL=locale, TERM="dumb")
+                text = self.shown(*command, name, LC_ALL=locale, TERM="dumb")
                 rest = set(re.sub("\r+\n|…", "", text))
                 self.assertFalse({c for c in rest if not " " <= c <= "~" and c not in "▁▂▃▄▅▆▇█"}, (command, locale, text))
 

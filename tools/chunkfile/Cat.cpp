@@ -61,14 +61,11 @@ struct Call {
     bool named = false;  // the first line of CSV is written
 };
 
-// Gives the chosen records without the doubtful ones.
-Exit PrintOwn(Call& call, const Input& input, const Print& print)
+Exit PrintChosen(Call& call, const Input& input, const Print& print)
 {
     return PrintSelected(call.options, input, call.terminal, [&](const FoundRecord& record) {
-        if (record.standing != Standing::Doubtful) {
-            print(record);
-            call.unmet.Meet(record.chunk);
-        }
+        print(record);
+        call.unmet.Meet(record.chunk);
     });
 }
 
@@ -84,7 +81,7 @@ Exit CatNdjson(Call& call, const Input& input)
         AppendJsonValue(line += ':', value, !options.strings);
         comma = ",";
     };
-    return PrintOwn(call, input, [&](const FoundRecord& record) {
+    return PrintChosen(call, input, [&](const FoundRecord& record) {
         line = "{\"time\":";
         AppendJsonName(line, TimeText(record.chunk.GetTimePoint()));
         line += ",\"fields\":{";
@@ -99,15 +96,12 @@ Exit CatNdjson(Call& call, const Input& input)
                 }
             }
         }
-        // A terminal gets no byte that could control it. JSON has none, but a locale may read UTF-8 as such.
-        line += "}}";
-        terminal.Write(terminal.IsTerminal() ? Terminal::Escaped(line) : line);
-        terminal.Write("\n");
+        terminal.WriteLine(line += "}}");
     });
 }
 
-// The names of all fields in the file, in the order of their bytes.
-std::vector<std::string> AllNames(const Input& input)
+// The names of all fields in the file, in the order of their bytes, with --scan also those after damage.
+std::vector<std::string> AllNames(const Options& options, const Input& input)
 {
     std::set<std::string, std::less<>> names;
     const auto add = [&](std::string_view name, std::string_view /*value*/) {
@@ -116,14 +110,16 @@ std::vector<std::string> AllNames(const Input& input)
         }
     };
     const auto visit = [&](const FoundRecord& record) {
-        VisitFields(record.chunk, add);
+        if (record.standing != Standing::Doubtful) {
+            VisitFields(record.chunk, add);
+        }
         if (names.size() > kMostColumns) {
             throw std::runtime_error("more than 10000 fields: choose some with --fields");
         }
         return true;
     };
-    Walk walk(input, true);
-    if (!walk.Counted(visit).reason.empty()) {
+    Walk walk(input, options.scan);
+    if (!walk.Counted(visit).reason.empty() && options.scan) {
         walk.AfterEnd(visit);
     }
     return {names.begin(), names.end()};
@@ -132,25 +128,22 @@ std::vector<std::string> AllNames(const Input& input)
 // The first file's line of names is for all.
 Exit CatCsv(Call& call, const Input& input)
 {
-    const std::vector<std::string>& fields = call.options.fields;
+    const Options& options = call.options;
     Terminal& terminal = call.terminal;
-    Chosen chosen(fields.empty() ? AllNames(input) : fields);
+    Chosen chosen(options.fields.empty() ? AllNames(options, input) : options.fields);
     std::string line;
-    const auto append = [&](const std::string& text) {
-        AppendCsv(line, terminal.IsTerminal() ? Terminal::Escaped(text) : text);
-    };
     const auto write = [&](const std::string& time, auto textOf) {
         line.clear();
-        append(time);
+        AppendCsv(line, time);
         for (const auto& field : chosen.Fields()) {
-            append((line += ',', textOf(field)));
+            AppendCsv(line += ',', textOf(field));
         }
-        terminal.Write(line += "\r\n");
+        terminal.WriteLine(line, kCsvEnd);
     };
     if (!std::exchange(call.named, true)) {
         write("time", [](const auto& field) { return TextOrBase64(field.first); });
     }
-    return PrintOwn(call, input, [&](const FoundRecord& record) {
+    return PrintChosen(call, input, [&](const FoundRecord& record) {
         chosen.Read(record.chunk);
         write(TimeText(record.chunk.GetTimePoint()),
               [](const auto& field) { return field.second ? TextOrBase64(*field.second) : ""; });
@@ -161,13 +154,14 @@ Exit CatCsv(Call& call, const Input& input)
 Exit CatRaw(Call& call, const Input& input)
 {
     std::vector<unsigned char> bytes(65536);
-    return PrintOwn(call, input, [&](const FoundRecord& record) {
+    return PrintChosen(call, input, [&](const FoundRecord& record) {
         const std::uint64_t size = record.size;
         for (std::uint64_t done = 0; done < size;) {
             const std::size_t count =
                 input.ReadAt(record.position + done, bytes.data(), std::min<std::uint64_t>(bytes.size(), size - done));
             if (count == 0) {
-                throw std::runtime_error("the file became shorter");
+                throw std::runtime_error("byte " + std::to_string(record.position) + " (record " +
+                                         std::to_string(record.index) + "): the file became shorter");
             }
             call.terminal.Write({reinterpret_cast<const char*>(bytes.data()), count});
             done += count;
@@ -194,11 +188,12 @@ Exit Cat(const Options& options, Terminal& terminal)
 {
     RefuseWrongUse(options, terminal);
     Call call = {options, terminal};
+    const auto unlessRaw = options.format == Format::Csv ? CatCsv : CatNdjson;
+    const auto print = options.format == Format::Raw ? CatRaw : unlessRaw;
     const Exit code = ForEachFile(options, terminal, [&](const Input& input) {
-        if (options.format == Format::Raw) {
-            return CatRaw(call, input);
-        }
-        return options.format == Format::Csv ? CatCsv(call, input) : CatNdjson(call, input);
+        const Exit printed = print(call, input);
+        ReportChange(input, terminal);
+        return printed;
     });
     call.unmet.Report(options, terminal);
     return code;

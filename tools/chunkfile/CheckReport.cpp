@@ -109,7 +109,7 @@ void WriteJson(Terminal& terminal, const Checked& checked)
     AddRuns(json, survey);
     AddReopening(json, checked);
     json.Close();
-    terminal.Write(json.Line() + "\n");
+    terminal.WriteLine(json.Line());
 }
 
 void WriteCsv(Terminal& terminal, bool first, const Checked& checked)
@@ -120,12 +120,13 @@ void WriteCsv(Terminal& terminal, bool first, const Checked& checked)
     const std::string file = TextOrBase64(checked.file);
     const std::string_view verdict = NameOf(checked.verdict);
     if (checked.findings.empty()) {
-        terminal.Write(CsvLine({file, verdict, "", "", "", "", "", "", ""}));
+        terminal.WriteLine(CsvLine({file, verdict, "", "", "", "", "", "", ""}), kCsvEnd);
     }
     for (const Finding& finding : checked.findings) {
-        terminal.Write(CsvLine({file, verdict, NameOf(finding.severity), finding.code,
-                                std::to_string(finding.bytes.begin), std::to_string(finding.bytes.end),
-                                finding.record ? std::to_string(*finding.record) : "", finding.time, finding.text}));
+        terminal.WriteLine(CsvLine({file, verdict, NameOf(finding.severity), finding.code,
+                                    std::to_string(finding.bytes.begin), std::to_string(finding.bytes.end),
+                                    finding.record ? std::to_string(*finding.record) : "", finding.time, finding.text}),
+                           kCsvEnd);
     }
 }
 

@@ -24,9 +24,6 @@ void ReportEnd(const Facts& facts, Terminal& terminal)
     } else if (!end.reason.empty()) {
         terminal.Error(ErrorText(facts.file, end.position, end.records, end.reason));
     }
-    if (facts.survey.changed) {
-        terminal.Error(ErrorText(facts.file, "the file changed while it was read"));
-    }
 }
 
 }  // namespace
@@ -42,6 +39,7 @@ Exit Info(const Options& options, Terminal& terminal)
         const Facts facts = {input.Name(), options.countFields, SurveyOf(input, wanted)};
         WriteInfo(terminal, options.format, std::exchange(first, false), facts);
         ReportEnd(facts, terminal);
+        ReportChange(input, terminal);
         return CodeOf(facts.survey);
     });
 }

@@ -79,6 +79,9 @@ std::string OrderText(const TimeSpan& times, std::uint64_t records)
 
 std::string NameOfRest(const Survey& survey)
 {
+    if (!survey.knownChunks) {
+        return survey.count == 1 ? "damaged or unknown record" : "unknown records";
+    }
     std::string name(RestOf(survey));
     if (survey.damage != Damage::None && name != "nothing" && name != "zeros") {
         return "damage";
@@ -165,7 +168,7 @@ void WriteJson(Terminal& terminal, const Facts& facts)
         json.Close();
     }
     json.Close();
-    terminal.Write(json.Line() + "\n");
+    terminal.WriteLine(json.Line());
 }
 
 void WriteCsv(Terminal& terminal, bool first, const Facts& facts)
@@ -173,18 +176,23 @@ void WriteCsv(Terminal& terminal, bool first, const Facts& facts)
     if (first) {
         terminal.Write(
             "file,version,count,records,first,last,descents,time_points,least,most,size,used,allocated,after,"
-            "records_after\r\n");
+            "records_after,fields\r\n");
     }
     const Survey& survey = facts.survey;
     const TimeSpan& times = survey.times;
+    std::string fields;
+    for (const auto& [name, number] : survey.fields) {
+        fields += (fields.empty() ? "" : " ") + TextOrBase64(name) + ":" + std::to_string(number);
+    }
     const auto ifAny = [&](std::uint64_t size) { return survey.end.records == 0 ? "" : std::to_string(size); };
-    terminal.Write(
+    terminal.WriteLine(
         CsvLine({TextOrBase64(facts.file), std::to_string(survey.version), std::to_string(survey.count),
                  std::to_string(survey.end.records), times.first ? TimeText(*times.first) : "",
                  times.last ? TimeText(*times.last) : "", std::to_string(times.descents),
                  std::to_string(times.distinct), ifAny(survey.sizes.least), ifAny(survey.sizes.most),
                  std::to_string(survey.size), std::to_string(UsedBytes(survey)), std::to_string(survey.allocated),
-                 NameOfRest(survey), std::to_string(survey.found + survey.doubtful)}));
+                 NameOfRest(survey), std::to_string(survey.found + survey.doubtful), fields}),
+        kCsvEnd);
 }
 
 }  // namespace

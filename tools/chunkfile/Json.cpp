@@ -125,7 +125,8 @@ std::string CsvLine(std::initializer_list<std::string_view> fields)
         AppendCsv(line, field);
         line += ',';
     }
-    return line.replace(line.size() - 1, 1, "\r\n");
+    line.pop_back();
+    return line;
 }
 
 std::string TextOrBase64(std::string_view bytes)

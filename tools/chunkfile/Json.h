@@ -32,9 +32,10 @@ struct JsonFault {
 /// are allowed. Strings are UTF-8 without halves of surrogates.
 std::optional<JsonFault> FaultOf(std::string_view text, int levels);  // JsonGrammar.cpp
 
-/// A line of CSV (RFC 4180) with its line end. Fields are quoted only where they must be.
+/// A line of CSV (RFC 4180) without its end, kCsvEnd. Fields are quoted only where they must be.
 std::string CsvLine(std::initializer_list<std::string_view> fields);
 void AppendCsv(std::string& line, std::string_view field);
+constexpr std::string_view kCsvEnd = "\r\n";
 
 /// The bytes if they are UTF-8 and do not begin with `base64:`; else `base64:` and the bytes in base64.
 std::string TextOrBase64(std::string_view bytes);

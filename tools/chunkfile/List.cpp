@@ -54,11 +54,12 @@ public:
         const auto names = NamesOf(record.chunk);
         const auto standing = static_cast<std::size_t>(record.standing);
         if (options_.format == Format::Json) {
-            terminal_.Write(JsonLine(record, time, names));
+            terminal_.WriteLine(JsonLine(record, time, names));
         } else if (options_.format == Format::Csv) {
-            terminal_.Write(
+            terminal_.WriteLine(
                 CsvLine({std::to_string(record.index), std::to_string(record.position), std::to_string(record.size),
-                         time, kStandings[standing], Joined(names, " ", TextOrBase64)}));
+                         time, kStandings[standing], Joined(names, " ", TextOrBase64)}),
+                kCsvEnd);
         } else {
             std::string line = Columns(kMarks[standing] + std::to_string(record.index), std::to_string(record.position),
                                        std::to_string(record.size), Terminal::Escaped(time)) +
@@ -98,7 +99,7 @@ private:
             }
             line.Close();
         }
-        return line.Close().Line() + "\n";
+        return line.Close().Line();
     }
 
     const Options& options_;
@@ -112,7 +113,10 @@ Exit List(const Options& options, Terminal& terminal)
 {
     return ForEachFile(options, terminal, [&](const Input& input) {
         const Lines lines(options, input, terminal);
-        return PrintSelected(options, input, terminal, [&](const FoundRecord& record) { lines.Print(record); });
+        const auto print = [&](const FoundRecord& record) { lines.Print(record); };
+        const Exit code = PrintSelected(options, input, terminal, print, /* doubtful = */ true);
+        ReportChange(input, terminal);
+        return code;
     });
 }
 

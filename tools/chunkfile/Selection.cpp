@@ -23,7 +23,8 @@ std::int64_t Nanoseconds(const Time::TimePoint& timePoint)
 
 class Selection {
 public:
-    Selection(const Options& options, const Input& input, Terminal& terminal) : options_(options)
+    Selection(const Options& options, bool doubtful, const Input& input, Terminal& terminal)
+        : options_(options), doubtful_(doubtful)
     {
         const auto from = options.from ? ParseTimeBound(*options.from) : std::nullopt;
         const auto to = options.to ? ParseTimeBound(*options.to) : std::nullopt;
@@ -45,9 +46,16 @@ public:
     // Whether the record of this index and later ones cannot be taken.
     bool IsOver(std::uint64_t index) const { return taken_ >= options_.limit || index >= options_.index.end; }
 
+    // The same for those after a record. Doubtful ones do not count: the file's own may follow them.
+    bool IsOverAfter(const FoundRecord& record) const
+    {
+        return IsOver(record.standing == Standing::Doubtful ? 0 : record.index + 1);
+    }
+
     bool Takes(const FoundRecord& record)
     {
-        if (record.index < options_.index.begin) {
+        const bool wanted = doubtful_ || record.standing != Standing::Doubtful;
+        if (!wanted || record.index < options_.index.begin || record.index >= options_.index.end) {
             return false;
         }
         if (from_ || to_) {
@@ -64,16 +72,33 @@ public:
 
 private:
     const Options& options_;
+    const bool doubtful_;
     std::optional<std::int64_t> from_;
     std::optional<std::int64_t> to_;
     std::uint64_t taken_ = 0;
 };
 
+Exit ReportUnreadable(const FoundAfter& after, const Input& input, Terminal& terminal)
+{
+    for (const Range& range : after.unreadable) {
+        terminal.Error(ErrorText(input.Name(), "bytes " + std::to_string(range.begin) + " to " +
+                                                   std::to_string(range.end) + ": cannot be read"));
+    }
+    return after.unreadable.empty() ? Exit::Fine : Exit::CouldNot;
+}
+
 }  // namespace
 
-Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print)
+void ReportChange(const Input& input, Terminal& terminal)
 {
-    Selection selection(options, input, terminal);
+    if (input.HasChanged()) {
+        terminal.Error(ErrorText(input.Name(), "the file changed while it was read"));
+    }
+}
+
+Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print, bool doubtful)
+{
+    Selection selection(options, doubtful, input, terminal);
     const auto visit = [&](const FoundRecord& record) {
         if (!terminal.IsTerminal() || selection.Taken() == 0) {  // lines on a terminal are progress enough
             terminal.Progress(input.Name(), record.position, input.Size());
@@ -81,7 +106,7 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
         if (selection.Takes(record)) {
             print(record);
         }
-        return !selection.IsOver(record.index + 1);
+        return !selection.IsOverAfter(record);
     };
     if (selection.IsOver(0)) {
         return Exit::Fine;
@@ -97,6 +122,7 @@ Exit PrintSelected(const Options& options, const Input& input, Terminal& termina
         code = end.kind == WalkEnd::Kind::Unreadable ? Exit::CouldNot : Exit::Found;
         if (options.scan) {
             walk.AfterEnd(visit);
+            code = Graver(code, ReportUnreadable(walk.After(), input, terminal));
         }
     }
     if (options.verbose) {

@@ -13,9 +13,13 @@ namespace Corvane::FileTool {
 
 using Print = std::function<void(const FoundRecord& record)>;
 
-/// Gives `print` the records of a file that --from, --to, --index and --limit leave, with --scan also those after damage.
-/// Reports what ended the walk. Throws std::runtime_error.
-Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print);
+/// Gives `print` the records of a file that --from, --to, --index and --limit leave, with --scan also those after damage,
+/// and the doubtful ones if wanted. Reports what ended the walk, and what cannot be read. Throws std::runtime_error.
+Exit PrintSelected(const Options& options, const Input& input, Terminal& terminal, const Print& print,
+                   bool doubtful = false);
+
+/// Reports a file that is not the one that was opened, or was written to since.
+void ReportChange(const Input& input, Terminal& terminal);
 
 /// The names of --fields that no record has had yet: a name that no record has is probably misspelt.
 class UnmetFields {

@@ -36,6 +36,13 @@ public:
     }
     void Flush();
 
+    /// Writes a line of JSON or CSV. On a terminal, what could control it is escaped.
+    void WriteLine(std::string_view line, std::string_view end = "\n")
+    {
+        Write(terminal_ ? Escaped(line) : line);
+        Write(end);
+    }
+
     /// Writes `chunkfile: TEXT` to stderr, with control characters escaped. Stdout's buffer goes first.
     void Error(std::string_view text);
 
