@@ -1,4 +1,5 @@
-// Whatever fails while recover, copy and view write: OUT is the old file or the whole new one, and nothing else stays.
+// Whatever fails while recover, copy, import and view write: OUT is the old file or the whole new one, and nothing else
+// stays.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@ namespace {
 
 using Corvane::FileTool::Copy;
 using Corvane::FileTool::Exit;
+using Corvane::FileTool::Import;
 using Corvane::FileTool::Recover;
 using Corvane::FileTool::View;
 using support::FileOf;
@@ -28,11 +30,16 @@ constexpr const char* kOld = "the old file";
 // What is written, and how.
 struct Work {
     const char* name;
+    decltype(&Recover) command;
     bool isDamaged;
     bool replaces;
-    std::uint64_t splitBytes;
-    bool isPage = false;
+    std::uint64_t splitBytes = 0;
 };
+
+constexpr const char* kRows = R"({"time":5,"a":"b"}
+{"time":7,"a":[1,{"c":null}]}
+{"time":6,"a":"b"}
+)";
 
 class WritingFaults : public support::WritingTest, public testing::WithParamInterface<Work> {
 protected:
@@ -43,17 +50,16 @@ protected:
             file[16 + 60 + 39] ^= 1;  // in record 1
             chunks_.erase(chunks_.begin() + 1);
         }
-        Put(file);
+        Put(GetParam().command == Import ? kRows : file);
         options_.splitBytes = GetParam().splitBytes;
+        options_.import.timeUnit = 1;
         source_ = ReadFile(path_);
         whole_ = Undisturbed();
     }
 
-    Exit Write() const
-    {
-        const Command command = GetParam().splitBytes != 0 ? Copy : Recover;
-        return Run(GetParam().isPage ? View : command);
-    }
+    Exit Write() const { return Run(GetParam().command); }
+
+    static bool WritesPage() { return GetParam().command == View; }
 
     void Prepare() const
     {
@@ -103,7 +109,7 @@ protected:
         if (file == undisturbed) {
             return true;
         }
-        if (GetParam().isPage) {
+        if (WritesPage()) {
             return code != Exit::Fine && file.ends_with("</html>\n");
         }
         support::WriteFile(folder_ / "b", file);
@@ -143,7 +149,7 @@ protected:
                 run(name, nth);
             }
         }
-        EXPECT_GT(cases, GetParam().isPage ? 30U : 40U);
+        EXPECT_GT(cases, WritesPage() ? 30U : 40U);
     }
 
     // The signal that ended a child which gets it at this call; 0 if none did. What it prints goes to `output`.
@@ -198,7 +204,7 @@ TEST_P(WritingFaults, EachShortWriteLeavesTheOldFile)
         calls.Shorten("write", 15, nth);
         const Exit code = Write();
         EXPECT_EQ(calls.Fired(), 1U);
-        EXPECT_EQ(code == Exit::Fine, GetParam().isPage);  // a page can be written in pieces
+        EXPECT_EQ(code == Exit::Fine, WritesPage());  // a page can be written in pieces
         ASSERT_NO_FATAL_FAILURE(ExpectOldOrWhole(code));
     }
 }
@@ -254,16 +260,19 @@ TEST_P(WritingFaults, InterruptAtEachCallTellsWhichFilesAreWhole)
         ASSERT_NE(::pread(output.Get(), bytes.data(), bytes.size() - 1, 0), -1);
         const std::string printed = bytes.data();
         for (const std::string& file : folder_.Names()) {
-            const bool isNew = ReadFile(folder_ / file) != kOld && !GetParam().isPage;
+            const bool isNew = ReadFile(folder_ / file) != kOld && !WritesPage();
             ASSERT_TRUE(file == "a" || (printed.find(file + ": ") != std::string::npos) == isNew) << file << printed;
         }
     });
 }
 
 INSTANTIATE_TEST_SUITE_P(OfEachKind, WritingFaults,
-                         testing::Values(Work{"Sound", false, false, 0}, Work{"SoundOverOld", false, true, 0},
-                                         Work{"DamagedOverOld", true, true, 0}, Work{"Parts", false, false, 160},
-                                         Work{"Page", false, true, 0, true}),
+                         testing::Values(Work{"Sound", Recover, false, false},
+                                         Work{"SoundOverOld", Recover, false, true},
+                                         Work{"DamagedOverOld", Recover, true, true},
+                                         Work{"Parts", Copy, false, false, 160}, Work{"Rows", Import, false, true},
+                                         Work{"PartsOfRows", Import, false, false, 120},
+                                         Work{"Page", View, false, true}),
                          [](const auto& work) { return work.param.name; });
 
 // Changes a file when the fresh one is opened for the proof.

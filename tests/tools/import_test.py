@@ -553,6 +553,24 @@ class Hostile(ImportTest):
             self.run_tool("import", "--drop-time", "--force", "-o", "out", stdin=(rows % ("x" * size)).encode())
             self.assertEqual(len(self.read("out")), 16 + 40 + 17 + size)
 
+    @unittest.skipUnless("MEMORY" in os.environ, "sanitizers take memory of their own")
+    def test_rows_that_memory_does_not_suffice_for_are_not_bad(self):
+        self.write("rows", (ROWS + '{"time":"2027-01-16","a":"%s"}\n' % ("x\\n" * 15_000_000)).encode())
+        codes = set()
+        for mebibytes in range(32, 512, 32):
+            def limit(size=mebibytes << 20):
+                resource.setrlimit(resource.RLIMIT_AS, (size, size))
+            done = subprocess.run([self.program, "import", "rows", "--skip-bad", "-o", "out", "--force"], cwd=self.folder,
+                                  capture_output=True, check=False, preexec_fn=limit)
+            codes.add(done.returncode)
+            if done.returncode == 1:
+                self.assertEqual(done.stderr, b"chunkfile: out of memory\n")
+                self.assertEqual(os.listdir(self.folder), ["rows"])
+            elif done.returncode == 0:
+                self.assertEqual(len(self.out("list", "out").splitlines()), 4)
+                os.remove(self.path("out"))
+        self.assertTrue({0, 1} <= codes <= {0, 1, 127}, codes)  # 127: the program does not even start
+
     def test_many_names_and_columns(self):
         names = [f"n{i}" for i in range(100_000)]
         row = {"time": "2027-01-15", **{name: "" for name in names}}

@@ -10,8 +10,6 @@ namespace Corvane::FileTool {
 
 namespace {
 
-constexpr std::string_view kSpace = " \t\r\n";
-
 // The position after the string whose quote is here.
 std::size_t EndOfString(std::string_view text, std::size_t quote)
 {

@@ -11,7 +11,6 @@ namespace ondemand = simdjson::ondemand;
 
 namespace {
 
-constexpr std::string_view kSpace = " \t\r\n";
 static_assert(TextStream::kPadding >= simdjson::SIMDJSON_PADDING);
 
 simdjson::simdjson_error NotJson()
@@ -19,9 +18,14 @@ simdjson::simdjson_error NotJson()
     return simdjson::simdjson_error(simdjson::TAPE_ERROR);
 }
 
-std::string_view WithoutSpace(std::string_view token)
+// Of a text with TextStream::kPadding readable bytes after it.
+ondemand::document DocumentOf(ondemand::parser& parser, std::string_view json)
 {
-    return token.substr(0, token.find_last_not_of(kSpace) + 1);
+    const auto fails = [&] { return parser.allocate(json.size()) != simdjson::SUCCESS; };
+    if (json.size() > parser.capacity() && (fails() || fails())) {  // it misses some failures, and then tries again
+        throw std::bad_alloc();
+    }
+    return parser.iterate(json.data(), json.size(), json.size() + TextStream::kPadding);
 }
 
 // simdjson finds where an object or array ends. The grammar finds whether it is JSON in between.
@@ -95,13 +99,11 @@ public:
         row.time.reset();
         if (form_ != Form::Cat) {
             Read(text, [&](ondemand::object object) { TakeFields(object, row.fields); });
-            if (form_ == Form::Plain || !IsCatLine(row.fields)) {
-                form_ = Form::Plain;
-                return;
-            }
-            form_ = Form::Cat;
+            form_ = form_ == Form::Unknown && IsCatLine(row.fields) ? Form::Cat : Form::Plain;
         }
-        Read(text, [&](ondemand::object object) { TakeCatLine(object, row); });
+        if (form_ == Form::Cat) {
+            Read(text, [&](ondemand::object object) { TakeCatLine(object, row); });
+        }
     }
 
 private:
@@ -116,7 +118,7 @@ private:
     {
         text_ = text;
         try {
-            ondemand::document document = parser_.iterate(text.data(), text.size(), text.size() + TextStream::kPadding);
+            ondemand::document document = DocumentOf(parser_, text);
             take(document.get_object());
             if (document.current_location().error() != simdjson::OUT_OF_BOUNDS) {  // something follows
                 throw NotJson();
@@ -133,10 +135,8 @@ private:
             throw BadText(fault->position, fault->reason);
         }
         const std::size_t begin = text_.find_first_not_of(kSpace);
-        if (text_[begin] != '{') {
-            throw BadText(begin, "a row is an object");
-        }
-        throw BadText(begin, form_ == Form::Cat ? "not a line of cat, as the first row is" : reason);
+        reason = form_ == Form::Cat ? "not a line of cat, as the first row is" : reason;
+        throw BadText(begin, text_[begin] == '{' ? reason : "a row is an object");
     }
 
     bool IsCatLine(const Glue::Fields& fields) const
@@ -231,10 +231,10 @@ void JsonRow::Parse(std::string_view text, Row& row)
 
 std::optional<std::string> JsonAt(const std::string& json, std::span<const std::string> tokens)
 {
-    const simdjson::padded_string text(json);
+    const std::string padded = json + std::string(TextStream::kPadding, ' ');
     ondemand::parser parser;
     try {
-        ondemand::document document = parser.iterate(text);
+        ondemand::document document = DocumentOf(parser, std::string_view(padded).substr(0, json.size()));
         ondemand::value value = document;
         for (const std::string& token : tokens) {
             value = MemberOf(value, token);

@@ -8,7 +8,6 @@ namespace Corvane::FileTool {
 
 namespace {
 
-constexpr std::string_view kSpace = " \t\r\n";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kMostLooked = 65536;               // bytes of a first line
 constexpr std::size_t kMostRow = std::size_t{1} << 30U;  // bytes; no record is longer

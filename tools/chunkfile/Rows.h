@@ -16,6 +16,14 @@
 /// Rows of text: what import reads. NDJSON and CSV are read as they come; a JSON document is held whole.
 namespace Corvane::FileTool {
 
+constexpr std::string_view kSpace = " \t\r\n";  ///< of JSON
+
+/// The text up to the space at its end.
+inline std::string_view WithoutSpace(std::string_view text)
+{
+    return text.substr(0, text.find_last_not_of(kSpace) + 1);
+}
+
 struct Row {
     Glue::Fields fields;              ///< no name twice
     std::optional<std::string> time;  ///< of a line of cat, where it is no field
