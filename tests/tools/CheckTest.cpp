@@ -127,6 +127,18 @@ TEST_F(ToolProgram, CheckSaysWhatItFound)
         "cut-record\n");
 }
 
+TEST_F(ToolProgram, TableSaysHowManyRunsItLeavesOut)
+{
+    std::string file = Word(2) + Word(1000);
+    for (std::int64_t time = 1; time <= 152; ++time) {
+        file += support::RecordOf(ChunkOfSize(time, 60)) + "junk";
+    }
+    Put("runs", file);
+    const std::string out = Run("$CHUNKFILE check runs").out;
+    EXPECT_NE(out.find("in 151 runs\n"), std::string::npos) << out;
+    EXPECT_NE(out.find(" good record\n    and 51 more runs\n  a reopening"), std::string::npos) << out;
+}
+
 TEST_F(ToolProgram, CheckAsJson)
 {
     EXPECT_EQ(

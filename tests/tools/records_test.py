@@ -104,6 +104,16 @@ class Cat(ProgramTest):
         self.assertEqual(rows, [["time", "a", "b", "c"], [time_text(BEGIN), 'x,"y"\r\n', "base64:/w==", ""],
                                 [time_text(BEGIN + 1), "", "", "3"]])
 
+    def test_names_of_fields_are_bounded(self):
+        self.chunks("names", [record(BEGIN + i, {b"%d" % i + b"n" * 1_500_000: b""}) for i in range(3)])
+        out, err = self.run_tool("info", "--fields", "--format", "json", "names")
+        self.assertEqual(len(json.loads(out)["fields"]), 2)
+        self.assertEqual(err, b"chunkfile: names: it has more fields than the 2 that are counted\n")
+        self.assertIn("choose some with --fields", self.error("cat", "--format", "csv", "names", code=1))
+        self.chunks("many", [record(BEGIN + i, {b"%d" % j: b"" for j in range(i * 4000, i * 4000 + 4000)}) for i in range(3)])
+        self.assertIn(b"than the 10000 that", self.run_tool("info", "--fields", "many")[1])
+        self.assertIn("choose some with --fields", self.error("cat", "--format", "csv", "many", code=1))
+
     def test_csv_of_several_files_has_the_named_columns_once(self):
         out = self.out("cat", "--format", "csv", "--fields", "name", "--limit", "1", self.five("a"), self.five("b"))
         self.assertEqual(out, f"time,name\r\n{time_text(BEGIN)},n0\r\n{time_text(BEGIN)},n0\r\n")
@@ -269,6 +279,11 @@ class Attr(ProgramTest):
         self.assertEqual(self.error("attr", "list", "nowhere", code=1), "nowhere: list: No such file or directory")
         self.assertEqual(self.error("attr", "set", "file", "none", "1", code=1),
                          "file: set none: Operation not supported")
+
+    def test_verbose_prints_the_log_entry(self):
+        err = self.run_tool("attr", "get", "-v", "file", "user.none", code=1)[1].decode()
+        self.assertRegex(err, r"^chunkfile: log entry, level 10: .*user\.none.*: No data available\n"
+                              r"chunkfile: file: get user\.none: No data available\n$")
 
     def test_wrong_number_of_arguments_is_wrong_usage(self):
         self.assertEqual(self.error("attr", "get", "file", code=2), "attr get takes PATH NAME")

@@ -12,7 +12,9 @@ namespace Corvane::FileTool {
 
 namespace {
 
-constexpr std::size_t kMostColumns = 10'000;  // of CSV; a hostile file could name any number
+// Of CSV. A hostile file could have any number of names, of any length.
+constexpr std::size_t kMostColumns = 10'000;
+constexpr std::size_t kMostNameBytes = std::size_t{4} << 20U;
 
 using VisitField = std::function<void(std::string_view name, std::string_view value)>;
 
@@ -104,17 +106,19 @@ Exit CatNdjson(Call& call, const Input& input)
 std::vector<std::string> AllNames(const Options& options, const Input& input)
 {
     std::set<std::string, std::less<>> names;
+    std::size_t bytes = 0;
     const auto add = [&](std::string_view name, std::string_view /*value*/) {
         if (const auto place = names.lower_bound(name); place == names.end() || *place != name) {
             names.emplace_hint(place, name);
+            bytes += name.size();
         }
     };
     const auto visit = [&](const FoundRecord& record) {
         if (record.standing != Standing::Doubtful) {
             VisitFields(record.chunk, add);
         }
-        if (names.size() > kMostColumns) {
-            throw std::runtime_error("more than 10000 fields: choose some with --fields");
+        if (names.size() > kMostColumns || bytes > kMostNameBytes) {
+            throw std::runtime_error("more than 10000 fields, or 4 MiB of their names: choose some with --fields");
         }
         return true;
     };

@@ -50,6 +50,9 @@ void WriteTable(Terminal& terminal, const Checked& checked)
             for (const RecordRun& run : checked.survey.runs) {
                 line("  " + RunText(run));
             }
+            if (const std::uint64_t others = checked.survey.numberOfRuns - checked.survey.runs.size(); others != 0) {
+                line("  and " + Number(others, "more run", "more runs"));
+            }
         }
     }
     line(ReopeningText(checked));

@@ -24,6 +24,10 @@ void ReportEnd(const Facts& facts, Terminal& terminal)
     } else if (!end.reason.empty()) {
         terminal.Error(ErrorText(facts.file, end.position, end.records, end.reason));
     }
+    if (facts.survey.moreFields) {
+        terminal.Error(ErrorText(facts.file, "it has more fields than the " +
+                                                 std::to_string(facts.survey.fields.size()) + " that are counted"));
+    }
 }
 
 }  // namespace

@@ -22,15 +22,19 @@ constexpr std::size_t kLeastOfAPart = 8;
 // Records between two reports of progress.
 constexpr std::uint64_t kProgressStep = 256;
 
-void AddFields(std::map<std::string, std::uint64_t>& fields, const DataChunk& chunk)
+void AddFields(Survey& survey, const DataChunk& chunk)
 {
-    Glue::VisitFields(chunk, [&fields](std::string_view name, std::string_view /*value*/) {
+    Glue::VisitFields(chunk, [&survey](std::string_view name, std::string_view /*value*/) {
         const std::string key(name);
-        const auto found = fields.find(key);
-        if (found != fields.end()) {
+        const auto found = survey.fields.find(key);
+        if (found != survey.fields.end()) {
             ++found->second;
-        } else if (fields.size() < Survey::kMostFields) {
-            fields.emplace(key, 1);
+        } else if (survey.fields.size() < Survey::kMostFields &&
+                   name.size() <= Survey::kMostNameBytes - survey.nameBytes) {
+            survey.nameBytes += name.size();
+            survey.fields.emplace(key, 1);
+        } else {
+            survey.moreFields = true;
         }
     });
 }
@@ -122,7 +126,7 @@ void SurveyRecords(Walk& walk, const SurveyOptions& options, Survey& survey)
             survey.times.firstDescent.emplace(Descent{record.index, bytes, record.chunk.GetTimePoint()});
         }
         if (options.countFields) {
-            AddFields(survey.fields, record.chunk);
+            AddFields(survey, record.chunk);
         }
         if (options.progress && record.index % kProgressStep == 0) {
             options.progress(record.position);

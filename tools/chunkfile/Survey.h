@@ -65,10 +65,13 @@ struct Survey : FoundAfter {
     std::vector<std::uint64_t> overTime;          ///< counted records in equal parts of the span, if asked for
     std::uint64_t notZero = 0;                    ///< the first byte after the records that is not zero, or `size`
     std::optional<RecordRun> secondImage;         ///< the same records again, if all counted ones were read
-    std::map<std::string, std::uint64_t> fields;  ///< how often; the first kMostFields names
+    std::map<std::string, std::uint64_t> fields;  ///< how often; as many names as the limits below permit
+    std::size_t nameBytes = 0;                    ///< of the names in `fields`
+    bool moreFields = false;                      ///< some names are left out
     bool changed = false;                         ///< the file changed while it was read
 
-    static constexpr std::size_t kMostFields = 10000;
+    static constexpr std::size_t kMostFields = 10'000;
+    static constexpr std::size_t kMostNameBytes = std::size_t{4} << 20U;
 };
 
 /// What lies after the last counted record: `nothing`, `zeros`, `second-image`, `older-records` or `other-bytes`; or the

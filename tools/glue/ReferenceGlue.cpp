@@ -80,8 +80,11 @@ std::size_t HeadSize()
 void SendLogTo(std::function<void(std::int32_t, const std::string&)> sink)
 {
     using tarn::cv::logging::LogEntry;
-    tarn::cv::logging::LoggingManager::SetSink(
-        [sink = std::move(sink)](const LogEntry& entry) { sink(entry.level, entry.message); });
+    using tarn::cv::logging::LoggingManager;
+    for (const char* const name : {"DataChunkFileAppender", "DataChunkFileReader", "ExtendedAttributes"}) {
+        LoggingManager::SetLevel(name, 0);  // an attribute call that fails is logged below the first level
+    }
+    LoggingManager::SetSink([sink = std::move(sink)](const LogEntry& entry) { sink(entry.level, entry.message); });
 }
 
 }  // namespace Corvane::FileTool::Glue
