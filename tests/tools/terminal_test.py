@@ -90,6 +90,49 @@ class Terminal(ProgramTest):
         self.assertEqual(child.signalstatus, signal.SIGINT)
         self.assertLess(time.monotonic() - started, 10)
 
+    def test_rows_can_be_typed(self):
+        row = '{"time":"2027-01-15"}'
+        for end in (pexpect.spawn.sendintr, pexpect.spawn.sendeof):
+            child = self.spawn("import", "-o", "out", "--force")
+            child.sendline(row)
+            child.expect(row)
+            self.wait_until_it_sleeps(child)
+            end(child)
+            text = child.read()
+            child.close()
+            self.assertEqual(child.exitstatus, 0, text)
+            self.assertIn("out: 1 record, 86 bytes\r\n", text)
+            self.assertEqual("interrupted: the input ends here" in text, end is pexpect.spawn.sendintr)
+
+    def wait_until_it_sleeps(self, child):
+        """Until it has read all and waits for more."""
+        for _ in range(600):
+            with open(f"/proc/{child.pid}/wchan", encoding="ascii") as wchan:
+                if "poll" in wchan.read():
+                    return
+            time.sleep(0.05)
+
+    def test_interrupt_between_parts_keeps_the_finished_ones(self):
+        child = self.spawn("copy", self.large(), "--split", "1ns", "-o", "p")
+        while len(os.listdir(self.folder)) < 5:
+            time.sleep(0.001)
+        child.sendintr()
+        text = ESCAPE.sub("", child.read())
+        child.close()
+        parts = sorted(name for name in os.listdir(self.folder) if name != "large")
+        self.assertEqual(child.signalstatus, signal.SIGINT, text)
+        self.assertEqual(re.findall(r"(p\.\d{4}): 1 record", text), parts)
+        self.assertIn(f"chunkfile: p: interrupted; {len(parts)} files were written\r\n", text)
+
+    def test_progress_of_an_input_of_unknown_size_is_in_bytes(self):
+        rows = "".join('{"time":%d}\n' % i for i in range(64))
+        self.write("rows", rows.encode())
+        text = self.shown("import", "--time-unit", "s", "-q", "-o", "quiet", shell="< <(cat rows; sleep 1; cat rows)", code=1)
+        self.assertNotIn("\r ", text)
+        text = self.shown("import", "--time-unit", "s", "--on-equal-time", "shift", "-o", "out",
+                          shell="< <(cat rows; sleep 1; cat rows)")
+        self.assertRegex(text, r"^\r  0 MiB of standard input\x1b\[K\r\x1b\[Kout: 128 records")
+
     def test_raw_records_are_refused(self):
         self.assertEqual(self.shown("cat", "--format", "raw", self.five(), code=2),
                          "chunkfile: raw records do not go to a terminal: redirect standard output\r\n")

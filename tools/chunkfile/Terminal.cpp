@@ -161,8 +161,9 @@ void Terminal::ShowProgress(std::string_view file, std::uint64_t done, std::uint
     next_ = now + std::chrono::milliseconds(100);
     shown_ = true;
     std::array<char, 64> text = {};
-    const double share = size == 0 ? 0 : 100.0 * static_cast<double>(done) / static_cast<double>(size);
-    std::snprintf(text.data(), text.size(), "%3.0f %% of ", share);
+    const auto bytes = static_cast<double>(done);
+    const double share = size == 0 ? bytes / (1U << 20U) : 100 * bytes / static_cast<double>(size);
+    std::snprintf(text.data(), text.size(), "%3.0f %s of ", share, size == 0 ? "MiB" : "%");
     std::fprintf(stderr, "\r%s\x1b[K", Fitting(text.data() + Escaped(file), Width(STDERR_FILENO) - 1).c_str());
 }
 

@@ -47,6 +47,7 @@ public:
     void Error(std::string_view text);
 
     /// Says how far a long command is: on a terminal, after half a second, and not with -q. Cheap enough for each record.
+    /// `size` 0 is unknown.
     void Progress(std::string_view file, std::uint64_t done, std::uint64_t size)
     {
         if (progress_ && ++calls_ % 16 == 0) {
