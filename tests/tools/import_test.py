@@ -493,14 +493,6 @@ class Interrupt(ImportTest):
         process.stderr.close()
         return code, err
 
-    def wait_for_poll(self, process):
-        """Until it has read all and waits for more."""
-        for _ in range(600):
-            with open(f"/proc/{process.pid}/wchan", encoding="ascii") as wchan:
-                if "poll" in wchan.read():
-                    return
-            time.sleep(0.05)
-
     def records(self):
         return len(self.out("cat", "out").splitlines())
 

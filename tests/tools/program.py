@@ -3,6 +3,7 @@ import os
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 
 import chunk_writer
@@ -54,6 +55,14 @@ class ProgramTest(unittest.TestCase):
         size = (len(data) - 16) // 5
         data[16 + at * size + 50] ^= 0xFF
         return self.write(name, data)
+
+    def wait_for_poll(self, process):
+        """Until an import has read all and waits for more."""
+        for _ in range(600):
+            with open(f"/proc/{process.pid}/wchan", encoding="ascii") as wchan:
+                if "poll" in wchan.read():
+                    return
+            time.sleep(0.05)
 
     def run_tool(self, *arguments, code=0, stdin=b"", environment=None, program=None):
         """Runs the tool, expects its exit code, and returns what it printed: (stdout, stderr) as bytes."""

@@ -96,21 +96,13 @@ class Terminal(ProgramTest):
             child = self.spawn("import", "-o", "out", "--force")
             child.sendline(row)
             child.expect(row)
-            self.wait_until_it_sleeps(child)
+            self.wait_for_poll(child)
             end(child)
             text = child.read()
             child.close()
             self.assertEqual(child.exitstatus, 0, text)
             self.assertIn("out: 1 record, 86 bytes\r\n", text)
             self.assertEqual("interrupted: the input ends here" in text, end is pexpect.spawn.sendintr)
-
-    def wait_until_it_sleeps(self, child):
-        """Until it has read all and waits for more."""
-        for _ in range(600):
-            with open(f"/proc/{child.pid}/wchan", encoding="ascii") as wchan:
-                if "poll" in wchan.read():
-                    return
-            time.sleep(0.05)
 
     def test_interrupt_between_parts_keeps_the_finished_ones(self):
         child = self.spawn("copy", self.large(), "--split", "1ns", "-o", "p")
