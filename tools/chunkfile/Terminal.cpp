@@ -85,8 +85,8 @@ void Terminal::Error(std::string_view text)
 
 std::string Terminal::Styled(Style style, std::string_view text) const
 {
-    constexpr std::array<const char*, 6> codes = {"0", "1", "2", "32", "33", "31"};
-    if (!colors_ || style == Style::Plain) {
+    constexpr std::array<const char*, 5> codes = {"1", "2", "32", "33", "31"};
+    if (!colors_) {
         return std::string(text);
     }
     return std::string("\x1b[")

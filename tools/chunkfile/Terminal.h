@@ -55,7 +55,7 @@ public:
         }
     }
 
-    enum class Style { Plain, Bold, Dim, Good, Warning, Bad };
+    enum class Style { Bold, Dim, Good, Warning, Bad };
 
     /// The text between the codes of its style, if stdout gets colours.
     std::string Styled(Style style, std::string_view text) const;
