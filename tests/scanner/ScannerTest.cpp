@@ -365,7 +365,7 @@ TEST_F(Scanner, SearchPassesHolesAndFindsTheRecordAfterThem)
     const auto chunks = Chunks({100, 100});
     const std::string file = FileOf(chunks);
     constexpr std::uint64_t kHole = std::uint64_t{1} << 40U;
-    for (const std::uint64_t shift : {0, 1, 4095, 4096}) {
+    for (const std::uint64_t shift : {0U, 1U, 4095U, 4096U}) {
         Put(file.substr(0, 116) + std::string(3000, 'x'));
         std::error_code error;
         std::filesystem::resize_file(path_, kHole + shift, error);

@@ -86,7 +86,7 @@ protected:
             ASSERT_NE(file.find(RecordOf(chunk)), std::string::npos) << "absent from the source";
         }
         for (const DataChunk& chunk : expected.found) {
-            ASSERT_TRUE(mayBeForged_ || own_.count(RecordOf(chunk)) != 0) << "stale";
+            ASSERT_TRUE(mayBeForged_ || own_.contains(RecordOf(chunk))) << "stale";
         }
     }
 

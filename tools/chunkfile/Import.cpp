@@ -231,15 +231,15 @@ void CheckOptions(const Options& options)
 
 }  // namespace
 
-Exit Import(const Options& given, Terminal& terminal)
+Exit Import(const Options& options, Terminal& terminal)
 {
-    Options options = given;
-    if (options.paths.empty()) {
-        options.paths = {"-"};  // WriteChunks compares OUT with it, too
+    Options complete = options;
+    if (complete.paths.empty()) {
+        complete.paths = {"-"};  // WriteChunks compares OUT with it, too
     }
-    CheckOptions(options);
-    RowChunks rows(options, terminal);
-    const Written written = WriteChunks(rows, options, terminal);
+    CheckOptions(complete);
+    RowChunks rows(complete, terminal);
+    const Written written = WriteChunks(rows, complete, terminal);
     return rows.Report(written);
 }
 
