@@ -85,7 +85,8 @@ void RefuseParts(const Options& options)
     const std::unique_ptr<DIR, CloseFolder> folder(::opendir(path.empty() ? "." : path.c_str()));
     std::set<std::uint64_t> parts;
     // A folder that cannot be listed is no error: each part is looked at again before it is written.
-    while (const dirent* const entry = folder ? ::readdir(folder.get()) : nullptr) {  // NOLINT(concurrency-mt-unsafe)
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): this program has one thread
+    while (const dirent* const entry = folder ? ::readdir(folder.get()) : nullptr) {
         parts.insert(PartOf(options.output, entry->d_name));
     }
     parts.erase(0);
